@@ -1,0 +1,208 @@
+// Decoders of the Foundation classes, as the platform's classes write them.
+
+#include "foundation/class_registry.h"
+#include "foundation/type_encoding.h"
+#include "foundation/unarchiver.h"
+#include "foundation/values.h"
+
+namespace halyard {
+namespace {
+
+bool isMutableVariant(const ClassChain& chain) { return chain.front().name.rfind("NSMutable", 0) == 0; }
+
+// Element counts are checked against the bytes that remain (every element
+// takes at least two) before anything is reserved.
+Expected<std::size_t> decodeCount(Unarchiver& coder, std::string_view type) {
+  const std::size_t at = coder.offset();
+  auto count = coder.decodeInt(type);
+  if (!count) return count.error();
+  if (*count < 0) return coder.failureAt(at, "negative element count");
+  if (static_cast<std::uint64_t>(*count) > 0x7fffffff) {
+    return coder.failureAt(at, "element count " + std::to_string(*count) + " is too large");
+  }
+  return static_cast<std::size_t>(*count);
+}
+
+Expected<std::vector<ObjectRef>> decodeObjects(Unarchiver& coder, std::size_t count, std::size_t perElement) {
+  std::vector<ObjectRef> items;
+  for (std::size_t i = 0; i < count * perElement; ++i) {
+    if (coder.atEnd() || coder.atObjectEnd()) {
+      return coder.failure("collection ends after " + std::to_string(i) + " of " +
+                           std::to_string(count * perElement) + " objects");
+    }
+    auto item = coder.decodeObject();
+    if (!item) return item.error();
+    items.push_back(std::move(*item));
+  }
+  return items;
+}
+
+Expected<ObjectRef> decodeString(Unarchiver& coder, const ClassChain& chain) {
+  auto value = coder.decodeValueOfType("+");
+  if (!value) return value.error();
+  auto* text = std::get_if<std::string>(&value->value);
+  return ObjectRef{String::make(text ? *text : std::string(), isMutableVariant(chain))};
+}
+
+Expected<ObjectRef> decodeNumber(Unarchiver& coder, const ClassChain&) {
+  const std::size_t at = coder.offset();
+  auto code = coder.decodeValueOfType("*");
+  if (!code) return code.error();
+  auto* type = std::get_if<std::string>(&code->value);
+  if (!type || type->size() != 1 || !(isIntegerCode((*type)[0]) || (*type)[0] == 'f' || (*type)[0] == 'd')) {
+    return coder.failureAt(at, "number with a type that is not a numeric code");
+  }
+  auto value = coder.decodeValueOfType(*type);
+  if (!value) return value.error();
+  Number::Storage storage;
+  if (auto v = std::get_if<std::int64_t>(&value->value)) storage = *v;
+  else if (auto u = std::get_if<std::uint64_t>(&value->value)) storage = *u;
+  else storage = std::get<double>(value->value);
+  return ObjectRef{std::make_shared<Number>((*type)[0], storage)};
+}
+
+Expected<ObjectRef> decodeData(Unarchiver& coder, const ClassChain& chain) {
+  auto count = decodeCount(coder, "i");
+  if (!count) return count.error();
+  const std::size_t at = coder.offset();
+  auto bytes = coder.decodeByteArray();
+  if (!bytes) return bytes.error();
+  if (bytes->size() != *count) return coder.failureAt(at, "data length does not match its count");
+  return ObjectRef{Data::make(std::move(*bytes), isMutableVariant(chain))};
+}
+
+Expected<ObjectRef> decodeDate(Unarchiver& coder, const ClassChain&) {
+  auto seconds = coder.decodeDouble();
+  if (!seconds) return seconds.error();
+  return ObjectRef{Date::make(*seconds)};
+}
+
+// The zone's name is the first string in its contents, wherever a writer put
+// it; tzfile bytes, when present, are the first data.
+void findZoneContents(const TypedValue::Storage& value, TimeZone& zone, bool& named) {
+  if (auto object = std::get_if<ObjectRef>(&value)) {
+    if (auto text = objectAs<String>(*object); text && !named) {
+      zone.name = text->text;
+      named = true;
+    } else if (auto data = objectAs<Data>(*object); data && !zone.tzfile) {
+      zone.tzfile = data->bytes;
+    }
+  } else if (auto items = std::get_if<std::vector<TypedValue>>(&value)) {
+    for (const auto& item : *items) findZoneContents(item.value, zone, named);
+  }
+}
+
+Expected<ObjectRef> decodeTimeZone(Unarchiver& coder, const ClassChain& chain) {
+  auto zone = TimeZone::make("", chain.front().name == "NSLocalTimeZone");
+  bool named = false;
+  while (!coder.atEnd() && !coder.atObjectEnd()) {
+    auto group = coder.decodeGroup();
+    if (!group) return group.error();
+    for (const auto& value : group->values) findZoneContents(value.value, *zone, named);
+  }
+  return ObjectRef{zone};
+}
+
+// The instant, then the zone and the format in either order (writers differ).
+Expected<ObjectRef> decodeCalendarDate(Unarchiver& coder, const ClassChain&) {
+  auto seconds = coder.decodeDouble();
+  if (!seconds) return seconds.error();
+  auto date = std::make_shared<CalendarDate>(*seconds, nullptr);
+  for (int i = 0; i < 2 && !coder.atEnd() && !coder.atObjectEnd(); ++i) {
+    auto object = coder.decodeObject();
+    if (!object) return object.error();
+    if (auto zone = objectAs<TimeZone>(*object)) date->zone = zone;
+    else if (auto format = objectAs<String>(*object)) date->format = format->text;
+  }
+  return ObjectRef{date};
+}
+
+Expected<ObjectRef> decodeURL(Unarchiver& coder, const ClassChain&) {
+  auto relative = coder.decodeInt("c");
+  if (!relative) return relative.error();
+  std::shared_ptr<URL> base;
+  if (*relative != 0) {
+    const std::size_t at = coder.offset();
+    auto object = coder.decodeObject();
+    if (!object) return object.error();
+    base = objectAs<URL>(*object);
+    if (*object && !base) return coder.failureAt(at, "URL base is not a URL");
+  }
+  const std::size_t at = coder.offset();
+  auto text = coder.decodeObject();
+  if (!text) return text.error();
+  auto string = objectAs<String>(*text);
+  if (*text && !string) return coder.failureAt(at, "URL string is not a string");
+  return ObjectRef{std::make_shared<URL>(string ? string->text : std::string(), base)};
+}
+
+Expected<ObjectRef> decodeNull(Unarchiver&, const ClassChain&) { return ObjectRef{std::make_shared<Null>()}; }
+
+Expected<ObjectRef> decodeArray(Unarchiver& coder, const ClassChain& chain) {
+  auto count = decodeCount(coder, "i");
+  if (!count) return count.error();
+  auto items = decodeObjects(coder, *count, 1);
+  if (!items) return items.error();
+  return ObjectRef{Array::make(std::move(*items), isMutableVariant(chain))};
+}
+
+Expected<ObjectRef> decodeSet(Unarchiver& coder, const ClassChain& chain) {
+  auto count = decodeCount(coder, "I");
+  if (!count) return count.error();
+  auto items = decodeObjects(coder, *count, 1);
+  if (!items) return items.error();
+  return ObjectRef{std::make_shared<Set>(std::move(*items), isMutableVariant(chain))};
+}
+
+Expected<ObjectRef> decodeDictionary(Unarchiver& coder, const ClassChain& chain) {
+  auto count = decodeCount(coder, "i");
+  if (!count) return count.error();
+  auto items = decodeObjects(coder, *count, 2);
+  if (!items) return items.error();
+  auto dictionary = Dictionary::make(isMutableVariant(chain));
+  for (std::size_t i = 0; i + 1 < items->size(); i += 2) {
+    dictionary->entries.emplace_back(std::move((*items)[i]), std::move((*items)[i + 1]));
+  }
+  return ObjectRef{dictionary};
+}
+
+ClassRegistry makeFoundationRegistry() {
+  ClassRegistry registry;
+  registry.add("NSString", decodeString);
+  registry.add("NSMutableString", decodeString);
+  registry.add("NSNumber", decodeNumber);
+  registry.add("NSData", decodeData);
+  registry.add("NSMutableData", decodeData);
+  registry.add("NSDate", decodeDate);
+  registry.add("NSCalendarDate", decodeCalendarDate);
+  registry.add("NSTimeZone", decodeTimeZone);
+  registry.add("NSLocalTimeZone", decodeTimeZone);
+  registry.add("NSURL", decodeURL);
+  registry.add("NSAbsoluteURL", decodeURL);  // the class's old name
+  registry.add("NSNull", decodeNull);
+  registry.add("NSArray", decodeArray);
+  registry.add("NSMutableArray", decodeArray);
+  registry.add("NSSet", decodeSet);
+  registry.add("NSMutableSet", decodeSet);
+  registry.add("NSDictionary", decodeDictionary);
+  registry.add("NSMutableDictionary", decodeDictionary);
+  return registry;
+}
+
+}  // namespace
+
+const ClassRegistry& ClassRegistry::foundation() {
+  static const ClassRegistry registry = makeFoundationRegistry();
+  return registry;
+}
+
+void ClassRegistry::add(std::string className, ClassDecoder decoder) {
+  decoders_[std::move(className)] = std::move(decoder);
+}
+
+const ClassDecoder* ClassRegistry::find(std::string_view className) const {
+  auto found = decoders_.find(className);
+  return found == decoders_.end() ? nullptr : &found->second;
+}
+
+}  // namespace halyard

@@ -1,0 +1,540 @@
+#include "foundation/unarchiver.h"
+
+#include <cstring>
+#include <optional>
+
+#include "foundation/type_encoding.h"
+#include "foundation/values.h"
+
+namespace halyard {
+namespace {
+
+constexpr std::int8_t kTagInt16 = -127;  // 0x81
+constexpr std::int8_t kTagInt32 = -126;  // 0x82
+constexpr std::int8_t kTagReal = -125;   // 0x83
+constexpr std::int8_t kTagNew = -124;    // 0x84
+constexpr std::int8_t kTagNil = -123;    // 0x85
+constexpr std::int8_t kTagEnd = -122;    // 0x86
+constexpr std::int8_t kTagInt64 = -121;  // 0x87
+constexpr std::int8_t kSmallestLiteral = -110;
+constexpr std::int64_t kReferenceBias = 110;
+// Longest class chain accepted; real hierarchies are a handful deep.
+constexpr std::size_t kMaxClassChain = 64;
+// Array types whose elements take no bytes ('!', empty structs) could make a
+// reader loop without consuming input; their counts are capped.
+constexpr std::size_t kMaxEmptyElements = 1024;
+
+}  // namespace
+
+// An entry of the object table: an object (done or still being decoded), a
+// class with its chain up to the root, or a C string.
+struct Unarchiver::Entry {
+  enum class Kind { ObjectInProgress, Object, Class, CString } kind;
+  ObjectRef object;
+  ClassInfo info;                          // a class: its name and version
+  std::string text;                        // a C string: its text
+  std::optional<std::size_t> superclass;   // a class: the entry of its superclass
+};
+
+Unarchiver::Unarchiver(std::string_view bytes, const ClassRegistry& registry)
+    : bytes_(bytes), registry_(registry), copyBudget_(16 * bytes.size() + 65536) {}
+
+Status Unarchiver::chargeCopy(std::size_t bytes, std::size_t at) {
+  if (bytes > copyBudget_) return failureAt(at, "archive expands beyond a sane size (too many references to long strings)");
+  copyBudget_ -= bytes;
+  return success();
+}
+
+Status Unarchiver::readHeader() {
+  auto version = readByte();
+  if (!version) return version.error();
+  if (*version != 4) return failureAt(0, "unsupported archive version " + std::to_string(*version) + " (expected 4)");
+  auto signature = readUnsharedString();
+  if (!signature) return signature.error();
+  const auto* text = std::get_if<std::string>(&*signature);
+  if (!text || *text != "streamtyped") {
+    if (text && *text == "typedstream") return failureAt(1, "big-endian archives are not supported");
+    return failureAt(1, "not an archive: missing the \"streamtyped\" signature");
+  }
+  const std::size_t systemAt = pos_;
+  auto system = readInteger(false);
+  if (!system) return system.error();
+  if (*system != 1000) return failureAt(systemAt, "unsupported system version " + std::to_string(*system));
+  return success();
+}
+
+Expected<ObjectRef> Unarchiver::unarchiveRootObject(std::string_view bytes, const ClassRegistry& registry) {
+  Unarchiver reader(bytes, registry);
+  if (auto header = reader.readHeader(); !header) return header.error();
+  auto root = reader.decodeObject();
+  if (!root) return root.error();
+  if (!reader.atEnd()) return reader.failure("unexpected data after the root object");
+  reader.resolveCycles();
+  return root;
+}
+
+Expected<std::vector<Group>> Unarchiver::unarchiveGroups(std::string_view bytes, const ClassRegistry& registry) {
+  Unarchiver reader(bytes, registry);
+  if (auto header = reader.readHeader(); !header) return header.error();
+  std::vector<Group> groups;
+  while (!reader.atEnd()) {
+    auto group = reader.decodeGroup();
+    if (!group) return group.error();
+    groups.push_back(std::move(*group));
+  }
+  reader.resolveCycles();
+  return groups;
+}
+
+void Unarchiver::resolveCycles() {
+  for (auto& cycle : cycles_) {
+    if (cycle->objectNumber < objects_.size()) cycle->target = objects_[cycle->objectNumber].object;
+  }
+}
+
+// ---- primitive reads ----
+
+Expected<std::uint8_t> Unarchiver::readByte() {
+  if (pos_ >= bytes_.size()) return failure("unexpected end of data");
+  return static_cast<std::uint8_t>(bytes_[pos_++]);
+}
+
+Expected<std::int8_t> Unarchiver::peekHead() const {
+  if (pos_ >= bytes_.size()) return failure("unexpected end of data");
+  return static_cast<std::int8_t>(bytes_[pos_]);
+}
+
+bool Unarchiver::atObjectEnd() const {
+  return pos_ < bytes_.size() && static_cast<std::int8_t>(bytes_[pos_]) == kTagEnd;
+}
+
+Expected<std::string> Unarchiver::readRawBytes(std::size_t length) {
+  if (length > bytes_.size() - pos_) {
+    return failure("length " + std::to_string(length) + " runs past the end of the data");
+  }
+  std::string out(bytes_.substr(pos_, length));
+  pos_ += length;
+  return out;
+}
+
+Expected<std::int64_t> Unarchiver::readInteger(bool isUnsigned) {
+  auto head = readByte();
+  if (!head) return head.error();
+  return readIntegerAfterHead(static_cast<std::int8_t>(*head), isUnsigned);
+}
+
+Expected<std::int64_t> Unarchiver::readIntegerAfterHead(std::int8_t head, bool isUnsigned) {
+  auto readLittleEndian = [this](int size) -> Expected<std::uint64_t> {
+    auto raw = readRawBytes(static_cast<std::size_t>(size));
+    if (!raw) return raw.error();
+    std::uint64_t bits = 0;
+    for (int i = size - 1; i >= 0; --i) bits = (bits << 8) | static_cast<std::uint8_t>((*raw)[static_cast<std::size_t>(i)]);
+    return bits;
+  };
+  if (head >= kSmallestLiteral) {
+    return isUnsigned ? std::int64_t{static_cast<std::uint8_t>(head)} : std::int64_t{head};
+  }
+  switch (head) {
+    case kTagInt16: {
+      auto bits = readLittleEndian(2);
+      if (!bits) return bits.error();
+      return isUnsigned ? std::int64_t(static_cast<std::uint16_t>(*bits)) : std::int64_t(static_cast<std::int16_t>(*bits));
+    }
+    case kTagInt32: {
+      auto bits = readLittleEndian(4);
+      if (!bits) return bits.error();
+      return isUnsigned ? std::int64_t(static_cast<std::uint32_t>(*bits)) : std::int64_t(static_cast<std::int32_t>(*bits));
+    }
+    case kTagInt64: {
+      auto bits = readLittleEndian(8);
+      if (!bits) return bits.error();
+      return static_cast<std::int64_t>(*bits);
+    }
+    default:
+      return failureAt(pos_ - 1, "expected an integer, found tag 0x" +
+                                     std::to_string(static_cast<unsigned>(static_cast<std::uint8_t>(head))));
+  }
+}
+
+Expected<double> Unarchiver::readReal(bool isFloat) {
+  auto head = readByte();
+  if (!head) return head.error();
+  if (static_cast<std::int8_t>(*head) != kTagReal) {
+    auto integer = readIntegerAfterHead(static_cast<std::int8_t>(*head), false);
+    if (!integer) return integer.error();
+    return static_cast<double>(*integer);
+  }
+  auto raw = readRawBytes(isFloat ? 4 : 8);
+  if (!raw) return raw.error();
+  if (isFloat) {
+    float f;
+    std::memcpy(&f, raw->data(), sizeof f);
+    return double{f};
+  }
+  double d;
+  std::memcpy(&d, raw->data(), sizeof d);
+  return d;
+}
+
+Expected<std::size_t> Unarchiver::readReferenceNumber(std::int8_t head) {
+  const std::size_t at = pos_ - 1;
+  auto value = readIntegerAfterHead(head, false);
+  if (!value) return value.error();
+  if (*value < -kReferenceBias) return failureAt(at, "invalid reference number");
+  return static_cast<std::size_t>(*value + kReferenceBias);
+}
+
+Expected<TypedValue::Storage> Unarchiver::readUnsharedString() {
+  auto head = readByte();
+  if (!head) return head.error();
+  if (static_cast<std::int8_t>(*head) == kTagNil) return TypedValue::Storage{Nil{}};
+  const std::size_t at = pos_ - 1;
+  auto length = readIntegerAfterHead(static_cast<std::int8_t>(*head), false);
+  if (!length) return length.error();
+  if (*length < 0) return failureAt(at, "negative string length");
+  auto text = readRawBytes(static_cast<std::size_t>(*length));
+  if (!text) return text.error();
+  return TypedValue::Storage{std::move(*text)};
+}
+
+Expected<TypedValue::Storage> Unarchiver::readSharedString() {
+  auto head = peekHead();
+  if (!head) return head.error();
+  if (*head == kTagNil) {
+    ++pos_;
+    return TypedValue::Storage{Nil{}};
+  }
+  if (*head == kTagNew) {
+    ++pos_;
+    auto text = readUnsharedString();
+    if (!text) return text.error();
+    const auto* literal = std::get_if<std::string>(&*text);
+    if (!literal) return failure("nil literal in the string table");
+    sharedStrings_.push_back(*literal);
+    return text;
+  }
+  const std::size_t at = pos_;
+  ++pos_;
+  auto number = readReferenceNumber(*head);
+  if (!number) return number.error();
+  if (*number >= sharedStrings_.size()) {
+    return failureAt(at, "reference to string " + std::to_string(*number) + " which is not yet defined");
+  }
+  if (auto charged = chargeCopy(sharedStrings_[*number].size(), at); !charged) return charged.error();
+  return TypedValue::Storage{sharedStrings_[*number]};
+}
+
+Expected<TypedValue::Storage> Unarchiver::readCString() {
+  auto head = readByte();
+  if (!head) return head.error();
+  const std::size_t at = pos_ - 1;
+  const auto tag = static_cast<std::int8_t>(*head);
+  if (tag == kTagNil) return TypedValue::Storage{Nil{}};
+  if (tag == kTagNew) {
+    const std::size_t number = objects_.size();
+    objects_.push_back(Entry{Entry::Kind::CString, nullptr, {}, {}, std::nullopt});
+    auto body = readSharedString();
+    if (!body) return body.error();
+    const auto* text = std::get_if<std::string>(&*body);
+    if (!text) return failureAt(at, "C string with a nil body");
+    objects_[number].text = *text;
+    return body;
+  }
+  auto number = readReferenceNumber(tag);
+  if (!number) return number.error();
+  if (*number >= objects_.size() || objects_[*number].kind != Entry::Kind::CString) {
+    return failureAt(at, "reference " + std::to_string(*number) + " does not name a C string defined before");
+  }
+  if (auto charged = chargeCopy(objects_[*number].text.size(), at); !charged) return charged.error();
+  return TypedValue::Storage{objects_[*number].text};
+}
+
+// ---- classes and objects ----
+
+Expected<ClassChain> Unarchiver::readClassChain() {
+  ClassChain chain;
+  std::optional<std::size_t> previousNew;  // the last literal class, whose superclass comes next
+  auto linkSuperclass = [&](std::optional<std::size_t> superclass) {
+    if (previousNew) objects_[*previousNew].superclass = superclass;
+  };
+  for (;;) {
+    auto head = readByte();
+    if (!head) return head.error();
+    const std::size_t at = pos_ - 1;
+    const auto tag = static_cast<std::int8_t>(*head);
+    if (tag == kTagNil) break;
+    if (tag == kTagNew) {
+      if (chain.size() >= kMaxClassChain) return failureAt(at, "class chain too long");
+      const std::size_t number = objects_.size();
+      objects_.push_back(Entry{Entry::Kind::Class, nullptr, {}, {}, std::nullopt});
+      linkSuperclass(number);
+      previousNew = number;
+      auto name = readSharedString();
+      if (!name) return name.error();
+      const auto* text = std::get_if<std::string>(&*name);
+      if (!text) return failureAt(at, "class with a nil name");
+      auto version = readInteger(false);
+      if (!version) return version.error();
+      objects_[number].info = ClassInfo{*text, *version};
+      chain.push_back(objects_[number].info);
+      continue;
+    }
+    auto number = readReferenceNumber(tag);
+    if (!number) return number.error();
+    if (*number >= objects_.size() || objects_[*number].kind != Entry::Kind::Class) {
+      return failureAt(at, "reference " + std::to_string(*number) + " does not name a class defined before");
+    }
+    linkSuperclass(*number);
+    for (std::optional<std::size_t> next = *number; next; next = objects_[*next].superclass) {
+      if (chain.size() >= kMaxClassChain) return failureAt(at, "class chain too long");
+      const ClassInfo& info = objects_[*next].info;
+      if (auto charged = chargeCopy(info.name.size() + sizeof(ClassInfo), at); !charged) return charged.error();
+      chain.push_back(info);
+    }
+    break;
+  }
+  return chain;
+}
+
+Expected<TypedValue::Storage> Unarchiver::readClass() {
+  auto head = peekHead();
+  if (!head) return head.error();
+  if (*head == kTagNil) {
+    ++pos_;
+    return TypedValue::Storage{Nil{}};
+  }
+  auto chain = readClassChain();
+  if (!chain) return chain.error();
+  return TypedValue::Storage{std::move(*chain)};
+}
+
+Expected<ObjectRef> Unarchiver::readObject() {
+  auto head = readByte();
+  if (!head) return head.error();
+  const std::size_t at = pos_ - 1;
+  const auto tag = static_cast<std::int8_t>(*head);
+  if (tag == kTagNil) return ObjectRef{};
+  if (tag == kTagNew) return readNewObject();
+  auto number = readReferenceNumber(tag);
+  if (!number) return number.error();
+  if (*number >= objects_.size()) {
+    return failureAt(at, "reference to object " + std::to_string(*number) + " which is not yet defined");
+  }
+  const Entry& entry = objects_[*number];
+  if (entry.kind == Entry::Kind::Object) return entry.object;
+  if (entry.kind == Entry::Kind::ObjectInProgress) {
+    auto cycle = std::make_shared<CycleReference>();
+    cycle->objectNumber = *number;
+    cycles_.push_back(cycle);
+    return ObjectRef{cycle};
+  }
+  return failureAt(at, "reference " + std::to_string(*number) + " does not name an object");
+}
+
+Expected<ObjectRef> Unarchiver::readNewObject() {
+  const std::size_t at = pos_ - 1;
+  if (depth_ >= kMaxDepth) return failureAt(at, "objects nested too deeply");
+  const std::size_t number = objects_.size();
+  objects_.push_back(Entry{Entry::Kind::ObjectInProgress, nullptr, {}, {}, std::nullopt});
+  auto chain = readClassChain();
+  if (!chain) return chain.error();
+  if (chain->empty()) return failureAt(at, "object with a nil class");
+  ++depth_;
+  auto object = decodeObjectContents(*chain);
+  --depth_;
+  if (!object) return object.error();
+  objects_[number].kind = Entry::Kind::Object;
+  objects_[number].object = *object;
+  return object;
+}
+
+Expected<ObjectRef> Unarchiver::decodeObjectContents(const ClassChain& chain) {
+  if (const ClassDecoder* decoder = registry_.find(chain.front().name)) {
+    auto object = (*decoder)(*this, chain);
+    if (!object) return object.error();
+    // Contents a newer writer added after what the coder reads are skipped.
+    if (auto skipped = skipRemainingGroups(); !skipped) return skipped.error();
+    return object;
+  }
+  std::vector<Group> groups;
+  while (!atObjectEnd()) {
+    auto group = decodeGroup();
+    if (!group) return group.error();
+    groups.push_back(std::move(*group));
+  }
+  ++pos_;  // the end mark
+  return ObjectRef{std::make_shared<GenericObject>(chain, std::move(groups))};
+}
+
+Status Unarchiver::skipRemainingGroups() {
+  while (!atObjectEnd()) {
+    auto group = decodeGroup();
+    if (!group) return group.error();
+  }
+  ++pos_;
+  return success();
+}
+
+// ---- typed values ----
+
+Expected<TypedValue::Storage> Unarchiver::readValue(std::string_view type) {
+  const char code = type.front();
+  switch (code) {
+    case 'c': {
+      auto b = readByte();
+      if (!b) return b.error();
+      return TypedValue::Storage{std::int64_t{static_cast<std::int8_t>(*b)}};
+    }
+    case 'C': case 'B': {
+      auto b = readByte();
+      if (!b) return b.error();
+      return TypedValue::Storage{std::uint64_t{*b}};
+    }
+    case 's': case 'i': case 'l': case 'q': {
+      auto v = readInteger(false);
+      if (!v) return v.error();
+      return TypedValue::Storage{*v};
+    }
+    case 'S': case 'I': case 'L': case 'Q': {
+      auto v = readInteger(true);
+      if (!v) return v.error();
+      return TypedValue::Storage{static_cast<std::uint64_t>(*v)};
+    }
+    case 'f': case 'd': {
+      auto v = readReal(code == 'f');
+      if (!v) return v.error();
+      return TypedValue::Storage{*v};
+    }
+    case '+': return readUnsharedString();
+    case '*': return readCString();
+    case ':': case '%': return readSharedString();
+    case '#': return readClass();
+    case '@': {
+      auto object = readObject();
+      if (!object) return object.error();
+      return TypedValue::Storage{std::move(*object)};
+    }
+    case '[': return readArray(type);
+    case '{': return readStruct(type);
+    case '!': return TypedValue::Storage{Nil{}};
+    default: return failure(std::string("unknown type code '") + code + "'");
+  }
+}
+
+Expected<TypedValue::Storage> Unarchiver::readArray(std::string_view type) {
+  auto array = parseArrayType(type);
+  if (!array) return failure(array.error().message);
+  const std::size_t remaining = bytes_.size() - pos_;
+  if (array->element == "c" || array->element == "C") {
+    auto raw = readRawBytes(array->count);
+    if (!raw) return raw.error();
+    return TypedValue::Storage{std::move(*raw)};
+  }
+  const std::size_t elementSize = minimumEncodedSize(array->element, remaining + 1);
+  const std::size_t limit = elementSize == 0 ? kMaxEmptyElements : remaining / elementSize;
+  if (array->count > limit) {
+    return failure("array count " + std::to_string(array->count) + " exceeds the data that remains");
+  }
+  if (depth_ >= kMaxDepth) return failure("values nested too deeply");
+  ++depth_;
+  std::vector<TypedValue> items;
+  items.reserve(array->count);
+  for (std::size_t i = 0; i < array->count; ++i) {
+    auto item = readValue(array->element);
+    if (!item) {
+      --depth_;
+      return item.error();
+    }
+    items.push_back(TypedValue{array->element, std::move(*item)});
+  }
+  --depth_;
+  return TypedValue::Storage{std::move(items)};
+}
+
+Expected<TypedValue::Storage> Unarchiver::readStruct(std::string_view type) {
+  auto fields = parseStructFields(type);
+  if (!fields) return failure(fields.error().message);
+  if (depth_ >= kMaxDepth) return failure("values nested too deeply");
+  ++depth_;
+  std::vector<TypedValue> items;
+  for (const std::string& field : *fields) {
+    auto item = readValue(field);
+    if (!item) {
+      --depth_;
+      return item.error();
+    }
+    items.push_back(TypedValue{field, std::move(*item)});
+  }
+  --depth_;
+  return TypedValue::Storage{std::move(items)};
+}
+
+Expected<Group> Unarchiver::readGroupWithTypes(std::string types) {
+  auto split = splitTypeString(types);
+  if (!split) return failure(split.error().message);
+  Group group{std::move(types), {}};
+  for (const std::string& type : *split) {
+    auto value = readValue(type);
+    if (!value) return value.error();
+    group.values.push_back(TypedValue{type, std::move(*value)});
+  }
+  return group;
+}
+
+Expected<Group> Unarchiver::decodeGroup() {
+  const std::size_t at = pos_;
+  auto types = readSharedString();
+  if (!types) return types.error();
+  auto* text = std::get_if<std::string>(&*types);
+  if (!text) return failureAt(at, "group with a nil type string");
+  return readGroupWithTypes(std::move(*text));
+}
+
+Expected<TypedValue> Unarchiver::decodeValueOfType(std::string_view type) {
+  const std::size_t at = pos_;
+  if (atEnd()) return failure("unexpected end of data");
+  if (atObjectEnd()) return failureAt(at, "expected a group of type \"" + std::string(type) + "\", found the end of the object");
+  auto group = decodeGroup();
+  if (!group) return group.error();
+  if (group->types != type || group->values.size() != 1) {
+    return failureAt(at, "expected a group of type \"" + std::string(type) + "\", found \"" + group->types + "\"");
+  }
+  return std::move(group->values.front());
+}
+
+Expected<ObjectRef> Unarchiver::decodeObject() {
+  auto value = decodeValueOfType("@");
+  if (!value) return value.error();
+  return std::get<ObjectRef>(value->value);
+}
+
+Expected<std::int64_t> Unarchiver::decodeInt(std::string_view type) {
+  auto value = decodeValueOfType(type);
+  if (!value) return value.error();
+  if (auto v = std::get_if<std::int64_t>(&value->value)) return *v;
+  if (auto v = std::get_if<std::uint64_t>(&value->value)) return static_cast<std::int64_t>(*v);
+  return failure("expected an integer of type \"" + std::string(type) + "\"");
+}
+
+Expected<double> Unarchiver::decodeDouble() {
+  auto value = decodeValueOfType("d");
+  if (!value) return value.error();
+  return std::get<double>(value->value);
+}
+
+Expected<std::string> Unarchiver::decodeByteArray() {
+  const std::size_t at = pos_;
+  auto group = decodeGroup();
+  if (!group) return group.error();
+  if (group->values.size() != 1) return failureAt(at, "expected one byte array");
+  auto* bytes = std::get_if<std::string>(&group->values.front().value);
+  const std::string& type = group->values.front().type;
+  if (!bytes || type.size() < 3 || type.front() != '[' || (type[type.size() - 2] != 'c' && type[type.size() - 2] != 'C')) {
+    return failureAt(at, "expected a byte array, found \"" + group->types + "\"");
+  }
+  return std::move(*bytes);
+}
+
+Unarchiver::~Unarchiver() = default;
+
+}  // namespace halyard
