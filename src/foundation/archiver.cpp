@@ -165,6 +165,7 @@ void Archiver::writeObject(const ObjectRef& object) {
   }
   writeByte(kTagNew);
   objects_.emplace(object.get(), nextObjectNumber_++);
+  written_.push_back(object);
   writeClassChain(object->archiveClassChain());
   object->encodeWithCoder(*this);
   writeByte(kTagEnd);

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "foundation/typed_value.h"
 
@@ -62,6 +63,9 @@ class Archiver {
   std::string out_;
   std::unordered_map<std::string, std::size_t> sharedStrings_;
   std::unordered_map<const Object*, std::size_t> objects_;
+  // Objects written so far stay alive until the archiver goes, so that a
+  // temporary made while encoding never shares an address with a later one.
+  std::vector<ObjectRef> written_;
   std::unordered_map<std::string, std::size_t> classes_;
   std::unordered_map<std::string, std::size_t> cStrings_;
   std::size_t nextObjectNumber_ = 0;

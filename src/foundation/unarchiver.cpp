@@ -1,5 +1,6 @@
 #include "foundation/unarchiver.h"
 
+#include <cstdio>
 #include <cstring>
 #include <optional>
 
@@ -151,8 +152,9 @@ Expected<std::int64_t> Unarchiver::readIntegerAfterHead(std::int8_t head, bool i
       return static_cast<std::int64_t>(*bits);
     }
     default:
-      return failureAt(pos_ - 1, "expected an integer, found tag 0x" +
-                                     std::to_string(static_cast<unsigned>(static_cast<std::uint8_t>(head))));
+      char tag[8];
+      std::snprintf(tag, sizeof tag, "0x%02x", static_cast<unsigned>(static_cast<std::uint8_t>(head)));
+      return failureAt(pos_ - 1, std::string("expected an integer, found tag ") + tag);
   }
 }
 
