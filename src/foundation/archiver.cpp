@@ -127,9 +127,13 @@ void Archiver::writeCString(std::string_view s) {
 }
 
 void Archiver::writeClassChain(const ClassChain& chain) {
+  const std::size_t firstOfChain = nextObjectNumber_;
   for (const ClassInfo& info : chain) {
     auto found = classes_.find(info.name);
     if (found != classes_.end()) {
+      // A name repeated inside one chain would make the class its own
+      // superclass; the chain ends there instead.
+      if (found->second >= firstOfChain) break;
       writeReference(found->second);
       return;
     }

@@ -255,6 +255,7 @@ Expected<TypedValue::Storage> Unarchiver::readCString() {
 
 Expected<ClassChain> Unarchiver::readClassChain() {
   ClassChain chain;
+  const std::size_t firstOfChain = objects_.size();
   std::optional<std::size_t> previousNew;  // the last literal class, whose superclass comes next
   auto linkSuperclass = [&](std::optional<std::size_t> superclass) {
     if (previousNew) objects_[*previousNew].superclass = superclass;
@@ -285,6 +286,9 @@ Expected<ClassChain> Unarchiver::readClassChain() {
     if (!number) return number.error();
     if (*number >= objects_.size() || objects_[*number].kind != Entry::Kind::Class) {
       return failureAt(at, "reference " + std::to_string(*number) + " does not name a class defined before");
+    }
+    if (*number >= firstOfChain) {
+      return failureAt(at, "class chain refers back into itself");
     }
     linkSuperclass(*number);
     for (std::optional<std::size_t> next = *number; next; next = objects_[*next].superclass) {

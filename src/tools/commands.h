@@ -10,5 +10,11 @@ namespace halyard::tools {
 using Arguments = std::vector<std::string>;
 
 int runDump(const Arguments& args);
+int runFs(const Arguments& args);
+int runServeApp(const Arguments& args);
+int runWatch(const Arguments& args);
+int runNotify(const Arguments& args);
+int runSchedule(const Arguments& args);
+int runVolumes(const Arguments& args);
 
 }  // namespace halyard::tools

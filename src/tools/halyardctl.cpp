@@ -16,6 +16,12 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"dump", halyard::tools::runDump, "dump FILE                 print an archive as JSON"},
+    {"fs", halyard::tools::runFs, "fs copy|move SRC DST      copy or move with a progress bar; fs remove PATH"},
+    {"serve-app", halyard::tools::runServeApp, "serve-app                 act as the main application on the session bus"},
+    {"watch", halyard::tools::runWatch, "watch [--count N]         print the notifications on the session bus"},
+    {"schedule", halyard::tools::runSchedule, "schedule ACTION [N] [...]  list|show|add|edit|remove|enable|disable|next items"},
+    {"notify", halyard::tools::runNotify, "notify NAME [--state B]   post a notification (B: true or false)"},
+    {"volumes", halyard::tools::runVolumes, "volumes [--json]          mounted volumes; volumes check N: item N's targets"},
 };
 
 void printUsage(std::FILE* to) {

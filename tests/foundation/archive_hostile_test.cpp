@@ -49,6 +49,7 @@ std::vector<BadArchive> badArchives() {
       {"array of empty structs", kHeader + "\x84\x0e[999999999{=}]", "exceeds"},
       {"type nested too deeply", kHeader + "\x84\x28" + std::string(40, '[') , "nested too deeply"},
       {"nesting 100,000 deep", nested(100000), "nested too deeply"},
+      {"class that is its own superclass", kHeader + "\x84\x01@\x84\x84\x84\x01X\x00\x93"s, "refers back into itself"},
       {"object with a nil class", kHeader + "\x84\x01@\x84\x85", "nil class"},
       {"tag where an integer belongs", kHeader + "\x84\x01i\x86", "expected an integer"},
       {"number with a struct type", kHeader + "\x84\x01@\x84\x84\x84\x08NSNumber\x00\x85\x84\x01*\x84\x84\x04{a=}"s, "numeric"},

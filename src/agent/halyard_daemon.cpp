@@ -1,0 +1,113 @@
+#include "agent/halyard_daemon.h"
+
+#include <iostream>
+
+#include "agent/desktop_entry.h"
+#include "foundation/log_sink.h"
+#include "foundation/strings_table.h"
+#include "schedule/schedule_file.h"
+
+namespace halyard::agent {
+
+AgentPaths AgentPaths::forCurrentUser() {
+  AgentPaths paths;
+  paths.scheduleFile = scheduleFilePath();
+  paths.launchPathFile =
+      expandUserFolder(localizedString("GLOBAL_APP_SUPPORT_PATH")) + "/" + localizedString("LAUNCHPATH_NAME");
+  const char* user = std::getenv("USER");
+  paths.volumesRoot = std::string("/media/") + (user ? user : "");
+  paths.dataDirs = xdgDataDirs();
+  return paths;
+}
+
+HalyardDaemon::HalyardDaemon(DaemonEnvironment environment) : env_(std::move(environment)) {
+  env_.bus.observe(this, notifications::kSchedulerStateChanged,
+                   [this](const QVariantMap& info) { schedulerStateChanged(info); });
+  env_.bus.observe(this, notifications::kStatusMenuStateChanged,
+                   [this](const QVariantMap& info) { statusMenuStateChanged(info); });
+  _notifyMonitor = std::make_unique<NotificationMonitor>(env_.bus, env_.mounts, env_.paths.volumesRoot);
+  if (auto active = env_.preferences.boolValue(prefs::kSchedulerActive)) {
+    _schedulerActive = *active;
+  } else {
+    _schedulerActive = true;
+    env_.preferences.setBool(prefs::kSchedulerActive, true);
+  }
+  (void)loadItems();  // proves the schedule readable early; the result is not kept
+}
+
+HalyardDaemon::~HalyardDaemon() { env_.bus.removeObserver(this); }
+
+void HalyardDaemon::awakeFromNib() {
+  if (!env_.steppedBeats) {
+    _heartbeatTimer = std::make_unique<HeartbeatTimer>(env_.clock, [this] { heartbeat(); });
+    _heartbeatTimer->start();
+  }
+  if (!env_.preferences.boolValue(prefs::kShowStatusMenu)) env_.preferences.setBool(prefs::kShowStatusMenu, true);
+  if (env_.preferences.boolForKey(prefs::kShowStatusMenu) && env_.statusItem) {
+    env_.statusItem->installStatusItem(_schedulerActive);
+  }
+  env_.bus.post(notifications::kSchedulerStateChanged, {{notifications::kStateKey, _schedulerActive}});
+  logLine(kRunningMessage);
+}
+
+void HalyardDaemon::shutdown() {
+  env_.bus.removeObserver(this);
+  _heartbeatTimer.reset();
+  _notifyMonitor.reset();
+  if (env_.statusItem && env_.statusItem->isInstalled()) env_.statusItem->removeStatusItem();
+  logLine(kTerminatedMessage);
+}
+
+void HalyardDaemon::heartbeat() {
+  if (!_notifyMonitor) return;  // shut down
+  const TimeInterval now = env_.clock.now();
+  const HeartbeatMode mode = chooseHeartbeatMode({_awokeFromSleep, _lastCheckDate, now,
+                                                  secondOfMinute(now, env_.clock.zone()),
+                                                  !_notifyMonitor->mountedVolumes().empty()});
+  if (mode != HeartbeatMode::None) runCheck(mode);
+  if (_notifyMonitor->shouldQuit() && env_.terminate) env_.terminate();
+}
+
+void HalyardDaemon::runCheck(HeartbeatMode mode) {
+  const std::optional<ScheduledItems> items = loadItems();
+  ScheduledItems due;
+  bool added = false;
+  switch (mode) {
+    case HeartbeatMode::Missed:
+      _awokeFromSleep = false;
+      added = checkForMissedJobs(items, _lastCheckDate, &due);
+      break;
+    case HeartbeatMode::New:
+      added = checkForNewJobs(items, &due);
+      break;
+    case HeartbeatMode::MountedVolume:
+      added = checkForMountedVolumeJobs(items, &_notifyMonitor->mountedVolumes(), &due);
+      _notifyMonitor->mountedVolumes().clear();
+      break;
+    case HeartbeatMode::None:
+      return;
+  }
+  _lastCheckDate = env_.clock.now();
+  if (added) launchJobs(due);
+}
+
+void HalyardDaemon::schedulerStateChanged(const QVariantMap& userInfo) {
+  _schedulerActive = userInfo.value(notifications::kStateKey).toBool();
+  if (env_.statusItem && env_.statusItem->isInstalled()) env_.statusItem->showSchedulerState(_schedulerActive);
+  env_.preferences.setBool(prefs::kSchedulerActive, _schedulerActive);
+}
+
+void HalyardDaemon::statusMenuStateChanged(const QVariantMap& userInfo) {
+  const bool show = userInfo.value(notifications::kStateKey).toBool();
+  if (env_.statusItem) {
+    if (show && !env_.statusItem->isInstalled()) env_.statusItem->installStatusItem(_schedulerActive);
+    if (!show && env_.statusItem->isInstalled()) env_.statusItem->removeStatusItem();
+  }
+  env_.preferences.setBool(prefs::kShowStatusMenu, show);
+}
+
+std::ostream& HalyardDaemon::standardOutput() const {
+  return env_.standardOutput ? *env_.standardOutput : std::cout;
+}
+
+}  // namespace halyard::agent

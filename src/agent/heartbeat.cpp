@@ -1,0 +1,60 @@
+#include "agent/heartbeat.h"
+
+#include <cmath>
+
+namespace halyard::agent {
+
+namespace {
+// Beats fire this long after the second turns, so that a timer that is a
+// millisecond early or a clock read that rounds down still sees the new second.
+constexpr TimeInterval kLead = 0.005;
+// A target further ahead than this means the clock was set back.
+constexpr TimeInterval kMaxAhead = 1.5;
+}  // namespace
+
+HeartbeatMode chooseHeartbeatMode(const HeartbeatInputs& in) {
+  const bool gap = in.lastCheckDate && std::fabs(std::trunc(in.now - *in.lastCheckDate)) > 60;
+  if (in.awokeFromSleep || gap) return HeartbeatMode::Missed;
+  if (in.secondOfMinute == 0) return HeartbeatMode::New;
+  if (in.mountsPending) return HeartbeatMode::MountedVolume;
+  return HeartbeatMode::None;
+}
+
+int secondOfMinute(TimeInterval t, const cctz::time_zone& zone) {
+  return static_cast<int>(cctz::convert(splitInstant(t).seconds, zone).second());
+}
+
+TimeInterval nextWholeSecond(TimeInterval now) { return std::floor(now) + 1; }
+
+BeatPlan planBeat(TimeInterval now, TimeInterval target) {
+  auto millis = [](TimeInterval seconds) {
+    return std::chrono::milliseconds(static_cast<long long>(std::ceil((seconds + kLead) * 1000)));
+  };
+  if (now < target && target - now <= kMaxAhead) return {false, target, millis(target - now)};
+  const TimeInterval next = nextWholeSecond(now);
+  return {true, next, millis(next - now)};
+}
+
+HeartbeatTimer::HeartbeatTimer(const Clock& clock, std::function<void()> beat)
+    : clock_(clock), beat_(std::move(beat)) {
+  timer_.setSingleShot(true);
+  timer_.setTimerType(Qt::PreciseTimer);
+  connect(&timer_, &QTimer::timeout, this, &HeartbeatTimer::fire);
+}
+
+void HeartbeatTimer::start() {
+  const TimeInterval now = clock_.now();
+  target_ = nextWholeSecond(now);
+  timer_.start(planBeat(now, target_).wait);
+}
+
+void HeartbeatTimer::stop() { timer_.stop(); }
+
+void HeartbeatTimer::fire() {
+  const BeatPlan plan = planBeat(clock_.now(), target_);
+  target_ = plan.nextTarget;
+  timer_.start(plan.wait);
+  if (plan.beatNow) beat_();
+}
+
+}  // namespace halyard::agent

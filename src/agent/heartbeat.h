@@ -1,0 +1,67 @@
+#pragma once
+// The heartbeat: which check a beat runs, and when the next beat fires so that
+// beats fall once per wall-clock second and every minute has its beat at
+// second 0, whatever the timer's jitter.
+
+#include <chrono>
+#include <functional>
+#include <optional>
+
+#include <QObject>
+#include <QTimer>
+
+#include "agent/clock.h"
+
+namespace halyard::agent {
+
+enum class HeartbeatMode { None, Missed, New, MountedVolume };
+
+struct HeartbeatInputs {
+  bool awokeFromSleep = false;
+  std::optional<TimeInterval> lastCheckDate;
+  TimeInterval now = 0;
+  int secondOfMinute = 0;
+  bool mountsPending = false;
+};
+
+// At most one check per beat: missed after a wake or a gap of more than 60
+// whole seconds (either direction), else new at second 0, else mounted-volume
+// when mounts are pending.
+HeartbeatMode chooseHeartbeatMode(const HeartbeatInputs& in);
+
+// The civil second-of-minute (0-59) of an instant in a zone.
+int secondOfMinute(TimeInterval t, const cctz::time_zone& zone);
+
+// What the beat timer does when it fires at `now` while waiting for the whole
+// second `target`: beat (or not yet, when it fired early), and how long to
+// wait for the next whole second. A clock set back far behind the target
+// beats at once and aligns to the new time.
+struct BeatPlan {
+  bool beatNow = false;
+  TimeInterval nextTarget = 0;
+  std::chrono::milliseconds wait{0};
+};
+BeatPlan planBeat(TimeInterval now, TimeInterval target);
+
+// The first whole second after `now`.
+TimeInterval nextWholeSecond(TimeInterval now);
+
+// Fires `beat` once per wall-clock second of `clock`, just after the second
+// turns; a late or early timer is realigned at every beat.
+class HeartbeatTimer final : public QObject {
+  Q_OBJECT
+ public:
+  HeartbeatTimer(const Clock& clock, std::function<void()> beat);
+  void start();
+  void stop();
+
+ private:
+  void fire();
+
+  const Clock& clock_;
+  std::function<void()> beat_;
+  QTimer timer_;
+  TimeInterval target_ = 0;
+};
+
+}  // namespace halyard::agent

@@ -1,0 +1,230 @@
+// VTFileManager's copy, move and remove families: the asynchronous method,
+// the body the worker runs, the synchronous operation, and the inherited
+// operations on the block-copy engine.
+
+#include <filesystem>
+
+#include "fileservices/copy_engine.h"
+#include "fileservices/file_metadata.h"
+#include "fileservices/fm_audit.h"
+#include "fileservices/vt_file_manager.h"
+#include "foundation/values.h"
+
+namespace halyard::fileservices {
+
+namespace {
+
+constexpr std::string_view kSrcPathKey = "VTFM_src_path";
+constexpr std::string_view kDestPathKey = "VTFM_dest_path";
+constexpr std::string_view kCommentsKey = "VTFM_pcomments";
+
+// One block of the engine: the buffer size of a volume of grade 0.
+constexpr std::uint32_t kCopyBlockSize = 4 * 1024 * 1024;
+
+// The pool's progress protocol, spoken by the engine after each block.
+class CommandProgress final : public CopyProgress {
+ public:
+  CommandProgress(VTThreadedCommandPool& pool, CommandID id) : _pool(pool), _id(id) {}
+  bool blockCopied(std::int64_t bytes) override {
+    {
+      std::lock_guard guard(_pool.threadLock());
+      const std::int64_t copied = _pool.getPropertyAs<std::int64_t>(kDCpyKey, _id).value_or(0);
+      _pool.setProperty(kDCpyKey, _id, copied + bytes);
+    }
+    return !_pool.waitWhilePausedOrAborted(_id);
+  }
+
+ private:
+  VTThreadedCommandPool& _pool;
+  CommandID _id;
+};
+
+ObjectRef pathArguments(const std::string& src, const std::string* dest, std::optional<bool> comments) {
+  auto args = Dictionary::make(true);
+  args->set(kSrcPathKey, String::make(src));
+  if (dest) args->set(kDestPathKey, String::make(*dest));
+  if (comments) args->set(kCommentsKey, Number::fromBool(*comments));
+  return args;
+}
+
+struct PathArguments {
+  std::string src;
+  std::string dest;
+  bool comments = false;
+};
+
+std::optional<PathArguments> readPathArguments(VTThreadedCommandPool& pool, CommandID id) {
+  auto args = objectAs<Dictionary>(pool.getPropertyAs<ObjectRef>(kArgsKey, id).value_or(nullptr));
+  if (!args) return std::nullopt;
+  PathArguments out;
+  if (auto src = objectAs<String>(args->get(kSrcPathKey))) out.src = src->text;
+  if (auto dest = objectAs<String>(args->get(kDestPathKey))) out.dest = dest->text;
+  if (auto comments = objectAs<Number>(args->get(kCommentsKey))) out.comments = comments->boolValue();
+  return out;
+}
+
+std::string parentFolder(const std::string& path) {
+  auto parent = std::filesystem::path(path).parent_path().string();
+  return parent.empty() ? "." : parent;
+}
+
+std::string errcodeLine(std::string_view selector, ErrorCode code) {
+  return std::string(selector) + " errcode: " + std::to_string(code);
+}
+
+}  // namespace
+
+// ---- copy ----
+
+CommandID VTFileManager::asyncCopyPath(const std::string& src, const std::string& dest, bool preserveComments,
+                                       std::shared_ptr<ProgressDelegate> delegate) {
+  AuditCall audit(*this, [&] {
+    return "asyncCopyPath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) +
+           " preserveComments:" + auditBool(preserveComments);
+  });
+  const CommandID id = spoolAndWait(&VTFileManager::copyPathThreadedCommand,
+                                    pathArguments(src, &dest, preserveComments), std::move(delegate));
+  audit.finish(0, [&] {
+    return errcodeLine("asyncCopyPath:toPath:preserveComments:", lastError()) + " commandID: " + std::to_string(id);
+  }, false);
+  return id;
+}
+
+void VTFileManager::copyPathThreadedCommand(CommandID id) {
+  AuditedBody body(*this, "copyPathThreadedCommand");
+  if (auto args = readPathArguments(_pool, id)) {
+    _pool.setProperty(kECodeKey, id, std::int64_t{copyPath(args->src, args->dest, args->comments)});
+  }
+}
+
+ErrorCode VTFileManager::copyPath(const std::string& src, const std::string& dest, bool preserveComments) {
+  AuditCall audit(*this, [&] {
+    return "copyPath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) +
+           " preserveComments:" + auditBool(preserveComments);
+  });
+  const auto comment = preserveComments ? readComment(src) : std::nullopt;
+  const std::string parent = parentFolder(dest);
+  const auto parentMode = raiseToWritable(parent);
+  const auto itemMode = raiseToWritable(src);
+  const bool locked = isLocked(src);
+  if (locked) setLocked(src, false);
+  const ErrorCode code = copyPathHandler(src, dest);
+  // The engine carries every extended attribute, the comment among them, so
+  // a comment that is not to be kept is taken off the copy.
+  if (code == 0 && comment && !comment->empty()) writeComment(dest, *comment);
+  if (code == 0 && !preserveComments && readComment(dest)) removeComment(dest);
+  // The copy took the raised mode along, so it gets the old one; the source
+  // gets its mode and its lock back too, as a copy must not change it.
+  restorePermissionBits(parent, parentMode);
+  if (code == 0) restorePermissionBits(dest, itemMode);
+  restorePermissionBits(src, itemMode);
+  if (locked) {
+    setLocked(src, true);
+    if (code == 0) setLocked(dest, true);
+  }
+  audit.finish(code, [&] { return errcodeLine("copyPath:toPath:preserveComments:", code); });
+  return code;
+}
+
+ErrorCode VTFileManager::copyPathHandler(const std::string& src, const std::string& dest) {
+  AuditCall audit(*this, [&] { return "copyPath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) + " handler:nil"; });
+  const ErrorCode code = runEngine([&](const CopyEngineSetup& setup) { return copyItem(src, dest, setup); });
+  audit.finish(code, [&] { return errcodeLine("copyPath:toPath:handler:", code); });
+  return code;
+}
+
+// ---- move ----
+
+CommandID VTFileManager::asyncMovePath(const std::string& src, const std::string& dest, bool preserveComments,
+                                       std::shared_ptr<ProgressDelegate> delegate) {
+  AuditCall audit(*this, [&] {
+    return "asyncMovePath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) +
+           " preserveComments:" + auditBool(preserveComments);
+  });
+  const CommandID id = spoolAndWait(&VTFileManager::movePathThreadedCommand,
+                                    pathArguments(src, &dest, preserveComments), std::move(delegate));
+  audit.finish(0, [&] {
+    return errcodeLine("asyncMovePath:toPath:preserveComments:", lastError()) + " commandID: " + std::to_string(id);
+  }, false);
+  return id;
+}
+
+void VTFileManager::movePathThreadedCommand(CommandID id) {
+  AuditedBody body(*this, "movePathThreadedCommand");
+  if (auto args = readPathArguments(_pool, id)) {
+    _pool.setProperty(kECodeKey, id, std::int64_t{movePath(args->src, args->dest, args->comments)});
+  }
+}
+
+ErrorCode VTFileManager::movePath(const std::string& src, const std::string& dest, bool preserveComments) {
+  AuditCall audit(*this, [&] {
+    return "movePath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) +
+           " preserveComments:" + auditBool(preserveComments);
+  });
+  // A move keeps the item's attributes, comment included, by itself; a
+  // comment that is not to be kept is taken off the moved item.
+  const std::string parent = parentFolder(dest);
+  const auto parentMode = raiseToWritable(parent);
+  const bool locked = isLocked(src);
+  if (locked) setLocked(src, false);
+  const ErrorCode code = movePathHandler(src, dest);
+  if (code == 0 && !preserveComments && readComment(dest)) removeComment(dest);
+  restorePermissionBits(parent, parentMode);
+  if (locked) setLocked(code == 0 ? dest : src, true);
+  audit.finish(code, [&] { return errcodeLine("movePath:toPath:preserveComments:", code); });
+  return code;
+}
+
+ErrorCode VTFileManager::movePathHandler(const std::string& src, const std::string& dest) {
+  AuditCall audit(*this, [&] { return "movePath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) + " handler:nil"; });
+  const ErrorCode code = runEngine([&](const CopyEngineSetup& setup) { return moveItem(src, dest, setup); });
+  audit.finish(code, [&] { return errcodeLine("movePath:toPath:handler:", code); });
+  return code;
+}
+
+// ---- remove ----
+
+CommandID VTFileManager::asyncRemoveFileAtPath(const std::string& path, std::shared_ptr<ProgressDelegate> delegate) {
+  AuditCall audit(*this, [&] { return "asyncRemoveFileAtPath:" + auditQuoted(path) + " handler:nil"; });
+  const CommandID id = spoolAndWait(&VTFileManager::removeFileAtPathThreadedCommand,
+                                    pathArguments(path, nullptr, std::nullopt), std::move(delegate));
+  audit.finish(0, [&] {
+    return errcodeLine("asyncRemoveFileAtPath:handler:", lastError()) + " commandID: " + std::to_string(id);
+  }, false);
+  return id;
+}
+
+void VTFileManager::removeFileAtPathThreadedCommand(CommandID id) {
+  AuditedBody body(*this, "removeFileAtPathThreadedCommand");
+  if (auto args = readPathArguments(_pool, id)) {
+    _pool.setProperty(kECodeKey, id, std::int64_t{removeFileAtPath(args->src)});
+  }
+}
+
+ErrorCode VTFileManager::removeFileAtPath(const std::string& path) {
+  AuditCall audit(*this, [&] { return "removeFileAtPath:" + auditQuoted(path) + " handler:nil"; });
+  const ErrorCode code = removeItem(path);
+  audit.finish(code, [&] { return errcodeLine("removeFileAtPath:handler:", code); });
+  return code;
+}
+
+// ---- the engine ----
+
+ErrorCode VTFileManager::runEngine(const std::function<ErrorCode(const CopyEngineSetup&)>& operation) {
+  // The manager's buffer serves one copy at a time; a copy that finds it in
+  // use (the worker and a caller's thread at once) gets a buffer of its own.
+  std::unique_lock inUse(_copyBufferInUse, std::try_to_lock);
+  std::unique_ptr<std::byte[]> own;
+  CopyEngineSetup setup;
+  setup.bufferSize = kCopyBlockSize;
+  setup.buffer = inUse.owns_lock() ? copyBufferOfSize(kCopyBlockSize) : (own.reset(new std::byte[kCopyBlockSize]), own.get());
+  setup.excludedAttributes = &_eaExcludeList;
+  std::optional<CommandProgress> progress;
+  if (auto id = VTThreadedCommandPool::runningCommand()) {
+    progress.emplace(_pool, *id);
+    setup.progress = &*progress;
+  }
+  return operation(setup);
+}
+
+}  // namespace halyard::fileservices

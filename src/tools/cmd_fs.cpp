@@ -1,0 +1,127 @@
+// `halyardctl fs copy|move SRC DST` and `halyardctl fs remove PATH`: the file
+// manager's asynchronous families, waited for with a progress display.
+// Ctrl-C cancels a copy or move (-128) without leaving a partial item behind
+// the destination's name.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <stop_token>
+#include <iostream>
+#include <thread>
+
+#include "fileservices/copy_engine.h"
+#include "tools/cmd_fs_progress.h"
+#include "tools/commands.h"
+
+namespace halyard::tools {
+
+namespace {
+
+using namespace fileservices;
+
+int interruptPipe[2] = {-1, -1};
+
+void onInterrupt(int) {
+  const char byte = 1;
+  (void)!write(interruptPipe[1], &byte, 1);
+}
+
+// Turns SIGINT into a call of `progress.interrupt()` on a thread of its own
+// (a signal handler may not take the pool's locks). The thread ends when the
+// pipe's write end is closed.
+class InterruptWatcher {
+ public:
+  explicit InterruptWatcher(FsProgress& progress) {
+    if (pipe2(interruptPipe, O_CLOEXEC) != 0) return;
+    _thread = std::thread([&progress] {
+      char byte;
+      while (read(interruptPipe[0], &byte, 1) == 1) progress.interrupt();
+    });
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+  }
+  ~InterruptWatcher() {
+    signal(SIGINT, SIG_DFL);
+    if (!_thread.joinable()) return;
+    close(interruptPipe[1]);
+    _thread.join();
+    close(interruptPipe[0]);
+  }
+
+ private:
+  std::thread _thread;
+};
+
+int usage() {
+  std::cerr << "usage: halyardctl fs copy SRC DST\n"
+               "       halyardctl fs move SRC DST\n"
+               "       halyardctl fs remove PATH\n";
+  return 2;
+}
+
+// Waits until the command has finished and answers its status.
+ErrorCode finish(VTFileManager& fm, CommandID id) {
+  while (id > 0 && fm.statusForCommand(id) == kCommandNotFinished) id = fm.waitForCommandCompletion(id, 10.0);
+  const ErrorCode status = id < 0 ? 0 : fm.statusForCommand(id);
+  fm.disposeCommand(id);
+  return status;
+}
+
+int report(VTFileManager& fm, ErrorCode status) {
+  if (status == 0) return 0;
+  std::cerr << "halyardctl: " << fm.errorMessageForCode(status) << "\n";
+  return status == kUserCanceledErr ? 130 : 1;
+}
+
+int transfer(const std::string& verb, const std::string& src, const std::string& dest) {
+  VTFileManager& fm = VTFileManager::sharedFileManager();
+  const bool terminal = isatty(STDOUT_FILENO) == 1;
+  auto progress = std::make_shared<FsProgress>(fm, treeSize(src), stdout, terminal);
+  ErrorCode status;
+  {
+    InterruptWatcher watcher(*progress);
+    // On a terminal the bar is redrawn four times a second; the waiter's
+    // reports come only every two seconds.
+    std::jthread ticker;
+    if (terminal) {
+      ticker = std::jthread([&progress](std::stop_token stop) {
+        std::mutex mutex;
+        std::condition_variable_any wake;
+        std::unique_lock lock(mutex);
+        while (!wake.wait_for(lock, stop, std::chrono::milliseconds(250), [] { return false; }) &&
+               !stop.stop_requested()) {
+          progress->tick();
+        }
+      });
+    }
+    const CommandID id = verb == "copy" ? fm.asyncCopyPath(src, dest, true, progress)
+                                        : fm.asyncMovePath(src, dest, true, progress);
+    status = finish(fm, id);
+  }
+  if (status == 0) {
+    progress->finish();
+  } else if (terminal) {
+    std::fputc('\n', stdout);
+  }
+  return report(fm, status);
+}
+
+}  // namespace
+
+int runFs(const Arguments& args) {
+  if (args.size() == 3 && (args[0] == "copy" || args[0] == "move")) return transfer(args[0], args[1], args[2]);
+  if (args.size() == 2 && args[0] == "remove") {
+    VTFileManager& fm = VTFileManager::sharedFileManager();
+    return report(fm, finish(fm, fm.asyncRemoveFileAtPath(args[1])));
+  }
+  return usage();
+}
+
+}  // namespace halyard::tools

@@ -1,0 +1,61 @@
+#pragma once
+// `halyardctl schedule`: the pieces of the command shared by its files —
+// its options, the friendly selection-set forms, and its output.
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <cctz/time_zone.h>
+
+#include "foundation/expected.h"
+#include "schedule/schedule_file.h"
+#include "tools/commands.h"
+
+namespace halyard::tools::schedule {
+
+// The five selection sets, in archive order.
+enum class SetKind { Months, DaysOfMonth, DaysOfWeek, Hours, Minutes };
+constexpr std::size_t kSetCount = 5;
+
+// What `add` and `edit` change; absent fields stay as they are.
+struct ItemEdits {
+  std::optional<std::string> description;
+  std::optional<std::string> document;  // absolute path
+  std::optional<std::int32_t> type;
+  std::optional<TimeInterval> startDate;
+  std::optional<bool> active;
+  std::array<std::optional<std::string>, kSetCount> sets;
+  bool any() const;
+};
+
+struct Options {
+  std::string action;
+  std::vector<std::string> operands;
+  std::optional<std::string> file;
+  bool json = false;
+  std::optional<int> count;
+  ItemEdits edits;
+};
+
+// A set option's value as a set string: the raw "0"/"1" string of the set's
+// length, or a friendly list such as "0,30", "9-17", "mon-fri", "jan-mar",
+// "1,15" (days of month count from 1 here), "*" or "none".
+Expected<std::string> parseSelectionSet(SetKind kind, std::string_view value);
+
+// Parses `schedule ACTION [operands] [options]`; `zone` reads --start-date.
+Expected<Options> parseOptions(const Arguments& args, const cctz::time_zone& zone);
+
+// Applies edits to an item (the document through its alias).
+void applyEdits(const ItemEdits& edits, KSScheduledItem& item, const cctz::time_zone& zone);
+
+// Output, in the user's zone.
+void printItems(const ScheduleItems& items, std::size_t first, std::size_t last, bool json, bool detailed,
+                const cctz::time_zone& zone);
+// The coming runs of one item (index given) or of the whole schedule.
+void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index, int count, bool json,
+                   TimeInterval now, const cctz::time_zone& zone);
+
+}  // namespace halyard::tools::schedule

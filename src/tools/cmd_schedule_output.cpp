@@ -1,0 +1,172 @@
+// What `halyardctl schedule` prints: items as text or JSON, and the coming
+// run dates. A distant-future date (a pattern that never matches) is shown
+// as "never".
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+
+#include "foundation/json_writer.h"
+#include "tools/cmd_schedule.h"
+
+namespace halyard::tools::schedule {
+namespace {
+
+const char* const kSetNames[kSetCount] = {"months", "daysOfMonth", "daysOfWeek", "hours", "minutes"};
+
+std::string setText(const std::string* set) { return set ? *set : std::string(); }
+
+std::array<std::string, kSetCount> setsOf(const KSScheduledItem& item) {
+  return {setText(item.scheduledMonths()), setText(item.scheduledDaysOfMonth()), setText(item.scheduledDaysOfWeek()),
+          setText(item.scheduledHours()), setText(item.scheduledMinutes())};
+}
+
+std::string dateText(const std::shared_ptr<const CalendarDate>& date, const cctz::time_zone& zone) {
+  return date ? formatInstant(date->seconds, zone) : "none";
+}
+
+void writeDate(JsonWriter& json, const char* key, const std::shared_ptr<const CalendarDate>& date,
+               const cctz::time_zone& zone) {
+  json.key(key);
+  if (date) json.string(formatInstant(date->seconds, zone));
+  else json.null();
+}
+
+void writeItemJson(JsonWriter& json, std::size_t index, const KSScheduledItem& item, const cctz::time_zone& zone) {
+  json.beginObject();
+  json.key("index");
+  json.unsignedInteger(index + 1);
+  json.key("description");
+  if (item.description()) json.string(*item.description());
+  else json.null();
+  json.key("documentPath");
+  if (item.documentPathName()) json.string(*item.documentPathName());
+  else json.null();
+  json.key("hasAlias");
+  json.boolean(item.documentAlias() != nullptr);
+  json.key("scheduleType");
+  json.integer(item.scheduleType());
+  json.key("active");
+  json.boolean(item.active());
+  json.key("runOnce");
+  json.boolean(item.runOnce());
+  json.key("forceToRun");
+  json.boolean(item.forceToRun());
+  writeDate(json, "startDate", item.startDate(), zone);
+  json.key("startDateSeconds");
+  if (item.startDate()) json.real(item.startDate()->seconds);
+  else json.null();
+  writeDate(json, "lastRunDate", item.lastRunDate(), zone);
+  const auto sets = setsOf(item);
+  for (std::size_t i = 0; i < kSetCount; ++i) {
+    json.key(kSetNames[i]);
+    json.string(sets[i]);
+  }
+  json.key("leftTargetMounts");
+  json.integer(item.scheduledLeftTargetMounts());
+  json.key("rightTargetMounts");
+  json.integer(item.scheduledRightTargetMounts());
+  json.endObject();
+}
+
+void printItemText(std::size_t index, const KSScheduledItem& item, bool detailed, const cctz::time_zone& zone) {
+  const std::string description = item.description().value_or("");
+  if (!detailed) {
+    std::cout << index + 1 << ". [" << (item.active() ? "x" : " ") << "] type " << item.scheduleType() << "  "
+              << description << "  (" << item.documentPathName().value_or("no document") << ")\n";
+    return;
+  }
+  const auto sets = setsOf(item);
+  std::cout << "Item " << index + 1 << "\n"
+            << "  description:    " << description << "\n"
+            << "  document:       " << item.documentPathName().value_or("none") << "\n"
+            << "  type:           " << item.scheduleType() << "\n"
+            << "  active:         " << (item.active() ? "yes" : "no") << "\n"
+            << "  run once:       " << (item.runOnce() ? "yes" : "no") << "\n"
+            << "  start date:     " << dateText(item.startDate(), zone) << "\n"
+            << "  last run:       " << dateText(item.lastRunDate(), zone) << "\n"
+            << "  months:         " << sets[0] << "\n"
+            << "  days of month:  " << sets[1] << "\n"
+            << "  days of week:   " << sets[2] << "\n"
+            << "  hours:          " << sets[3] << "\n"
+            << "  minutes:        " << sets[4] << "\n"
+            << "  mount triggers: left " << item.scheduledLeftTargetMounts() << ", right "
+            << item.scheduledRightTargetMounts() << "\n";
+}
+
+struct Run {
+  TimeInterval date;
+  std::size_t index;
+};
+
+// Up to `count` run dates of one item from `start`, stopping at the distant
+// future, which stands for "never".
+void collectRuns(const KSScheduledItem& item, std::size_t index, int count, TimeInterval start, TimeInterval now,
+                 const cctz::time_zone& zone, std::vector<Run>& runs) {
+  std::optional<TimeInterval> after = start;
+  for (int i = 0; i < count; ++i) {
+    auto date = item.nextScheduledDateAfter(after, std::nullopt, now, zone);
+    if (!date || *date >= kDistantFuture) return;
+    runs.push_back({*date, index});
+    after = *date + 60.0;
+  }
+}
+
+}  // namespace
+
+void printItems(const ScheduleItems& items, std::size_t first, std::size_t last, bool json, bool detailed,
+                const cctz::time_zone& zone) {
+  if (!json) {
+    if (items.empty()) std::cout << "no scheduled items\n";
+    for (std::size_t i = first; i < last; ++i) printItemText(i, *items[i], detailed, zone);
+    return;
+  }
+  JsonWriter writer;
+  if (!detailed) writer.beginArray();
+  for (std::size_t i = first; i < last; ++i) writeItemJson(writer, i, *items[i], zone);
+  if (!detailed) writer.endArray();
+  std::cout << writer.take() << "\n";
+}
+
+void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index, int count, bool json,
+                   TimeInterval now, const cctz::time_zone& zone) {
+  // Runs are asked from now when its second of the minute is 0, else from
+  // the next minute: add one minute, subtract the seconds (the fraction stays).
+  const double unix = toUnixSeconds(now);
+  const double second = std::floor(unix - 60.0 * std::floor(unix / 60.0));
+  const TimeInterval start = second == 0 ? now : now + 60.0 - second;
+  std::vector<Run> runs;
+  for (std::size_t i = index.value_or(0); i < (index ? *index + 1 : items.size()); ++i) {
+    collectRuns(*items[i], i, count, start, now, zone, runs);
+  }
+  // The schedule's next runs: earliest first, and at the same minute the
+  // item earlier in the schedule first.
+  std::stable_sort(runs.begin(), runs.end(), [](const Run& a, const Run& b) { return a.date < b.date; });
+  if (runs.size() > static_cast<std::size_t>(count)) runs.resize(static_cast<std::size_t>(count));
+  if (json) {
+    JsonWriter writer;
+    writer.beginArray();
+    for (const Run& run : runs) {
+      writer.beginObject();
+      writer.key("index");
+      writer.unsignedInteger(run.index + 1);
+      writer.key("description");
+      writer.string(items[run.index]->description().value_or(""));
+      writer.key("date");
+      writer.string(formatInstant(run.date, zone));
+      writer.key("seconds");
+      writer.real(run.date);
+      writer.endObject();
+    }
+    writer.endArray();
+    std::cout << writer.take() << "\n";
+    return;
+  }
+  if (runs.empty()) std::cout << "never\n";
+  for (const Run& run : runs) {
+    std::cout << formatInstant(run.date, zone) << "  " << run.index + 1 << ". "
+              << items[run.index]->description().value_or("") << "\n";
+  }
+}
+
+}  // namespace halyard::tools::schedule

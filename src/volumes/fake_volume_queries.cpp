@@ -1,0 +1,89 @@
+#include "volumes/fake_volume_queries.h"
+
+namespace halyard {
+namespace {
+
+std::string parentOf(const std::string& path) {
+  const std::size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return "";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string nameOf(const std::string& path) { return path.substr(path.find_last_of('/') + 1); }
+
+bool isWithin(const std::string& path, const std::string& folder) {
+  if (folder == "/") return !path.empty() && path.front() == '/';
+  return path.compare(0, folder.size(), folder) == 0 && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+}  // namespace
+
+std::vector<MountEntry> FakeVolumeQueries::mountTable() const {
+  ++mountTableReads;
+  std::vector<MountEntry> table;
+  for (const FakeVolume& volume : volumes) table.push_back(volume.mount);
+  return table;
+}
+
+bool FakeVolumeQueries::exists(const std::string& path) const {
+  for (const FakeVolume& volume : volumes) {
+    if (volume.mount.mountPoint == path) return true;
+  }
+  for (const auto& [file, number] : files) {
+    if (file == path || parentOf(file) == path) return true;
+  }
+  return false;
+}
+
+const FakeVolume* FakeVolumeQueries::volumeOfDevice(std::uint64_t device) const {
+  for (const FakeVolume& volume : volumes) {
+    if (volume.mount.device == device) return &volume;
+  }
+  return nullptr;
+}
+
+std::optional<std::uint64_t> FakeVolumeQueries::deviceOf(const std::string& path) const {
+  if (!exists(path)) return std::nullopt;
+  const FakeVolume* holder = nullptr;
+  for (const FakeVolume& volume : volumes) {
+    if (!isWithin(path, volume.mount.mountPoint)) continue;
+    if (!holder || volume.mount.mountPoint.size() > holder->mount.mountPoint.size()) holder = &volume;
+  }
+  if (!holder) return std::nullopt;
+  return holder->mount.device;
+}
+
+std::optional<FileSystemStats> FakeVolumeQueries::fileSystemStats(const std::string& path) const {
+  const auto device = deviceOf(path);
+  if (!device) return std::nullopt;
+  return volumeOfDevice(*device)->stats;
+}
+
+std::optional<KernelTime> FakeVolumeQueries::birthTime(const std::string& path) const {
+  for (const FakeVolume& volume : volumes) {
+    if (volume.mount.mountPoint == path) return volume.birth;
+  }
+  return std::nullopt;
+}
+
+DeviceProperties FakeVolumeQueries::deviceProperties(const MountEntry& mount) const {
+  const FakeVolume* volume = volumeOfDevice(mount.device);
+  return volume ? volume->device : DeviceProperties{};
+}
+
+std::optional<std::vector<std::string>> FakeVolumeQueries::listDirectory(const std::string& path) const {
+  if (!exists(path)) return std::nullopt;
+  std::vector<std::string> names;
+  for (const auto& [file, number] : files) {
+    if (parentOf(file) == path) names.push_back(nameOf(file));
+  }
+  return names;
+}
+
+std::optional<std::uint64_t> FakeVolumeQueries::fileNumber(const std::string& path) const {
+  const auto found = files.find(path);
+  if (found == files.end()) return std::nullopt;
+  return found->second;
+}
+
+}  // namespace halyard

@@ -1,0 +1,141 @@
+#include "volumes/volume_mounts.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <utility>
+
+namespace halyard {
+namespace {
+
+struct NetworkType {
+  std::string_view fsType;
+  std::uint32_t media;
+};
+
+constexpr std::array<NetworkType, 10> kNetworkTypes{{
+    {"nfs", fourCharCode("nfs ")},
+    {"nfs4", fourCharCode("nfs ")},
+    {"cifs", fourCharCode("smbf")},
+    {"smb3", fourCharCode("smbf")},
+    {"fuse.sshfs", fourCharCode("sshf")},
+    {"davfs", fourCharCode("davf")},
+    {"9p", fourCharCode("9p  ")},
+    {"afs", fourCharCode("afs ")},
+    {"ceph", fourCharCode("ceph")},
+    {"glusterfs", fourCharCode("glfs")},
+}};
+
+const NetworkType* networkType(std::string_view fsType) {
+  for (const NetworkType& type : kNetworkTypes) {
+    if (type.fsType == fsType) return &type;
+  }
+  return nullptr;
+}
+
+bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
+
+void appendHost16(std::string& out, std::uint16_t v) {
+  out.append(reinterpret_cast<const char*>(&v), sizeof v);
+}
+
+void appendHost32(std::string& out, std::uint32_t v) {
+  out.append(reinterpret_cast<const char*>(&v), sizeof v);
+}
+
+// "host:/path" (nfs) or "user@host:path" (sshfs) as authority and path.
+std::optional<std::pair<std::string, std::string>> splitHostPath(std::string_view source) {
+  const std::size_t colon = source.find(':');
+  if (colon == std::string_view::npos || colon == 0) return std::nullopt;
+  std::string path(source.substr(colon + 1));
+  if (path.empty() || path.front() != '/') path.insert(path.begin(), '/');
+  return std::make_pair(std::string(source.substr(0, colon)), path);
+}
+
+}  // namespace
+
+bool isNetworkFileSystem(std::string_view fsType) { return networkType(fsType) != nullptr; }
+
+const MountEntry* canonicalMount(const std::vector<MountEntry>& table, std::uint64_t device) {
+  const MountEntry* first = nullptr;
+  for (const MountEntry& entry : table) {
+    if (entry.device != device) continue;
+    if (entry.root == "/") return &entry;
+    if (!first) first = &entry;
+  }
+  return first;
+}
+
+std::vector<MountEntry> localVolumeMounts(const std::vector<MountEntry>& table) {
+  std::vector<MountEntry> volumes;
+  std::set<std::uint64_t> seen;
+  for (const MountEntry& entry : table) {
+    if (!entry.sourceIsBlockDevice && !isNetworkFileSystem(entry.fsType)) continue;
+    if (!seen.insert(entry.device).second) continue;
+    volumes.push_back(*canonicalMount(table, entry.device));
+  }
+  std::stable_partition(volumes.begin(), volumes.end(), [](const MountEntry& e) { return e.mountPoint == "/"; });
+  return volumes;
+}
+
+std::vector<std::string> mountedLocalVolumePaths(const VolumeQueries& queries) {
+  std::vector<std::string> paths;
+  for (const MountEntry& entry : localVolumeMounts(queries.mountTable())) paths.push_back(entry.mountPoint);
+  return paths;
+}
+
+std::vector<MountEntry> newlyMountedVolumes(const std::vector<MountEntry>& previous,
+                                            const std::vector<MountEntry>& current) {
+  std::vector<MountEntry> appeared;
+  for (const MountEntry& entry : current) {
+    const bool known = std::any_of(previous.begin(), previous.end(), [&](const MountEntry& old) {
+      return old.mountPoint == entry.mountPoint && old.device == entry.device;
+    });
+    if (!known) appeared.push_back(entry);
+  }
+  return appeared;
+}
+
+bool hasMountOption(std::string_view options, std::string_view option) {
+  std::size_t start = 0;
+  while (start <= options.size()) {
+    const std::size_t end = std::min(options.find(',', start), options.size());
+    if (options.substr(start, end - start) == option) return true;
+    start = end + 1;
+  }
+  return false;
+}
+
+std::optional<std::string> serverMountInfo(const MountEntry& mount) {
+  const NetworkType* type = networkType(mount.fsType);
+  if (!type) return std::nullopt;
+  std::string tail;
+  for (const std::string* part : {&mount.source, &mount.fsType, &mount.options}) {
+    tail += *part;
+    tail.push_back('\0');
+  }
+  constexpr std::size_t kHeader = 8;
+  const std::size_t length = std::min<std::size_t>(kHeader + tail.size(), 0xFFFF);
+  std::string block;
+  appendHost16(block, static_cast<std::uint16_t>(length));
+  appendHost32(block, type->media);
+  appendHost16(block, 0);
+  block += tail.substr(0, length - kHeader);
+  return block;
+}
+
+std::optional<std::string> serverURL(const MountEntry& mount) {
+  const std::string_view type = mount.fsType;
+  const std::string_view source = mount.source;
+  if (type == "nfs" || type == "nfs4" || type == "fuse.sshfs") {
+    auto parts = splitHostPath(source);
+    if (!parts) return std::nullopt;
+    return std::string(type == "fuse.sshfs" ? "sftp://" : "nfs://") + parts->first + parts->second;
+  }
+  if ((type == "cifs" || type == "smb3") && startsWith(source, "//")) return "smb:" + std::string(source);
+  if (type == "davfs" && startsWith(source, "https://")) return "davs://" + std::string(source.substr(8));
+  if (type == "davfs" && startsWith(source, "http://")) return "dav://" + std::string(source.substr(7));
+  return std::nullopt;
+}
+
+}  // namespace halyard

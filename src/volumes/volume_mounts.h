@@ -1,0 +1,57 @@
+#pragma once
+// The mount table read as volumes: which mounts are volumes a user would call
+// mounted (block devices and network file systems, never pseudo file
+// systems), which mount stands for a file system that is mounted at several
+// places (bind mounts are one volume), and what a network mount looks like as
+// a mount-info block and a URL. Pure functions over MountEntry lists.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "volumes/volume_queries.h"
+
+namespace halyard {
+
+bool isNetworkFileSystem(std::string_view fsType);
+
+// The mounts that are volumes, each file system once (at its first mount
+// point), the root folder first, then in the table's order.
+std::vector<MountEntry> localVolumeMounts(const std::vector<MountEntry>& table);
+
+// The mount points of localVolumeMounts.
+std::vector<std::string> mountedLocalVolumePaths(const VolumeQueries& queries);
+
+// The mount that stands for the file system with this device: its first
+// mount of the whole file system, else its first mount; null when none.
+const MountEntry* canonicalMount(const std::vector<MountEntry>& table, std::uint64_t device);
+
+// The volumes of `current` that `previous` did not have (a mount point that
+// now holds another file system counts as new).
+std::vector<MountEntry> newlyMountedVolumes(const std::vector<MountEntry>& previous,
+                                            const std::vector<MountEntry>& current);
+
+// Whether a comma-separated option list holds `option` exactly.
+bool hasMountOption(std::string_view options, std::string_view option);
+
+// Four-character codes as 32-bit numbers ('afpm' = 0x6166706D).
+constexpr std::uint32_t fourCharCode(const char (&code)[5]) {
+  return (static_cast<std::uint32_t>(static_cast<unsigned char>(code[0])) << 24) |
+         (static_cast<std::uint32_t>(static_cast<unsigned char>(code[1])) << 16) |
+         (static_cast<std::uint32_t>(static_cast<unsigned char>(code[2])) << 8) |
+         static_cast<std::uint32_t>(static_cast<unsigned char>(code[3]));
+}
+
+// The mount-info block of a network mount, in host byte order: a 16-bit
+// length, the 32-bit media type ('nfs ', 'smbf', 'sshf', 'davf', ...), a
+// 16-bit flags word (0), then the source, type and options, each followed by
+// a NUL. Absent for a file system that is not a network one.
+std::optional<std::string> serverMountInfo(const MountEntry& mount);
+
+// The URL a network mount was made from (nfs://, smb://, sftp://, davs://),
+// absent when the source does not say.
+std::optional<std::string> serverURL(const MountEntry& mount);
+
+}  // namespace halyard

@@ -1,0 +1,83 @@
+#pragma once
+// VolumeQueries: what the volume records ask of the machine. The mount table,
+// file-system statistics, the birth time of a volume's root folder, the
+// identity the device manager keeps of a block device, and the two small file
+// queries of the case test. The Linux answer (volume_queries_linux.cpp) uses
+// libmount, statfs/statvfs, statx, libblkid and libudev; FakeVolumeQueries
+// describes a machine in data for the logic tests.
+//
+// This layer depends on nothing above foundation: the file manager carries a
+// VolumeQueries so that the volume records reach the machine through it.
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace halyard {
+
+// One mount of the kernel's mount table.
+struct MountEntry {
+  std::string source;        // "/dev/sda1", "server:/export", "tmpfs"
+  std::string mountPoint;    // where it is mounted
+  std::string fsType;        // "ext4", "nfs4", "tmpfs"
+  std::string options;       // the mount's and the file system's options, comma-separated
+  std::string root;          // folder of the file system mounted there ("/" unless a bind of a subfolder)
+  std::uint64_t device = 0;  // the file system's device number (st_dev)
+  bool sourceIsBlockDevice = false;
+};
+
+// What statfs and statvfs tell of the file system that holds a path.
+struct FileSystemStats {
+  std::uint32_t type = 0;       // statfs f_type
+  std::uint32_t blockSize = 0;  // f_bsize
+  std::uint32_t nameMax = 0;    // f_namemax
+  std::uint64_t totalBlocks = 0;
+  std::uint64_t freeBlocks = 0;
+  std::uint64_t fragmentSize = 0;  // f_frsize: the unit of the block counts
+  bool readOnly = false;           // ST_RDONLY
+  bool noSuid = false;             // ST_NOSUID
+};
+
+// An instant as the kernel gives it: seconds and nanoseconds since 1970.
+struct KernelTime {
+  std::int64_t seconds = 0;
+  std::uint32_t nanoseconds = 0;
+};
+
+// What the device manager (udev, libblkid as a fall-back) knows of a block
+// device; every field is absent when unknown.
+struct DeviceProperties {
+  std::optional<std::string> label;     // ID_FS_LABEL
+  std::optional<std::string> uuid;      // ID_FS_UUID
+  std::optional<std::string> model;     // ID_MODEL
+  std::optional<std::string> bus;       // ID_BUS
+  bool removable = false;               // sysfs "removable" of the disk, or bus usb
+};
+
+class VolumeQueries {
+ public:
+  virtual ~VolumeQueries() = default;
+
+  // The mount table in the kernel's order (parents before children).
+  virtual std::vector<MountEntry> mountTable() const = 0;
+  // The device number of the file system that holds an existing path.
+  virtual std::optional<std::uint64_t> deviceOf(const std::string& path) const = 0;
+  virtual std::optional<FileSystemStats> fileSystemStats(const std::string& path) const = 0;
+  // The birth time of a folder, when the file system records it.
+  virtual std::optional<KernelTime> birthTime(const std::string& path) const = 0;
+  // The device manager's properties of the mount's source device.
+  virtual DeviceProperties deviceProperties(const MountEntry& mount) const = 0;
+  // The names in a folder (without "." and ".."), absent when it cannot be read.
+  virtual std::optional<std::vector<std::string>> listDirectory(const std::string& path) const = 0;
+  // The file number (inode) of a path, links not followed.
+  virtual std::optional<std::uint64_t> fileNumber(const std::string& path) const = 0;
+  // The user's home folder.
+  virtual std::string defaultUserPath() const = 0;
+};
+
+// The machine's own queries (volume_queries_linux.cpp).
+std::shared_ptr<const VolumeQueries> linuxVolumeQueries();
+
+}  // namespace halyard

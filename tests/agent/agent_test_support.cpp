@@ -1,0 +1,154 @@
+#include "agent_test_support.h"
+
+#include <QCoreApplication>
+#include <QDBusConnectionInterface>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+
+#include "schedule/schedule_file.h"
+
+namespace halyard::agent::testing {
+
+void ensureApplication() {
+  static int argc = 1;
+  static char name[] = "agent_tests";
+  static char* argv[] = {name, nullptr};
+  static QCoreApplication* app = QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
+  (void)app;
+}
+
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
+  QDeadlineTimer deadline(timeout);
+  while (!condition()) {
+    if (deadline.hasExpired()) return false;
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+  }
+  return true;
+}
+
+FakeClock::FakeClock(const std::string& zoneName) { cctz::load_time_zone(zoneName, &zone_); }
+
+TimeInterval FakeClock::civil(int y, int mo, int d, int h, int mi, int s, double fraction) const {
+  return joinInstant(cctz::convert(cctz::civil_second(y, mo, d, h, mi, s), zone_), fraction);
+}
+
+void FakeClock::setCivil(int y, int mo, int d, int h, int mi, int s, double fraction) {
+  now_ = civil(y, mo, d, h, mi, s, fraction);
+}
+
+PrivateBus::PrivateBus(const std::string& type) {
+  const QString root = dir_.path();
+  const QString listen = type == "system" ? "unix:path=" + root + "/system_bus_socket" : "unix:dir=" + root;
+  QFile config(root + "/bus.conf");
+  config.open(QIODevice::WriteOnly);
+  config.write(QString(R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>%1</type>
+  <listen>%2</listen>
+  <auth>EXTERNAL</auth>
+  <servicedir>%3/services</servicedir>
+  <policy context="default">
+    <allow user="*"/> <allow send_destination="*" eavesdrop="true"/>
+    <allow receive_sender="*"/> <allow eavesdrop="true"/> <allow own="*"/>
+  </policy>
+</busconfig>
+)")
+                   .arg(QString::fromStdString(type), listen, root)
+                   .toUtf8());
+  config.close();
+  QDir(root).mkpath("services");
+  daemon_.setProcessChannelMode(QProcess::SeparateChannels);
+  daemon_.start("dbus-daemon", {"--nofork", "--print-address=1", "--config-file=" + config.fileName()});
+  QDeadlineTimer deadline(std::chrono::seconds(10));
+  while (!daemon_.canReadLine() && !deadline.hasExpired()) daemon_.waitForReadyRead(100);
+  address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
+}
+
+PrivateBus::~PrivateBus() {
+  daemon_.terminate();
+  daemon_.waitForFinished(5000);
+}
+
+std::string PrivateBus::serviceDir() const { return dir_.path().toStdString() + "/services"; }
+
+QDBusConnection PrivateBus::connect(const QString& name) const { return QDBusConnection::connectToBus(address_, name); }
+
+void PrivateBus::addActivatableService(const std::string& busName, const std::string& exec) const {
+  QFile file(QString::fromStdString(serviceDir() + "/" + busName + ".service"));
+  file.open(QIODevice::WriteOnly);
+  file.write(QString::fromStdString("[D-BUS Service]\nName=" + busName + "\nExec=" + exec + "\n").toUtf8());
+}
+
+bool PrivateBus::nameHasOwner(const QString& name) const {
+  QDBusConnection probe = QDBusConnection::connectToBus(address_, "probe");
+  const bool owned = probe.interface()->isServiceRegistered(name).value();
+  QDBusConnection::disconnectFromBus("probe");
+  return owned;
+}
+
+TestProcess::TestProcess(const std::string& program, const std::vector<std::string>& args,
+                         const QString& sessionAddress, const QString& systemAddress, const Environment& extra) {
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  env.insert("DBUS_SESSION_BUS_ADDRESS", sessionAddress);
+  env.insert("DBUS_SYSTEM_BUS_ADDRESS", systemAddress.isEmpty() ? "unix:path=/nonexistent/system_bus_socket"
+                                                                 : systemAddress);
+  for (const auto& [name, value] : extra) env.insert(name, value);
+  process_.setProcessEnvironment(env);
+  process_.setProcessChannelMode(QProcess::MergedChannels);
+  QStringList arguments;
+  for (const std::string& arg : args) arguments << QString::fromStdString(arg);
+  process_.start(QString::fromStdString(program), arguments);
+  process_.waitForStarted(5000);
+}
+
+TestProcess::~TestProcess() {
+  if (process_.state() != QProcess::NotRunning) {
+    process_.terminate();
+    if (!process_.waitForFinished(5000)) process_.kill();
+    process_.waitForFinished(5000);
+  }
+}
+
+std::string TestProcess::output() {
+  output_ += process_.readAll().toStdString();
+  return output_;
+}
+
+bool TestProcess::waitForOutput(const std::string& text, std::chrono::milliseconds timeout) {
+  return waitUntil([&] { return output().find(text) != std::string::npos; }, timeout);
+}
+
+bool TestProcess::waitForExit(std::chrono::milliseconds timeout) {
+  return waitUntil([&] { return process_.state() == QProcess::NotRunning; }, timeout);
+}
+
+std::string halyardctlPath() { return HALYARD_BINARY_DIR "/src/tools/halyardctl"; }
+std::string backgrounderPath() { return HALYARD_BINARY_DIR "/src/agent/halyard-backgrounder"; }
+std::string fakeLogindPath() { return HALYARD_SOURCE_DIR "/tests/agent/fake_logind.py"; }
+
+std::shared_ptr<KSScheduledItem> makeItem(const std::string& description, int hour, int minute, int type) {
+  // 2001-01-01 00:00:00 UTC: a start date long before every test moment.
+  auto item = std::make_shared<KSScheduledItem>(CalendarDate::make(0, TimeZone::make("UTC")));
+  item->setDescription(description);
+  item->setDocumentPathName("/tmp/" + description + ".hsync");
+  item->setScheduleType(type);
+  item->setScheduledMonths(std::string(12, '1'));
+  item->setScheduledDaysOfMonth(std::string(31, '1'));
+  item->setScheduledDaysOfWeek(std::string(7, '1'));
+  std::string hours(24, '0'), minutes(60, '0');
+  hours[static_cast<std::size_t>(hour)] = '1';
+  minutes[static_cast<std::size_t>(minute)] = '1';
+  item->setScheduledHours(hours);
+  item->setScheduledMinutes(minutes);
+  return item;
+}
+
+void writeSchedule(const std::string& path, const std::vector<std::shared_ptr<KSScheduledItem>>& items) {
+  ScheduleData data{Dictionary::make(true), items};
+  const Status written = writeScheduleFile(path, data);
+  if (!written) throw std::runtime_error(written.error().describe());
+}
+
+}  // namespace halyard::agent::testing

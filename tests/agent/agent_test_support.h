@@ -1,0 +1,106 @@
+#pragma once
+// What the agent's tests share: the Qt application, waiting on a condition
+// with a deadline, a fake clock, private D-Bus buses started from the test,
+// the fake logind, and schedule files written with the schedule library.
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <QDBusConnection>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include "agent/clock.h"
+#include "agent/mount_event_source.h"
+#include "schedule/scheduled_item.h"
+
+namespace halyard::agent::testing {
+
+// The process's one QCoreApplication (made on first use).
+void ensureApplication();
+
+// Runs the event loop until `condition` holds or `timeout` passes; answers the condition.
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+// A clock the test sets; the zone is a named one, never the host's.
+class FakeClock final : public Clock {
+ public:
+  explicit FakeClock(const std::string& zoneName = "Europe/Berlin");
+  TimeInterval now() const override { return now_; }
+  const cctz::time_zone& zone() const override { return zone_; }
+  void set(TimeInterval t) { now_ = t; }
+  // Sets the clock to a civil moment in its zone, plus a fraction of a second.
+  void setCivil(int y, int mo, int d, int h, int mi, int s, double fraction = 0);
+  TimeInterval civil(int y, int mo, int d, int h, int mi, int s, double fraction = 0) const;
+
+ private:
+  cctz::time_zone zone_;
+  TimeInterval now_ = 0;
+};
+
+// A mount-event source the test feeds.
+class TestMountSource final : public MountEventSource {
+ public:
+  void setHandler(Handler handler) override { handler_ = std::move(handler); }
+  void mount(const std::string& path) {
+    if (handler_) handler_(path);
+  }
+
+ private:
+  Handler handler_;
+};
+
+// A dbus-daemon of its own ("session" or "system" type), with a service
+// folder for activation; stopped and removed when the object goes.
+class PrivateBus {
+ public:
+  explicit PrivateBus(const std::string& type = "session");
+  ~PrivateBus();
+  const QString& address() const { return address_; }
+  std::string serviceDir() const;
+  // A new connection of this test process to the bus.
+  QDBusConnection connect(const QString& name) const;
+  // Makes `busName` activatable: starts `exec` (a command line) when asked for.
+  void addActivatableService(const std::string& busName, const std::string& exec) const;
+  bool nameHasOwner(const QString& name) const;
+
+ private:
+  QTemporaryDir dir_;
+  QProcess daemon_;
+  QString address_;
+};
+
+// A process of the test on the private buses (halyardctl, the fake logind),
+// its output collected as it comes.
+class TestProcess {
+ public:
+  using Environment = std::vector<std::pair<QString, QString>>;
+  // With no system bus address the process sees none (a path that does not exist).
+  TestProcess(const std::string& program, const std::vector<std::string>& args, const QString& sessionAddress,
+              const QString& systemAddress = {}, const Environment& extra = {});
+  ~TestProcess();
+  std::string output();  // stdout and stderr so far
+  bool waitForOutput(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+  bool waitForExit(std::chrono::milliseconds timeout = std::chrono::seconds(10));
+  QProcess& process() { return process_; }
+
+ private:
+  QProcess process_;
+  std::string output_;
+};
+
+// Paths of the built programs and the test's scripts.
+std::string halyardctlPath();
+std::string backgrounderPath();
+std::string fakeLogindPath();
+
+// A scheduled item for the tests: active, every day, month and weekday,
+// at one hour and minute, of `type`, with a start date long past.
+std::shared_ptr<KSScheduledItem> makeItem(const std::string& description, int hour, int minute, int type = 5);
+// Writes the items as a schedule file with the schedule library.
+void writeSchedule(const std::string& path, const std::vector<std::shared_ptr<KSScheduledItem>>& items);
+
+}  // namespace halyard::agent::testing

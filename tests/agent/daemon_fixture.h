@@ -1,0 +1,59 @@
+#pragma once
+// A HalyardDaemon in the test process: a fake clock, a private session bus,
+// its files in a temporary folder, stepped beats, and a second connection
+// that records every notification on the bus.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "agent/dbus_notification_bus.h"
+#include "agent/halyard_daemon.h"
+#include "agent/launch_platform_linux.h"
+#include "agent_test_support.h"
+
+namespace halyard::agent::testing {
+
+class DaemonFixture : public ::testing::Test {
+ protected:
+  DaemonFixture();
+  ~DaemonFixture() override;
+
+  std::string path(const std::string& relative) const { return dir_.path().toStdString() + "/" + relative; }
+  AgentPaths paths() const;
+  void makeDaemon();
+  // Sets the clock to 2026-03-04 (a Wednesday) h:m:s + fraction, Berlin time, and beats.
+  void beatAt(int h, int m, int s, double fraction = 0);
+  // The descriptions of the items parked in the monitor.
+  std::vector<std::string> parked();
+  // The notifications of that name the recorder has seen so far.
+  std::vector<QVariantMap> seen(const QString& name) const;
+  // Waits until the recorder has seen `count` notifications of that name.
+  bool waitForSeen(const QString& name, std::size_t count = 1);
+
+  QTemporaryDir dir_;
+  PrivateBus bus_;
+  FakeClock clock_;
+  QString agentName_, recorderName_;
+  QDBusConnection agentConnection_;
+  QDBusConnection recorderConnection_;
+  std::unique_ptr<DBusNotificationBus> notifications_;
+  std::unique_ptr<DBusNotificationBus> recorder_;
+  std::unique_ptr<Preferences> preferences_;
+  std::unique_ptr<LinuxLaunchPlatform> launcher_;
+  TestMountSource mounts_;
+  // The machine the mounted-volume check reads; null: this one.
+  std::shared_ptr<fileservices::VTFileManager> fileManager_;
+  std::ostringstream out_;
+  int terminations_ = 0;
+  std::vector<std::pair<QString, QVariantMap>> seen_;
+  std::unique_ptr<HalyardDaemon> daemon_;
+};
+
+// The descriptions of hand-over items, in order.
+std::vector<std::string> descriptions(const std::vector<ObjectRef>& items);
+
+}  // namespace halyard::agent::testing

@@ -1,0 +1,136 @@
+// The new and the missed checks over schedule files, and schedule files that
+// cannot be read.
+
+#include "agent/hand_over.h"
+#include "daemon_fixture.h"
+#include "foundation/file_io.h"
+#include "schedule/schedule_file.h"
+
+namespace halyard::agent::testing {
+namespace {
+
+using Item = std::shared_ptr<KSScheduledItem>;
+
+class JobSelectionTest : public DaemonFixture {
+ protected:
+  JobSelectionTest() { makeDaemon(); }
+  // 2026-03-04 is a Wednesday (day of week 3, day index 3, month index 2).
+  TimeInterval at(int h, int m, int s, double fraction = 0) const {
+    return clock_.civil(2026, 3, 4, h, m, s, fraction);
+  }
+  std::optional<ScheduledItems> roundTrip(const Item& item) {
+    writeSchedule(path("ScheduleData.sched"), {item});
+    return daemon_->loadItems();
+  }
+};
+
+Item with(Item item, const std::function<void(KSScheduledItem&)>& change) {
+  change(*item);
+  return item;
+}
+
+TEST_F(JobSelectionTest, NewCheckMatchesTheMinuteByScheduleType) {
+  const auto startAt = [&](TimeInterval t) {
+    return [t](KSScheduledItem& i) { i.setStartDate(CalendarDate::make(t, TimeZone::make("Europe/Berlin"))); };
+  };
+  struct Case {
+    const char* name;
+    Item item;
+    bool due;
+  } cases[] = {
+      {"type 5 on a selected weekday", makeItem("a", 9, 30, 5), true},
+      {"type 5, Wednesday cleared", with(makeItem("a", 9, 30, 5), [](auto& i) { i.clearDayOfWeek(3); }), false},
+      {"type 7 on a selected day", with(makeItem("a", 9, 30, 7), [](auto& i) { i.clearEveryDayOfWeek(); }), true},
+      {"type 7, the 4th cleared", with(makeItem("a", 9, 30, 7), [](auto& i) { i.clearDayOfMonth(3); }), false},
+      {"type 4 ignores both day sets", with(makeItem("a", 9, 30, 4), [](auto& i) {
+         i.clearEveryDayOfWeek();
+         i.clearEveryDayOfMonth();
+       }), true},
+      {"type 3 started at 09:30:00", with(makeItem("a", 9, 30, 3), startAt(at(9, 30, 0))), true},
+      {"type 3 starting at the beat", with(makeItem("a", 9, 30, 3), startAt(at(9, 30, 0, 0.4))), false},
+      {"type 3 starting later", with(makeItem("a", 9, 30, 3), startAt(at(9, 30, 1))), false},
+      {"type 6 never", makeItem("a", 9, 30, 6), false},
+      {"an unknown type never", makeItem("a", 9, 30, 2), false},
+      {"inactive", with(makeItem("a", 9, 30, 5), [](auto& i) { i.setActive(false); }), false},
+      {"another minute", makeItem("a", 9, 31, 5), false},
+      {"another hour", makeItem("a", 10, 30, 5), false},
+      {"March cleared", with(makeItem("a", 9, 30, 5), [](auto& i) { i.clearMonth(2); }), false},
+      {"a minute set too short", with(makeItem("a", 9, 30, 5), [](auto& i) { i.setScheduledMinutes("1"); }), false},
+  };
+  clock_.set(at(9, 30, 0, 0.4));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto items = roundTrip(c.item);
+    ASSERT_TRUE(items.has_value());
+    ScheduledItems due;
+    EXPECT_EQ(daemon_->checkForNewJobs(items, &due), c.due);
+    EXPECT_EQ(due.size(), c.due ? 1u : 0u);
+  }
+}
+
+TEST_F(JobSelectionTest, MissedCheckFindsRunsInsideTheGapOncePerItem) {
+  const Item every5 = with(makeItem("every-5", 9, 0, 5), [](auto& i) {
+    for (std::uint32_t m = 0; m < 60; m += 5) i.selectMinute(m);
+  });
+  struct Case {
+    const char* name;
+    Item item;
+    std::optional<TimeInterval> lastChecked;
+    bool due;
+  } cases[] = {
+      {"a run inside the gap", makeItem("a", 9, 15, 5), at(9, 0, 0), true},
+      {"a run after now", makeItem("a", 9, 45, 5), at(9, 0, 0), false},
+      {"many runs, one entry", every5, at(9, 0, 0), true},
+      {"volume items are not caught up", makeItem("a", 9, 15, 6), at(9, 0, 0), false},
+      {"inactive", with(makeItem("a", 9, 15, 5), [](auto& i) { i.setActive(false); }), at(9, 0, 0), false},
+      {"no check before: nothing", makeItem("a", 9, 15, 5), std::nullopt, false},
+      {"clock set back: an empty range", makeItem("a", 9, 15, 5), at(9, 50, 0), false},
+  };
+  clock_.set(at(9, 30, 0, 0.4));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ScheduledItems due;
+    EXPECT_EQ(daemon_->checkForMissedJobs(roundTrip(c.item), c.lastChecked, &due), c.due);
+    EXPECT_EQ(due.size(), c.due ? 1u : 0u);
+  }
+}
+
+TEST_F(JobSelectionTest, ASuspendedSchedulerFindsNothingAndLeavesTheMountList) {
+  const auto items = roundTrip(makeItem("a", 9, 15, 5));
+  daemon_->setSchedulerActive(false);
+  clock_.set(at(9, 15, 0));
+  ScheduledItems due;
+  std::vector<std::string> mounts{path("data")};
+  EXPECT_FALSE(daemon_->checkForNewJobs(items, &due));
+  EXPECT_FALSE(daemon_->checkForMissedJobs(items, at(9, 0, 0), &due));
+  EXPECT_FALSE(daemon_->checkForMountedVolumeJobs(items, &mounts, &due));
+  EXPECT_EQ(mounts.size(), 1u);
+  EXPECT_TRUE(due.empty());
+}
+
+TEST_F(JobSelectionTest, AnUnreadableScheduleHandsNothingOverAndTheAgentGoesOn) {
+  writeSchedule(path("ScheduleData.sched"), {makeItem("a", 9, 15, 5)});
+  const std::string whole = *readWholeFile(path("ScheduleData.sched"));
+  struct Case {
+    const char* name;
+    std::string bytes;
+  } cases[] = {
+      {"truncated", whole.substr(0, whole.size() / 2)},
+      {"garbage", std::string("streamtyped\x81\xe8\x03\x84\x01@\x84\x84\x84\xff\xff\xff\xff", 24)},
+      {"empty", ""},
+      {"not an archive", "hello, world"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_TRUE(writeFileAtomically(path("ScheduleData.sched"), c.bytes).ok());
+    EXPECT_FALSE(daemon_->loadItems().has_value());
+    beatAt(9, 15, 0);
+    EXPECT_TRUE(parked().empty());
+    EXPECT_EQ(daemon_->lastCheckDate(), at(9, 15, 0));
+  }
+  QFile::remove(QString::fromStdString(path("ScheduleData.sched")));
+  EXPECT_FALSE(daemon_->loadItems().has_value());
+}
+
+}  // namespace
+}  // namespace halyard::agent::testing

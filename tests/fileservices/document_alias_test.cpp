@@ -1,0 +1,118 @@
+// The document alias: made from a real file, found again on its volume
+// wherever that is mounted now, else at its path; hostile bytes give absent.
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "fileservices/document_alias.h"
+#include "foundation/archiver.h"
+
+namespace halyard {
+namespace {
+
+// A described machine: files by path, one volume with a UUID that can be
+// mounted anywhere.
+class FakeFileSystem final : public AliasFileSystem {
+ public:
+  std::map<std::string, std::uint64_t> files;
+  std::string mountPoint = "/media/ann/USB";
+  std::string uuid = "0A1B-2C3D";
+
+  std::optional<std::uint64_t> inodeOf(const std::string& path) const override {
+    auto found = files.find(path);
+    if (found == files.end()) return std::nullopt;
+    return found->second;
+  }
+  std::optional<AliasVolume> volumeOf(const std::string& path) const override {
+    if (path.rfind(mountPoint + "/", 0) != 0) return AliasVolume{"/", std::nullopt, path.substr(1)};
+    return AliasVolume{mountPoint, uuid, path.substr(mountPoint.size() + 1)};
+  }
+  std::optional<std::string> mountPointOf(const std::string& id) const override {
+    if (id != uuid) return std::nullopt;
+    return mountPoint;
+  }
+};
+
+std::shared_ptr<Data> aliasOf(std::initializer_list<std::pair<const char*, ObjectRef>> entries) {
+  auto dictionary = Dictionary::make();
+  for (const auto& [key, value] : entries) dictionary->set(key, value);
+  return Data::make(Archiver::archivedData(dictionary));
+}
+
+TEST(DocumentAliasTest, RealFileResolvesToItsPath) {
+  const auto folder = std::filesystem::temp_directory_path() / ("alias-test-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(folder);
+  const std::string path = (folder / "Sync Set.halyard").string();
+  std::fclose(std::fopen(path.c_str(), "w"));
+  auto alias = createAliasObjectFromNSPath(path);
+  ASSERT_TRUE(alias);
+  EXPECT_EQ(getNSPathFromAliasObject(alias, true), path);
+  std::filesystem::remove_all(folder);
+  EXPECT_FALSE(getNSPathFromAliasObject(alias, true));
+  EXPECT_FALSE(createAliasObjectFromNSPath(path));
+  EXPECT_FALSE(createAliasObjectFromNSPath("relative/path"));
+}
+
+TEST(DocumentAliasTest, VolumeMountedElsewhereIsFoundByItsUUID) {
+  FakeFileSystem fs;
+  fs.files["/media/ann/USB/docs/a.halyard"] = 12;
+  auto alias = createAliasObjectFromNSPath("/media/ann/USB/docs/a.halyard", fs);
+  ASSERT_TRUE(alias);
+  fs.files = {{"/mnt/usb/docs/a.halyard", 12}};
+  fs.mountPoint = "/mnt/usb";
+  EXPECT_EQ(getNSPathFromAliasObject(alias, true, fs), "/mnt/usb/docs/a.halyard");
+  fs.uuid = "other";
+  EXPECT_FALSE(getNSPathFromAliasObject(alias, true, fs));
+}
+
+TEST(DocumentAliasTest, HostileAliasesGiveAbsentOrThePath) {
+  FakeFileSystem fs;
+  fs.files = {{"/etc/passwd", 1}, {"/media/ann/USB/a", 2}};
+  struct Case {
+    const char* name;
+    std::shared_ptr<Data> alias;
+    std::optional<std::string> expected;
+  };
+  const Case cases[] = {
+      {"absent", nullptr, std::nullopt},
+      {"not-an-archive", Data::make("garbage"), std::nullopt},
+      {"not-a-dictionary", Data::make(Archiver::archivedData(String::make("/media/ann/USB/a"))), std::nullopt},
+      {"escaping-relative-path",
+       aliasOf({{"volumeUUID", String::make("0A1B-2C3D")}, {"relativePath", String::make("../../../etc/passwd")}}),
+       std::nullopt},
+      {"uuid-with-slash", aliasOf({{"volumeUUID", String::make("../0A1B-2C3D")}, {"relativePath", String::make("a")}}),
+       std::nullopt},
+      {"path-of-wrong-class", aliasOf({{"path", Number::fromInt32(1)}}), std::nullopt},
+      {"relative-path-field", aliasOf({{"path", String::make("etc/passwd")}}), std::nullopt},
+      {"volume-first-then-path",
+       aliasOf({{"path", String::make("/etc/passwd")}, {"volumeUUID", String::make("0A1B-2C3D")},
+                {"relativePath", String::make("a")}}),
+       "/media/ann/USB/a"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(getNSPathFromAliasObject(c.alias, true, fs), c.expected);
+  }
+}
+
+TEST(DocumentAliasTest, MountInfoLinesAreParsedAndUnescaped) {
+  const auto entries = parseMountInfo(
+      "22 1 8:2 / / rw,relatime shared:1 - ext4 /dev/sda2 rw\n"
+      "40 22 8:17 /sub /media/ann/My\\040Disk rw - vfat /dev/sdb1 rw\n"
+      "bad line\n"
+      "41 22 x:1 / /broken rw - tmpfs tmpfs rw\n"
+      "42 22 0:5 / /tail\\134 rw - tmpfs tmpfs rw");
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(entries[0].mountPoint, "/");
+  EXPECT_EQ(entries[1].major, 8u);
+  EXPECT_EQ(entries[1].minor, 17u);
+  EXPECT_EQ(entries[1].root, "/sub");
+  EXPECT_EQ(entries[1].mountPoint, "/media/ann/My Disk");
+  EXPECT_EQ(entries[2].mountPoint, "/tail\\");
+}
+
+}  // namespace
+}  // namespace halyard

@@ -1,0 +1,233 @@
+// The file manager's core: error texts, buffers, identity, open references,
+// the audit log and waiting for commands.
+
+#include "fileservices/vt_file_manager.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <future>
+
+#include "fileservices/test_folder.h"
+#include "foundation/log_sink.h"
+
+namespace halyard::fileservices {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+TEST(FileManagerErrors, MessagesForCodes) {
+  auto fm = VTFileManager::make();
+  struct Case {
+    ErrorCode code;
+    const char* text;
+  };
+  const Case cases[] = {
+      {0, ""},
+      {2, "No such file or directory"},
+      {103, "Software caused connection abort"},  // inside Linux's errno range
+      {133, "Memory page has hardware error"},    // its last value
+      {134, "Error: 134"},
+      {-128, "Error: -128"},
+      {10101, "Error: 10101"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.code);
+    EXPECT_EQ(fm->errorMessageForCode(c.code), c.text);
+  }
+  fm->setLastError(-128);
+  EXPECT_EQ(fm->errorMessageForLastError(), "Error: -128");
+  errno = EINVAL;
+  fm->setLastError(0);
+  EXPECT_EQ(errno, 0) << "a code of 0 also clears errno";
+}
+
+TEST(FileManagerBuffers, ReusedWhileTheSizeStaysAndTheCopyQuirk) {
+  auto fm = VTFileManager::make();
+  std::byte* first = fm->copyBufferOfSize(4096);
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(fm->copyBufferOfSize(4096), first);
+  EXPECT_EQ(fm->copyBufferOfSize(0), nullptr);
+  EXPECT_EQ(fm->copyBufferOfSize(VTFileManager::maximumCopyBufferSize + 1), nullptr);
+  ASSERT_NE(fm->altCopyBufferOfSize(512), nullptr);
+  EXPECT_NE(fm->copyBufferOfSize(4096), nullptr);
+
+  // A copy records the sizes but holds no memory: the same size answers
+  // nothing until another size has been asked for once.
+  auto copy = fm->copy();
+  EXPECT_EQ(copy->copyBufferOfSize(4096), nullptr);
+  EXPECT_EQ(copy->altCopyBufferOfSize(512), nullptr);
+  EXPECT_NE(copy->copyBufferOfSize(8192), nullptr);
+  EXPECT_NE(copy->copyBufferOfSize(4096), nullptr);
+}
+
+struct FakeIdentity final : HostIdentitySource {
+  std::optional<std::string> name, serial, host;
+  std::optional<std::array<std::uint8_t, 6>> mac;
+  std::optional<std::string> computerName() const override { return name; }
+  std::optional<std::string> platformSerialNumber() const override { return serial; }
+  std::optional<std::array<std::uint8_t, 6>> primaryEthernetAddress() const override { return mac; }
+  std::optional<std::string> processHostName() const override { return host; }
+};
+
+TEST(FileManagerIdentity, HostNameFallsBackInOrder) {
+  const std::array<std::uint8_t, 6> mac{0x00, 0x1b, 0x63, 0xaf, 0x0e, 0x9c};
+  struct Case {
+    const char* what;
+    FakeIdentity identity;
+    const char* expected;
+  };
+  auto make = [](std::optional<std::string> n, std::optional<std::string> s,
+                 std::optional<std::array<std::uint8_t, 6>> m, std::optional<std::string> h) {
+    FakeIdentity f;
+    f.name = n, f.serial = s, f.mac = m, f.host = h;
+    return f;
+  };
+  const Case cases[] = {
+      {"computer name first", make("Studio", "C02X", mac, "box"), "Studio"},
+      {"empty name skipped", make("", "C02X", mac, "box"), "C02X"},
+      {"upper-case MAC", make(std::nullopt, std::nullopt, mac, "box"), "001B63AF0E9C"},
+      {"host name", make(std::nullopt, std::nullopt, std::nullopt, "box"), "box"},
+      {"nothing known", make(std::nullopt, std::nullopt, std::nullopt, std::nullopt), "local"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    auto fm = VTFileManager::make(std::make_shared<FakeIdentity>(c.identity));
+    EXPECT_EQ(fm->hostName(), c.expected);
+  }
+  EXPECT_FALSE(VTFileManager::make()->hostName().empty());
+}
+
+TEST(FileManagerForks, ReferencesAreKeptOnceAndClosed) {
+  auto fm = VTFileManager::make();
+  int a = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  int b = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  fm->addOpenForkReference(a);
+  fm->addOpenForkReference(a);
+  fm->addOpenForkReference(b);
+  EXPECT_EQ(fm->openForkReferences(), (std::vector<int>{a, b}));
+  fm->closeAllOpenForks();
+  EXPECT_TRUE(fm->openForkReferences().empty());
+  EXPECT_EQ(fcntl(a, F_GETFD), -1);
+  EXPECT_EQ(fcntl(b, F_GETFD), -1);
+}
+
+TEST(FileManagerAlias, MembersResolveTheDocumentAlias) {
+  TestFolder folder;
+  const std::string doc = folder.writeFile("doc.sync", "x");
+  auto fm = VTFileManager::make();
+  auto alias = fm->createAliasObjectFromNSPath(doc);
+  ASSERT_NE(alias, nullptr);
+  EXPECT_EQ(fm->getNSPathFromAliasObject(alias, true), doc);
+  std::remove(doc.c_str());
+  EXPECT_EQ(fm->getNSPathFromAliasObject(alias, true), std::nullopt);
+  EXPECT_EQ(fm->lastError(), ENOENT);
+}
+
+class FileManagerCommands : public ::testing::Test {
+ protected:
+  // A command of the manager's pool that finishes when `release` is called.
+  CommandID spoolHeld(std::int64_t code = 0) {
+    auto opened = gate_.get_future().share();
+    return fm_->commandPool().runCommand(
+        [this, opened, code](CommandID id) {
+          opened.wait();
+          fm_->setProperty(kECodeKey, id, code);
+        },
+        nullptr, nullptr);
+  }
+  void release() { gate_.set_value(); }
+
+  std::shared_ptr<VTFileManager> fm_ = VTFileManager::make();
+  std::promise<void> gate_;
+};
+
+TEST_F(FileManagerCommands, SuccessIsNegatedOnceThenASecondWaitRunsToItsLimit) {
+  const CommandID id = spoolHeld();
+  EXPECT_EQ(fm_->statusForCommand(id), kCommandNotFinished);
+  release();
+  EXPECT_EQ(fm_->waitForCommandCompletion(id, 10.0), -id);
+  EXPECT_EQ(fm_->statusForCommand(-id), 0);
+  const auto start = Clock::now();
+  EXPECT_EQ(fm_->waitForCommandCompletion(-id, 1.5), -id) << "the negated id comes back unchanged";
+  EXPECT_EQ(fm_->waitForCommandCompletion(id, 1.5), id);
+  EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(3000));
+}
+
+TEST_F(FileManagerCommands, StillRunningAtTheLimitAnswersThePositiveIdAndGoesOn) {
+  const CommandID id = spoolHeld();
+  EXPECT_EQ(fm_->waitForCommandCompletion(id, 1.0), id);
+  EXPECT_EQ(fm_->statusForCommand(id), kCommandNotFinished);
+  release();
+  EXPECT_EQ(fm_->waitForCommandCompletion(id, 10.0), -id);
+}
+
+TEST_F(FileManagerCommands, FailureAnswersThePositiveIdAndItsCode) {
+  const CommandID id = spoolHeld(ENOENT);
+  release();
+  EXPECT_EQ(fm_->waitForCommandCompletion(id, 10.0), id);
+  EXPECT_EQ(fm_->statusForCommand(id), ENOENT);
+  EXPECT_EQ(fm_->resultsForCommand(id), nullptr);
+}
+
+TEST_F(FileManagerCommands, DataCopiedCountIsReadAndCleared) {
+  const CommandID id = spoolHeld();
+  fm_->setProperty(kDCpyKey, id, std::int64_t{4096});
+  EXPECT_EQ(fm_->getAndClearDataCopiedCountForCommand(id), 4096);
+  EXPECT_EQ(fm_->getAndClearDataCopiedCountForCommand(id), 0);
+  release();
+  EXPECT_LT(fm_->waitForCommandCompletion(id, 10.0), 0);
+}
+
+// Lines the test's own thread logged: the worker's Spawned/Terminating
+// lines are left out.
+std::vector<std::string> callerLines(const LogCapture& capture) {
+  std::vector<std::string> lines;
+  for (const auto& line : capture.lines()) {
+    if (line.find("Spawned:") == std::string::npos && line.find("Terminating:") == std::string::npos) {
+      lines.push_back(line);
+    }
+  }
+  return lines;
+}
+
+TEST(FileManagerAudit, OnlyTheOuterCallOnTheAuditThreadIsLogged) {
+  TestFolder folder;
+  folder.writeFile("a.txt", "abc");
+  auto fm = VTFileManager::make();
+  LogCapture capture;
+  fm->setAuditEnabled(true);
+
+  std::thread([&] {
+    EXPECT_FALSE(fm->auditEnabled());
+    fm->statusForCommand(1);
+    fm->copyPath(folder.path("a.txt"), folder.path("from-b.txt"), true);
+  }).join();
+  EXPECT_TRUE(capture.lines().empty());
+
+  // asyncCopyPath calls waitForCommandCompletion, which calls
+  // statusForCommand; the worker runs copyPath and copyPath:toPath:handler:.
+  const CommandID id = fm->asyncCopyPath(folder.path("a.txt"), folder.path("b.txt"), true);
+  ASSERT_LT(id, 0);
+  const std::vector<std::string> expected = {
+      "<FMAudit> VTFileManager: asyncCopyPath:\"" + folder.path("a.txt") + "\" toPath:\"" + folder.path("b.txt") +
+          "\" preserveComments:YES",
+      "<FMAudit> VTFileManager: asyncCopyPath:toPath:preserveComments: errcode: 0 commandID: " + std::to_string(id),
+  };
+  EXPECT_EQ(callerLines(capture), expected);
+  const auto all = capture.lines();
+  EXPECT_NE(std::find(all.begin(), all.end(), "<FMAudit> Spawned: copyPathThreadedCommand"), all.end());
+  EXPECT_NE(std::find(all.begin(), all.end(), "<FMAudit> Terminating: copyPathThreadedCommand"), all.end());
+
+  fm->statusForCommand(id);
+  EXPECT_EQ(callerLines(capture).size(), 4u);
+  EXPECT_EQ(callerLines(capture)[2], "<FMAudit> VTFileManager: statusForCommand: " + std::to_string(id));
+  EXPECT_EQ(callerLines(capture)[3], "<FMAudit> VTFileManager: statusForCommand result: 0");
+  fm->setAuditEnabled(false);
+}
+
+}  // namespace
+}  // namespace halyard::fileservices

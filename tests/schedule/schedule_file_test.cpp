@@ -1,0 +1,139 @@
+// The schedule data file: where it is, reading hostile or odd files, and the
+// atomic write that halyardctl uses.
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "foundation/archiver.h"
+#include "foundation/file_io.h"
+#include "foundation/log_sink.h"
+#include "foundation/strings_table.h"
+#include "schedule/schedule_file.h"
+#include "schedule_test_support.h"
+
+namespace halyard {
+namespace {
+
+using namespace halyard::testing;
+
+ScheduleData twoItems() {
+  auto first = newItem();
+  first->setDescription("first");
+  auto second = newItem();
+  second->setDescription("second");
+  second->selectEveryDayOfMonth();
+  return ScheduleData{nullptr, ScheduleItems{first, second}};
+}
+
+struct FolderCase {
+  const char* name;
+  const char* text;
+  const char* home;
+  const char* xdgDataHome;
+  const char* expected;
+};
+
+TEST(ScheduleFileTest, UserFolderFollowsTheDataHome) {
+  const FolderCase cases[] = {
+      {"default", "~/.local/share/Halyard", "/home/ann", nullptr, "/home/ann/.local/share/Halyard"},
+      {"xdg-data-home", "~/.local/share/Halyard", "/home/ann", "/data/ann", "/data/ann/Halyard"},
+      {"relative-xdg-is-ignored", "~/.local/share/Halyard", "/home/ann", "rel", "/home/ann/.local/share/Halyard"},
+      {"other-tilde-folder", "~/Library/Halyard", "/home/ann", "/data/ann", "/home/ann/Library/Halyard"},
+      {"prefix-that-is-not-a-folder", "~/.local/shared", "/home/ann", "/data/ann", "/home/ann/.local/shared"},
+      {"absolute", "/srv/halyard", "/home/ann", "/data/ann", "/srv/halyard"},
+      {"tilde-user-form-kept", "~bob/x", "/home/ann", nullptr, "~bob/x"},
+  };
+  for (const FolderCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(expandUserFolder(c.text, c.home, c.xdgDataHome), c.expected);
+  }
+}
+
+TEST(ScheduleFileTest, WrittenFileIsReadBackByTheAgentsReader) {
+  ScratchFolder folder;
+  const std::string path = folder.file("new/folder/ScheduleData.sched");
+  ASSERT_TRUE(writeScheduleFile(path, twoItems()));
+  auto items = readScheduleItems(path, fixedClock());
+  ASSERT_TRUE(items);
+  ASSERT_EQ(items->size(), 2u);
+  EXPECT_EQ((*items)[0]->description(), "first");
+  EXPECT_TRUE((*items)[1]->everyDayOfMonthIsSelected());
+  // Only the file itself is left: the temporary file was renamed over it.
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path() / "new/folder"),
+                          std::filesystem::directory_iterator()),
+            1);
+}
+
+TEST(ScheduleFileTest, OtherRootEntriesSurviveARewrite) {
+  auto root = Dictionary::make(true);
+  root->set("applicationVersionkey", String::make("4.0"));
+  ScheduleData data = twoItems();
+  data.root = root;
+  auto decoded = decodeScheduleData(encodeScheduleData(data), scheduleClassRegistry(fixedClock()));
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(objectAs<String>(decoded->root->get("applicationVersionkey"))->text, "4.0");
+  EXPECT_EQ(decoded->items->size(), 2u);
+}
+
+struct OddFile {
+  const char* name;
+  std::string bytes;
+  bool readable;      // decodeScheduleData succeeds
+  bool hasItems;      // and the items entry is there
+};
+
+TEST(ScheduleFileTest, OddFilesGiveNoItemsAndNeverCrash) {
+  auto noItemsKey = Dictionary::make();
+  noItemsKey->set("other", Number::fromInt32(1));
+  auto itemsNotArray = Dictionary::make();
+  itemsNotArray->set("scheduledItemsObjectkey", String::make("items"));
+  auto foreignElement = Dictionary::make();
+  foreignElement->set("scheduledItemsObjectkey", Array::make({String::make("not an item")}));
+  const OddFile cases[] = {
+      {"empty", "", false, false},
+      {"not-an-archive", "hello, world", false, false},
+      {"root-not-dictionary", Archiver::archivedData(Array::make()), false, false},
+      {"no-items-key", Archiver::archivedData(noItemsKey), true, false},
+      {"items-not-array", Archiver::archivedData(itemsNotArray), true, false},
+      {"element-not-an-item", Archiver::archivedData(foreignElement), true, true},
+  };
+  for (const OddFile& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto data = decodeScheduleData(c.bytes, scheduleClassRegistry(fixedClock()));
+    ASSERT_EQ(data.ok(), c.readable);
+    if (data) {
+      EXPECT_EQ(data->items.has_value(), c.hasItems);
+      if (data->items) {
+        EXPECT_TRUE(data->items->empty());
+      }
+    }
+  }
+}
+
+TEST(ScheduleFileTest, EveryTruncationOfAFileIsRejectedCleanly) {
+  const std::string bytes = encodeScheduleData(twoItems());
+  for (std::size_t length = 0; length < bytes.size(); ++length) {
+    auto data = decodeScheduleData(std::string_view(bytes).substr(0, length), scheduleClassRegistry(fixedClock()));
+    EXPECT_FALSE(data.ok()) << "prefix of " << length << " bytes";
+  }
+}
+
+TEST(ScheduleFileTest, MissingOrUnreadableFileGivesNoItemsAndNoMessage) {
+  ScratchFolder folder;
+  ASSERT_TRUE(writeFileAtomically(folder.file("bad.sched"), "streamtyped but not really"));
+  LogCapture capture;
+  EXPECT_FALSE(readScheduleItems(folder.file("absent.sched"), fixedClock()));
+  EXPECT_FALSE(readScheduleItems(folder.file("bad.sched"), fixedClock()));
+  EXPECT_FALSE(readScheduleItems(folder.path().string(), fixedClock()));  // a folder
+  EXPECT_TRUE(capture.lines().empty());
+}
+
+TEST(ScheduleFileTest, PathIsTheUserFolderAndTheFileName) {
+  const std::string path = scheduleFilePath();
+  EXPECT_EQ(path, expandUserFolder(localizedString("USER_PATH")) + "/ScheduleData.sched");
+  EXPECT_EQ(std::filesystem::path(path).parent_path().filename(), "Halyard");
+}
+
+}  // namespace
+}  // namespace halyard

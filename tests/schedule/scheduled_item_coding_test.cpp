@@ -1,0 +1,202 @@
+// The archived form of a scheduled item: the exact entries written, the
+// round trip, the legacy repeat interval, and values of the wrong class.
+
+#include <cmath>
+#include <functional>
+#include <limits>
+
+#include <gtest/gtest.h>
+
+#include "fileservices/document_alias.h"
+#include "foundation/archiver.h"
+#include "foundation/json_writer.h"
+#include "foundation/log_sink.h"
+#include "foundation/unarchiver.h"
+#include "schedule/schedule_file.h"
+#include "schedule_test_support.h"
+#include "volumes/volume_specifier.h"
+
+namespace halyard {
+namespace {
+
+using namespace halyard::testing;
+
+// An archive holding one KSScheduledItem whose contents are `archive`, as
+// the application would write it.
+std::string itemArchive(ObjectRef archive) {
+  auto item = std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
+                                              std::vector<Group>{{"@", {{"@", std::move(archive)}}}});
+  return Archiver::archivedData(item);
+}
+
+std::shared_ptr<KSScheduledItem> decodeItem(const std::string& bytes) {
+  auto object = Unarchiver::unarchiveRootObject(bytes, scheduleClassRegistry(fixedClock()));
+  if (!object) {
+    ADD_FAILURE() << object.error().describe();
+    return nullptr;
+  }
+  return objectAs<KSScheduledItem>(*object);
+}
+
+std::shared_ptr<KSScheduledItem> decodeEntries(std::vector<std::pair<const char*, ObjectRef>> entries) {
+  auto archive = Dictionary::make(true);
+  for (auto& [key, value] : entries) archive->set(key, value);
+  return decodeItem(itemArchive(archive));
+}
+
+std::string selectedMinutes(const KSScheduledItem& item) {
+  std::string list;
+  for (std::uint32_t m = 0; m < 60; ++m) {
+    if (item.minuteIsSelected(m)) list += (list.empty() ? "" : ",") + std::to_string(m);
+  }
+  return list;
+}
+
+TEST(ScheduledItemCodingTest, NewItemArchivesExactlyTheRequiredEntries) {
+  const auto archive = newItem()->archiveDictionary();
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : archive->entries) keys.push_back(objectAs<String>(key)->text);
+  const std::vector<std::string> expected{
+      "descriptionkey",          "scheduleTypekey",         "startDatekey",
+      "runOncekey",              "activekey",               "forceToRunkey",
+      "scheduledMonthskey",      "scheduledDaysOfMonthkey", "scheduledDaysOfWeekkey",
+      "scheduledHourskey",       "scheduledMinuteskey",     "scheduledLeftTargetMountskey",
+      "scheduledRightTargetMountskey"};
+  EXPECT_EQ(keys, expected);
+
+  auto number = [&](const char* key) { return objectAs<Number>(archive->get(key)); };
+  EXPECT_EQ(number("scheduleTypekey")->type, 'i');
+  EXPECT_EQ(number("scheduleTypekey")->intValue(), 5);
+  for (const char* key : {"runOncekey", "activekey", "forceToRunkey"}) EXPECT_EQ(number(key)->type, 'c') << key;
+  EXPECT_TRUE(number("activekey")->boolValue());
+  EXPECT_FALSE(number("runOncekey")->boolValue() || number("forceToRunkey")->boolValue());
+  EXPECT_EQ(number("scheduledLeftTargetMountskey")->intValue(), 0);
+  EXPECT_EQ(objectAs<CalendarDate>(archive->get("startDatekey"))->seconds, kFixedNow);
+  EXPECT_EQ(objectAs<String>(archive->get("descriptionkey"))->text, "No description");
+  auto days = objectAs<String>(archive->get("scheduledDaysOfWeekkey"));
+  EXPECT_EQ(days->text, "0111110");
+  EXPECT_TRUE(days->isMutable);
+}
+
+TEST(ScheduledItemCodingTest, RoundTripKeepsEveryFieldAndResetsTheRunState) {
+  ScratchFolder folder;
+  const std::string document = folder.file("Photos.halyard");
+  std::fclose(std::fopen(document.c_str(), "w"));
+  auto item = newItem();
+  item->setDocumentAlias(createAliasObjectFromNSPath(document));
+  item->setDocumentPathName("/elsewhere/Photos.halyard");
+  item->setDescription("Photos to the NAS");
+  item->setScheduleType(7);
+  item->setLastRunDate(fixedDate(kFixedNow - 3600.25));
+  item->setRunOnce(true);
+  item->setActive(false);
+  item->setForceToRun(true);
+  item->setScheduledDaysOfMonth("1" + std::string(30, '0'));
+  item->setScheduledMinutes(std::string(60, '1'));
+  item->setScheduledLeftTargetMounts(1);
+  item->setScheduledRightTargetMounts(-3);
+  auto specifier = std::make_shared<VolumeSpecifier>(fileservices::VTFileManager::make());
+  auto specifierArchive = Dictionary::make(true);
+  specifierArchive->set("vs00", String::make("NAS"));
+  specifier->applyArchiveDictionary(*specifierArchive);
+  item->setLeftTargetVolumeSpecifier(specifier);
+  auto info = Dictionary::make(true);
+  info->set("result", String::make("ok"));
+  item->setLastSynchInfo(info);
+  item->setForceActive(true);
+  item->setIsRunning(true);
+  item->setIsComplete(true);
+
+  const std::string bytes = Archiver::archivedData(item);
+  auto decoded = decodeItem(bytes);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(JsonWriter::describe(decoded), JsonWriter::describe(item));
+  EXPECT_EQ(decoded->documentPathName(), "/elsewhere/Photos.halyard");  // a stored path overrides the alias
+  EXPECT_EQ(decoded->lastRunDate()->seconds, kFixedNow - 3600.25);
+  EXPECT_FALSE(decoded->forceActive() || decoded->isRunning() || decoded->isComplete());
+  EXPECT_EQ(decoded->lock(), nullptr);
+  EXPECT_EQ(Archiver::archivedData(decoded), bytes);
+  auto decodedSpecifier = objectAs<VolumeSpecifier>(decoded->leftTargetVolumeSpecifier());
+  ASSERT_TRUE(decodedSpecifier);
+  EXPECT_EQ(decodedSpecifier->volumeName(), "NAS");
+}
+
+struct LegacyCase {
+  const char* name;
+  ObjectRef interval;
+  ObjectRef minutes;  // a stored minute set, or null
+  const char* selected;
+};
+
+TEST(ScheduledItemCodingTest, LegacyRepeatIntervalAddsToTheMinuteSet) {
+  const LegacyCase cases[] = {
+      {"every-15", Number::fromDouble(15), nullptr, "0,15,30,45"},
+      {"every-45", Number::fromInt32(45), nullptr, "0,45"},
+      {"every-90", Number::fromDouble(90), nullptr, "0"},
+      {"zero", Number::fromDouble(0), nullptr, "0"},
+      {"every-20-as-string", String::make("20"), nullptr, "0,20,40"},
+      {"fraction-that-cannot-advance", Number::fromDouble(0.5), nullptr, "0"},
+      {"negative", Number::fromDouble(-5), nullptr, "0"},
+      {"not-a-number", Number::fromDouble(std::numeric_limits<double>::quiet_NaN()), nullptr, "0"},
+      {"stored-set-replaces-it", Number::fromDouble(15), String::make(std::string(59, '0') + "1", true), "59"},
+  };
+  for (const LegacyCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto archive = Dictionary::make(true);
+    archive->set("repeatIntervalkey", c.interval);
+    if (c.minutes) archive->set("scheduledMinuteskey", c.minutes);
+    auto item = decodeItem(itemArchive(archive));
+    ASSERT_TRUE(item);
+    EXPECT_EQ(selectedMinutes(*item), c.selected);
+  }
+}
+
+struct WrongClassCase {
+  const char* name;
+  const char* key;
+  ObjectRef value;
+  std::function<bool(const KSScheduledItem&)> check;
+  std::size_t logLines;
+};
+
+TEST(ScheduledItemCodingTest, ValuesOfTheWrongClassAreConvertedOrIgnored) {
+  const WrongClassCase cases[] = {
+      {"type-from-string", "scheduleTypekey", String::make(" 7 days"), [](auto& i) { return i.scheduleType() == 7; }, 0},
+      {"type-from-double", "scheduleTypekey", Number::fromDouble(6.9), [](auto& i) { return i.scheduleType() == 6; }, 0},
+      {"type-from-array", "scheduleTypekey", Array::make(), [](auto& i) { return i.scheduleType() == 5; }, 1},
+      {"active-from-string-no", "activekey", String::make("NO"), [](auto& i) { return !i.active(); }, 0},
+      {"run-once-from-string-yes", "runOncekey", String::make("yes"), [](auto& i) { return i.runOnce(); }, 0},
+      {"mounts-from-null", "scheduledLeftTargetMountskey", std::make_shared<Null>(),
+       [](auto& i) { return i.scheduledLeftTargetMounts() == 0; }, 1},
+      {"description-from-number", "descriptionkey", Number::fromInt32(3),
+       [](auto& i) { return i.description() == "No description"; }, 1},
+      {"start-date-from-plain-date", "startDatekey", Date::make(1.0),
+       [](auto& i) { return i.startDate()->seconds == kFixedNow; }, 1},
+      {"minutes-from-number", "scheduledMinuteskey", Number::fromInt32(1),
+       [](auto& i) { return selectedMinutes(i) == "0"; }, 1},
+      {"alias-from-string", "documentAliaskey", String::make("/tmp"), [](auto& i) { return !i.documentAlias(); }, 1},
+      {"specifier-from-string", "leftTargetVolumeSpecifierkey", String::make("disk"),
+       [](auto& i) { return !i.leftTargetVolumeSpecifier(); }, 1},
+      {"sync-info-from-array", "lastSynchInfokey", Array::make(), [](auto& i) { return !i.lastSynchInfo(); }, 1},
+  };
+  for (const WrongClassCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    LogCapture capture;
+    auto item = decodeEntries({{c.key, c.value}});
+    ASSERT_TRUE(item);
+    EXPECT_TRUE(c.check(*item));
+    EXPECT_EQ(capture.lines().size(), c.logLines);
+  }
+}
+
+TEST(ScheduledItemCodingTest, ItemWithoutADictionaryKeepsItsDefaults) {
+  auto item = decodeItem(itemArchive(nullptr));
+  ASSERT_TRUE(item);
+  EXPECT_EQ(item->scheduleType(), 5);
+  EXPECT_EQ(item->startDate()->seconds, kFixedNow);
+  auto notDictionary = Unarchiver::unarchiveRootObject(itemArchive(String::make("x")), scheduleClassRegistry(fixedClock()));
+  EXPECT_FALSE(notDictionary);
+}
+
+}  // namespace
+}  // namespace halyard

@@ -1,0 +1,153 @@
+// `halyardctl schedule` as a user runs it: the built binary on a scratch
+// schedule file, in a fixed time zone. What it writes is what the agent's
+// reader reads, and a failed command leaves the file as it was.
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "foundation/file_io.h"
+#include "schedule/schedule_file.h"
+
+namespace halyard {
+namespace {
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+std::string quoted(const std::string& arg) {
+  std::string q = "'";
+  for (char c : arg) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+class HalyardctlScheduleTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (std::filesystem::temp_directory_path() / "halyardctl-schedule-XXXXXX").string();
+    folder_ = ::mkdtemp(pattern.data());
+    file_ = (folder_ / "ScheduleData.sched").string();
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+
+  Outcome run(const std::vector<std::string>& args) const {
+    std::string command = "env TZ=Europe/Berlin HALYARD_RESOURCE_DIR=" HALYARD_SOURCE_DIR "/resources XDG_DATA_HOME=" +
+                          quoted(folder_.string()) + " " HALYARD_BINARY_DIR "/src/tools/halyardctl schedule";
+    for (const auto& arg : args) command += " " + quoted(arg);
+    const std::string out = (folder_ / "out").string(), err = (folder_ / "err").string();
+    const int status = std::system((command + " >" + out + " 2>" + err).c_str());
+    return {WEXITSTATUS(status), readWholeFile(out).value(), readWholeFile(err).value()};
+  }
+
+  std::filesystem::path folder_;
+  std::string file_;
+};
+
+TEST_F(HalyardctlScheduleTest, AddThenListThenDumpAgreeAndTheAgentReadsIt) {
+  const Outcome added = run({"add", "--file", file_, "--description", "Photos to the NAS", "--minutes", "0,30",
+                         "--hours", "9-17", "--days-of-week", "mon-fri", "--days-of-month", "1,15", "--months",
+                         "jan-mar", "--type", "7", "--start-date", "2024-01-02 08:00", "--inactive"});
+  ASSERT_EQ(added.status, 0) << added.err;
+  const Outcome listed = run({"list", "--json", "--file", file_});
+  ASSERT_EQ(listed.status, 0) << listed.err;
+  const std::string dump = [&] {
+    const std::string out = (folder_ / "dump").string();
+    EXPECT_EQ(std::system((HALYARD_BINARY_DIR "/src/tools/halyardctl dump " + file_ + " >" + out).c_str()), 0);
+    return readWholeFile(out).value();
+  }();
+
+  const std::string minutes = "1" + std::string(29, '0') + "1" + std::string(29, '0');
+  const std::string hours = std::string(9, '0') + std::string(9, '1') + std::string(6, '0');
+  const std::string daysOfMonth = "1" + std::string(13, '0') + "1" + std::string(16, '0');
+  const std::pair<std::string, std::string> fields[] = {
+      {"\"description\": \"Photos to the NAS\"", "\"descriptionkey\": \"Photos to the NAS\""},
+      {"\"scheduleType\": 7", "\"scheduleTypekey\": 7"},
+      {"\"active\": false", "\"activekey\": false"},
+      {"\"minutes\": \"" + minutes + "\"", "\"scheduledMinuteskey\": \"" + minutes + "\""},
+      {"\"hours\": \"" + hours + "\"", "\"scheduledHourskey\": \"" + hours + "\""},
+      {"\"daysOfWeek\": \"0111110\"", "\"scheduledDaysOfWeekkey\": \"0111110\""},
+      {"\"daysOfMonth\": \"" + daysOfMonth + "\"", "\"scheduledDaysOfMonthkey\": \"" + daysOfMonth + "\""},
+      {"\"months\": \"111000000000\"", "\"scheduledMonthskey\": \"111000000000\""},
+      {"\"startDate\": \"2024-01-02 08:00:00 +0100\"", "\"utc\": \"2024-01-02 07:00:00 +0000\""},
+  };
+  for (const auto& [inList, inDump] : fields) {
+    EXPECT_NE(listed.out.find(inList), std::string::npos) << inList << "\n" << listed.out;
+    EXPECT_NE(dump.find(inDump), std::string::npos) << inDump;
+  }
+
+  auto items = readScheduleItems(file_);
+  ASSERT_TRUE(items);
+  ASSERT_EQ(items->size(), 1u);
+  EXPECT_EQ(*(*items)[0]->scheduledMinutes(), minutes);
+  EXPECT_EQ((*items)[0]->startDate()->seconds, 725871600.0);
+  EXPECT_FALSE((*items)[0]->active());
+}
+
+TEST_F(HalyardctlScheduleTest, DefaultFileIsInTheUsersDataFolder) {
+  ASSERT_EQ(run({"add", "--days-of-month", "*"}).status, 0);
+  auto items = readScheduleItems((folder_ / "Halyard/ScheduleData.sched").string());
+  ASSERT_TRUE(items);
+  EXPECT_TRUE((*items)[0]->everyDayOfMonthIsSelected());
+}
+
+TEST_F(HalyardctlScheduleTest, BadInputGivesOneLineAndLeavesTheFileAlone) {
+  ASSERT_EQ(run({"add", "--file", file_}).status, 0);
+  const std::string before = readWholeFile(file_).value();
+  const std::vector<std::string> cases[] = {
+      {"edit", "1", "--minutes", "75"},
+      {"edit", "1", "--days-of-week", "funday"},
+      {"edit", "1", "--hours", "0101"},
+      {"edit", "1", "--minutes", std::string(59, '0') + "2"},
+      {"edit", "1", "--months", "mar-jan"},
+      {"edit", "1", "--start-date", "yesterday"},
+      {"edit", "1", "--type", "12"},
+      {"edit", "1", "--minutes"},
+      {"edit", "2", "--active"},
+      {"remove", "0"},
+      {"show", "one"},
+      {"list", "--hours", "5"},
+      {"frobnicate"},
+      {"show", "1", "--file", (folder_ / "absent.sched").string()},
+  };
+  for (const auto& args : cases) {
+    SCOPED_TRACE(args[0] + " " + (args.size() > 1 ? args[1] + " " + args.back() : ""));
+    std::vector<std::string> withFile = args;
+    if (withFile.back() != (folder_ / "absent.sched").string()) {
+      withFile.insert(withFile.end(), {"--file", file_});
+    }
+    const Outcome result = run(withFile);
+    EXPECT_NE(result.status, 0);
+    EXPECT_TRUE(result.out.empty()) << result.out;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_EQ(readWholeFile(file_).value(), before);
+  }
+  ASSERT_TRUE(writeFileAtomically(file_, "not a schedule"));
+  EXPECT_EQ(run({"add", "--file", file_}).status, 1);
+  EXPECT_EQ(readWholeFile(file_).value(), "not a schedule");
+}
+
+TEST_F(HalyardctlScheduleTest, NextListsComingRunsAndNeverForAPatternThatCannotMatch) {
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "hourly", "--start-date", "2100-01-01 00:00", "--hours", "*",
+                 "--days-of-month", "*", "--days-of-week", "*"})
+                .status,
+            0);
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "30 Feb", "--months", "feb", "--days-of-month", "30",
+                 "--days-of-week", "*"})
+                .status,
+            0);
+  const Outcome all = run({"next", "--file", file_, "--count", "2"});
+  EXPECT_EQ(all.out,
+            "2100-01-01 00:00:00 +0100  1. hourly\n"
+            "2100-01-01 01:00:00 +0100  1. hourly\n");
+  EXPECT_EQ(run({"next", "2", "--file", file_}).out, "never\n");
+  const Outcome json = run({"next", "1", "--count", "1", "--json", "--file", file_});
+  EXPECT_NE(json.out.find("\"date\": \"2100-01-01 00:00:00 +0100\""), std::string::npos) << json.out;
+}
+
+}  // namespace
+}  // namespace halyard

@@ -1,0 +1,231 @@
+// The archive of a volume record: big-endian binary fields, the cut-off of
+// the ordered keys, the format rule of the file manager, the defaults of
+// absent keys, and copying.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "foundation/archiver.h"
+#include "foundation/unarchiver.h"
+#include "volume_test_support.h"
+#include "volumes/volume_byte_order.h"
+#include "volumes/volume_mounts.h"
+
+namespace halyard {
+namespace {
+
+using testing::diskVolume;
+using testing::managerFor;
+
+struct Fixture {
+  std::shared_ptr<FakeVolumeQueries> machine = std::make_shared<FakeVolumeQueries>();
+  std::shared_ptr<fileservices::VTFileManager> fm = managerFor(machine);
+  int managersMade = 0;
+  ClassRegistry registry = ClassRegistry::foundation();
+
+  Fixture() {
+    machine->volumes = {diskVolume("/media/u/Backup", 2)};
+    registerVolumeClasses(registry, [this] {
+      ++managersMade;
+      return fm;
+    });
+  }
+  std::shared_ptr<VolumeSpecifier> record() { return VolumeSpecifier::volumeSpecifierWithPath("/media/u/Backup", fm); }
+  std::shared_ptr<VolumeSpecifier> roundTrip(const ObjectRef& object) {
+    auto decoded = Unarchiver::unarchiveRootObject(Archiver::archivedData(object), registry);
+    EXPECT_TRUE(decoded.ok()) << (decoded.ok() ? "" : decoded.error().describe());
+    return decoded.ok() ? objectAs<VolumeSpecifier>(*decoded) : nullptr;
+  }
+  std::shared_ptr<VolumeSpecifier> fromDictionary(const std::shared_ptr<Dictionary>& archive) {
+    auto record = std::make_shared<VolumeSpecifier>(fm);
+    record->applyArchiveDictionary(*archive);
+    return record;
+  }
+};
+
+std::vector<std::string> keysOf(const Dictionary& archive) {
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : archive.entries) keys.push_back(objectAs<String>(key)->text);
+  return keys;
+}
+
+// An 'afpm' block as a big-endian machine keeps it: header, then ten words.
+std::string bigEndianAppleShareBlock() {
+  std::string block = {0x00, 0x28, 'a', 'f', 'p', 'm', 0x00, 0x01, 0x7F, 0x7F};
+  for (char word = 1; word <= 10; ++word) block += std::string{0x00, word};
+  block += "zone";
+  return block;
+}
+
+TEST(VolumeArchive, BinaryFieldsAreBigEndian) {
+  const UTCDateTime date{0x0102, 0x03040506, 0x0708};
+  EXPECT_EQ(creationDateToBigEndian(date), std::string("\x01\x02\x03\x04\x05\x06\x07\x08", 8));
+  EXPECT_EQ(creationDateFromBigEndian(creationDateToBigEndian(date)), date);
+  EXPECT_FALSE(creationDateFromBigEndian("short"));
+
+  const std::string host = mountInfoToHost(bigEndianAppleShareBlock());
+  EXPECT_EQ(mountInfoMedia(host), fourCharCode("afpm"));
+  std::uint16_t word;
+  std::memcpy(&word, host.data() + 28, 2);
+  EXPECT_EQ(word, 10);
+  EXPECT_EQ(host.substr(8, 2), "\x7F\x7F") << "bytes outside the converted fields are kept";
+  EXPECT_EQ(mountInfoToBigEndian(host), bigEndianAppleShareBlock());
+  // Another media type converts only its header.
+  std::string nfs = bigEndianAppleShareBlock();
+  nfs.replace(2, 4, "nfs ");
+  EXPECT_EQ(mountInfoToHost(nfs).substr(10), nfs.substr(10));
+  EXPECT_EQ(mountInfoToHost("\x01"), "\x01") << "a block too short keeps its bytes";
+}
+
+TEST(VolumeArchive, ARecordFromTheOtherByteOrderKeepsDateMediaAndWords) {
+  Fixture f;
+  auto archive = f.record()->archiveDictionary();
+  archive->set("vs02", Data::make(bigEndianAppleShareBlock(), true));
+  archive->set("vs08", Data::make(std::string("\x00\x00\xE1\x2B\x3C\x4D\x80\x00", 8)));
+  archive->set("vs15", Number::fromInt32(static_cast<std::int32_t>(fourCharCode("afpm"))));
+  auto restored = f.roundTrip(f.fromDictionary(archive));
+  ASSERT_TRUE(restored);
+  EXPECT_EQ(restored->creationDate(), (UTCDateTime{0, 0xE12B3C4D, 0x8000}));
+  EXPECT_EQ(restored->serverMedia(), fourCharCode("afpm"));
+  EXPECT_EQ(mountInfoMedia(*restored->serverMountInfo()), fourCharCode("afpm"));
+  const auto written = restored->archiveDictionary();
+  EXPECT_EQ(objectAs<Data>(written->get("vs02"))->bytes, bigEndianAppleShareBlock());
+  EXPECT_EQ(objectAs<Data>(written->get("vs08"))->bytes, std::string("\x00\x00\xE1\x2B\x3C\x4D\x80\x00", 8));
+}
+
+TEST(VolumeArchive, RoundTripKeepsTheIdentity) {
+  Fixture f;
+  auto original = f.record();
+  auto restored = f.roundTrip(original);
+  ASSERT_TRUE(restored);
+  EXPECT_EQ(restored->volumeName(), "Backup");
+  EXPECT_EQ(restored->volumePath(), "/media/u/Backup");
+  EXPECT_EQ(restored->creationDate(), original->creationDate());
+  EXPECT_EQ(restored->deviceGUID(), "1111-2222");
+  EXPECT_TRUE(restored->strictVolumeIdentification());
+  EXPECT_TRUE(restored->isEqual(original));
+  EXPECT_TRUE(original->isEqual(restored));
+  EXPECT_EQ(keysOf(*original->archiveDictionary()),
+            (std::vector<std::string>{"vs00", "vs01", "vs03", "vs04", "vs05", "vs06", "vs18", "vs23", "vs19",
+                                      "vs20", "vs22", "vs07", "vs08", "vs09", "vs10", "vs11", "vs16", "vs21",
+                                      "vs24", "vs25", "vs26", "vs27", "vs02", "vs15"}));
+}
+
+TEST(VolumeArchive, FileManagerIsWrittenFromFormat1024) {
+  Fixture f;
+  auto record = f.record();
+  record->setFileFormatToSave(1023);
+  EXPECT_FALSE(record->archiveDictionary()->get("vs17"));
+  ASSERT_TRUE(f.roundTrip(record));
+  EXPECT_EQ(f.managersMade, 1) << "read back with a new local manager";
+  record->setFileFormatToSave(1024);
+  auto written = record->archiveDictionary();
+  ASSERT_TRUE(written->get("vs17"));
+  EXPECT_EQ(written->get("vs17")->archiveClassChain().front().name, "VTFileManager");
+  EXPECT_TRUE(f.roundTrip(record));
+}
+
+TEST(VolumeArchive, OrderedKeysStopAtTheFirstMissingValue) {
+  Fixture f;
+  VolumeSpecifier empty(f.fm);
+  EXPECT_EQ(keysOf(*empty.archiveDictionary()), (std::vector<std::string>{"vs02", "vs15"}));
+  auto archive = Dictionary::make(true);
+  archive->set("vs00", String::make("Backup"));
+  EXPECT_EQ(keysOf(*f.fromDictionary(archive)->archiveDictionary()),
+            (std::vector<std::string>{"vs00", "vs02", "vs15"}));
+}
+
+struct DefaultCase {
+  const char* name;
+  std::function<void(Dictionary&)> change;
+  std::function<void(VolumeSpecifier&)> check;
+};
+
+TEST(VolumeArchive, AbsentKeysTakeTheirDefaults) {
+  const DefaultCase cases[] = {
+      {"no vs22, not a server, any signature: strict",
+       [](Dictionary& a) {
+         a.set("vs22", nullptr);
+         a.set("vs11", Number::fromInt32(0x4D44));
+       },
+       [](VolumeSpecifier& r) { EXPECT_TRUE(r.strictVolumeIdentification()); }},
+      {"no vs22, a server: not strict",
+       [](Dictionary& a) { a.set("vs03", Number::fromBool(true)); },
+       [](VolumeSpecifier& r) { EXPECT_FALSE(r.strictVolumeIdentification()); }},
+      {"no vs22, a server with signature H+: strict",
+       [](Dictionary& a) {
+         a.set("vs03", Number::fromBool(true));
+         a.set("vs11", Number::fromInt32(0x482B));
+       },
+       [](VolumeSpecifier& r) { EXPECT_TRUE(r.strictVolumeIdentification()); }},
+      {"no vs16: 4 MiB", [](Dictionary&) {}, [](VolumeSpecifier& r) { EXPECT_EQ(r.bufferSize(), 4194304u); }},
+      {"empty vs21: the manager is asked again", [](Dictionary& a) { a.set("vs21", String::make("")); },
+       [](VolumeSpecifier& r) { EXPECT_EQ(r.volumeFormat(), "ext4"); }},
+      {"no vs24: device information from the manager", [](Dictionary&) {},
+       [](VolumeSpecifier& r) {
+         EXPECT_TRUE(r.deviceInfoValid());
+         EXPECT_EQ(r.deviceModel(), "Disk");
+       }},
+      {"vs24 false: no device information",
+       [](Dictionary& a) {
+         a.set("vs24", Number::fromBool(false));
+         a.set("vs25", String::make("Disk"));
+       },
+       [](VolumeSpecifier& r) { EXPECT_EQ(r.deviceModel(), ""); }},
+      {"a number as a string", [](Dictionary& a) { a.set("vs09", String::make("512")); },
+       [](VolumeSpecifier& r) { EXPECT_EQ(r.blockSize(), 512u); }},
+      {"a wrong class is ignored", [](Dictionary& a) { a.set("vs09", Data::make("x")); },
+       [](VolumeSpecifier& r) { EXPECT_EQ(r.blockSize(), 0u); }},
+  };
+  for (const DefaultCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    Fixture f;
+    auto archive = Dictionary::make(true);
+    archive->set("vs00", String::make("Backup"));
+    archive->set("vs01", String::make("/media/u/Backup"));
+    c.change(*archive);
+    std::erase_if(archive->entries, [](const Dictionary::Entry& e) { return !e.second; });
+    c.check(*f.fromDictionary(archive));
+  }
+}
+
+TEST(VolumeArchive, WithoutVs18TheFirstCaseQuestionLooksAtTheVolume) {
+  Fixture f;
+  f.machine->files = {{"/media/u/Backup/Readme", 1}, {"/media/u/Backup/rEADME", 1}};
+  auto archive = Dictionary::make(true);
+  archive->set("vs01", String::make("/media/u/Backup"));
+  auto stored = Dictionary::make(true);
+  *stored = *archive;
+  stored->set("vs18", Number::fromBool(true));
+  EXPECT_TRUE(f.fromDictionary(stored)->isCaseSensitive()) << "the stored answer, no test";
+  EXPECT_FALSE(f.fromDictionary(archive)->isCaseSensitive()) << "the volume is examined";
+}
+
+TEST(VolumeArchive, CopySharesTheManagerAndTakesThePanelFromTheOriginal) {
+  Fixture f;
+  auto original = f.record();
+  auto window = std::make_shared<int>(1);
+  original->setInsertVolumePanel(window, window);
+  auto copy = original->copyWithZone();
+  EXPECT_EQ(copy->fileManager(), original->fileManager());
+  EXPECT_EQ(copy->insertVolumeWindow(), window);
+  EXPECT_FALSE(original->insertVolumeWindow());
+  EXPECT_FALSE(original->insertPromptField());
+  EXPECT_TRUE(copy->isEqual(original));
+}
+
+TEST(VolumeArchive, NotADictionaryIsAnError) {
+  Fixture f;
+  class Wrapper final : public Object {
+   public:
+    ClassChain archiveClassChain() const override { return rootedChain({{"VolumeSpecifier", 0}}); }
+    void encodeWithCoder(Archiver& coder) const override { coder.encodeObject(String::make("x")); }
+    void writeJson(JsonWriter&) const override {}
+  };
+  auto decoded = Unarchiver::unarchiveRootObject(Archiver::archivedData(std::make_shared<Wrapper>()), f.registry);
+  EXPECT_FALSE(decoded.ok());
+}
+
+}  // namespace
+}  // namespace halyard

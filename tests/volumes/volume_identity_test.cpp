@@ -1,0 +1,326 @@
+// The identity test, the mount checks, the case test and the buffer advice,
+// against machines described in data.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "foundation/log_sink.h"
+#include "foundation/strings_table.h"
+#include "volume_test_support.h"
+#include "volumes/volume_mounts.h"
+
+namespace halyard {
+namespace {
+
+using testing::diskVolume;
+using testing::managerFor;
+
+struct IdentityCase {
+  const char* name;
+  std::function<void(FakeVolume& receiver, FakeVolume& other)> change;
+  IdentityMismatch expected;
+};
+
+using enum IdentityMismatch;
+
+const IdentityCase kIdentityCases[] = {
+    {"same volume data on two devices", [](FakeVolume&, FakeVolume&) {}, None},
+    {"strict: reformatted, new creation date", [](FakeVolume&, FakeVolume& o) { o.birth->seconds += 86400; },
+     CreationDate},
+    {"strict: dates differ only in the fraction", [](FakeVolume&, FakeVolume& o) { o.birth->nanoseconds = 500000000; },
+     CreationDate},
+    {"strict: HFS+ reformatted",
+     [](FakeVolume& r, FakeVolume& o) {
+       r.stats.type = o.stats.type = testing::kHfsPlus;
+       o.birth->seconds += 1;
+     },
+     CreationDate},
+    {"not strict: FAT volumes of any creation date and UUID",
+     [](FakeVolume& r, FakeVolume& o) {
+       r.mount.fsType = o.mount.fsType = "vfat";
+       r.stats.type = o.stats.type = testing::kVfat;
+       o.birth->seconds += 86400;
+       o.device.uuid = "9999-9999";
+     },
+     None},
+    {"names equal ignoring case",
+     [](FakeVolume& r, FakeVolume& o) { r.device.label = "Backup", o.device.label = "BACKUP"; }, None},
+    {"other name", [](FakeVolume&, FakeVolume& o) { o.device.label = "Archive"; }, Name},
+    {"other name and date: the name is checked first",
+     [](FakeVolume&, FakeVolume& o) {
+       o.device.label = "Archive";
+       o.birth->seconds += 1;
+     },
+     Name},
+    {"other block size", [](FakeVolume&, FakeVolume& o) { o.stats.blockSize = 1024; }, BlockSize},
+    {"other signature", [](FakeVolume&, FakeVolume& o) { o.stats.type = 0xEF54; }, Signature},
+    {"other file-system id", [](FakeVolume&, FakeVolume& o) { o.stats.type = 0x1EF53; }, FileSystemID},
+    {"read-only on one side", [](FakeVolume&, FakeVolume& o) { o.stats.readOnly = true; }, ReadOnly},
+    {"removable on one side", [](FakeVolume&, FakeVolume& o) { o.device.removable = true; }, MediaKind},
+    {"strict: device information on one side only",
+     [](FakeVolume&, FakeVolume& o) { o.device.uuid = o.device.model = o.device.bus = std::nullopt; }, None},
+    {"strict: device information differs in the UUID", [](FakeVolume&, FakeVolume& o) { o.device.uuid = "3333-4444"; },
+     DeviceInfo},
+    {"strict: device information differs in the model", [](FakeVolume&, FakeVolume& o) { o.device.model = "Other"; },
+     DeviceInfo},
+};
+
+class IdentityTest : public ::testing::TestWithParam<IdentityCase> {};
+
+TEST_P(IdentityTest, DecidesInItsFixedOrder) {
+  FakeVolume receiver = diskVolume("/media/u/A", 1);
+  FakeVolume other = diskVolume("/media/u/B", 2);
+  GetParam().change(receiver, other);
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  machine->volumes = {receiver, other};
+  auto fm = managerFor(machine);
+  auto a = VolumeSpecifier::volumeSpecifierWithPath("/media/u/A", fm);
+  auto b = VolumeSpecifier::volumeSpecifierWithPath("/media/u/B", fm);
+  ASSERT_TRUE(a && b);
+  EXPECT_EQ(a->identityMismatch(*b), GetParam().expected) << describeIdentityMismatch(a->identityMismatch(*b));
+  EXPECT_EQ(a->isEqual(b), GetParam().expected == None);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, IdentityTest, ::testing::ValuesIn(kIdentityCases), [](const auto& info) {
+  std::string name;
+  for (const char* c = info.param.name; *c; ++c) name += std::isalnum(*c) ? *c : '_';
+  return name;
+});
+
+struct Pair {
+  std::shared_ptr<FakeVolumeQueries> machine = std::make_shared<FakeVolumeQueries>();
+  std::shared_ptr<VolumeSpecifier> a, b;
+};
+
+Pair recordsOf(FakeVolume first, FakeVolume second) {
+  Pair pair;
+  pair.machine->volumes = {first, second};
+  auto fm = managerFor(pair.machine);
+  pair.a = VolumeSpecifier::volumeSpecifierWithPath(first.mount.mountPoint, fm);
+  pair.b = VolumeSpecifier::volumeSpecifierWithPath(second.mount.mountPoint, fm);
+  return pair;
+}
+
+TEST(Identity, TheReceiversStrictnessDecidesWhetherDatesCount) {
+  FakeVolume other = diskVolume("/media/u/B", 2);
+  other.birth->seconds += 3600;
+  Pair pair = recordsOf(diskVolume("/media/u/A", 1), other);
+  EXPECT_FALSE(pair.a->isEqual(pair.b));
+  pair.a->setStrictVolumeIdentification(false);
+  EXPECT_TRUE(pair.a->isEqual(pair.b));
+  EXPECT_FALSE(pair.b->isEqual(pair.a));
+}
+
+TEST(Identity, NothingAndOtherClassesAreNeverEqual) {
+  Pair pair = recordsOf(diskVolume("/media/u/A", 1), diskVolume("/media/u/B", 2));
+  EXPECT_FALSE(pair.a->isEqual(nullptr));
+  EXPECT_FALSE(pair.a->isEqual(String::make("Backup")));
+}
+
+TEST(Identity, AuditLinesTellWhichCheckFailed) {
+  FakeVolume other = diskVolume("/media/u/B", 2, "BACKUP");
+  other.birth->nanoseconds = 1000000;
+  Pair pair = recordsOf(diskVolume("/media/u/A", 1), other);
+  const std::string host = pair.a->fileManager()->hostName();
+  testing::SwitchesOn audit({"VolumeSpecAudit"});
+  LogCapture capture;
+  EXPECT_FALSE(pair.a->isEqual(pair.b));
+  const std::vector<std::string> expected{
+      "<FMAudit> isEqual:Comparing Backup to BACKUP",
+      "<FMAudit> isEqual:Hostname: " + host + " to " + host,
+      "<FMAudit> isEqual:isRemote: 0 to 0",
+      "<FMAudit> isEqual:isDistantRemote: 0 to 0",
+      "<FMAudit> isEqual:blockSize: 4096 to 4096",
+      "<FMAudit> isEqual:fileSystemID: 0 to 0",
+      "<FMAudit> isEqual:isCaseSensitive: 1 to 1",
+      "<FMAudit> isEqual:isReadOnly: 0 to 0",
+      "<FMAudit> isEqual:isFileServer: 0 to 0",
+      "<FMAudit> isEqual:isRemovableMedia: 0 to 0",
+      "<FMAudit> isEqual:Creation dates did NOT match!!!",
+      "<FMAudit> isEqual:Result: 0",
+  };
+  EXPECT_EQ(capture.lines(), expected);
+}
+
+TEST(Identity, AuditOfAMatchWithDeviceInformation) {
+  Pair pair = recordsOf(diskVolume("/media/u/A", 1), diskVolume("/media/u/B", 2));
+  testing::SwitchesOn audit({"VolumeSpecAudit"});
+  LogCapture capture;
+  EXPECT_TRUE(pair.a->isEqual(pair.b));
+  const auto lines = capture.lines();
+  const std::vector<std::string> tail(lines.end() - 7, lines.end());
+  const std::vector<std::string> expected{
+      "<FMAudit> isEqual:Creation dates match (or are ignored).",
+      "<FMAudit> isEqual:Connection profiles match.",
+      "<FMAudit> isEqual:Testing device info:",
+      "<FMAudit> isEqual:deviceModel: Disk to Disk",
+      "<FMAudit> isEqual:deviceProtocol: usb to usb",
+      "<FMAudit> isEqual:deviceGUID: 1111-2222 to 1111-2222",
+      "<FMAudit> isEqual:Result: 1",
+  };
+  EXPECT_EQ(tail, expected);
+}
+
+TEST(Identity, RecordsOfTheMachinesFields) {
+  FakeVolume nfs = diskVolume("/mnt/share", 7);
+  nfs.mount = {.source = "server:/export",
+               .mountPoint = "/mnt/share",
+               .fsType = "nfs4",
+               .options = "rw",
+               .root = "/",
+               .device = 7};
+  nfs.stats.type = testing::kNfs;
+  Pair pair = recordsOf(diskVolume("/", 1, ""), nfs);
+  EXPECT_EQ(pair.a->volumeName(), "/");
+  EXPECT_TRUE(pair.a->strictVolumeIdentification());
+  EXPECT_EQ(pair.a->fsKind(), testing::kExt4);
+  EXPECT_EQ(pair.a->volumeFormat(), "ext4");
+  EXPECT_EQ(pair.a->deviceGUID(), "1111-2222");
+  EXPECT_TRUE(pair.b->isFileServer());
+  EXPECT_FALSE(pair.b->strictVolumeIdentification());
+  EXPECT_FALSE(pair.b->deviceInfoValid());
+  EXPECT_EQ(pair.b->deviceModel(), "");
+  EXPECT_EQ(pair.b->volumeName(), "share");
+  ASSERT_TRUE(pair.b->url());
+  EXPECT_EQ(pair.b->url()->relative, "nfs://server/export");
+  EXPECT_EQ(pair.b->serverMedia(), fourCharCode("nfs "));
+  EXPECT_EQ(pair.b->optimalBufferSize(), 262144u);
+  EXPECT_EQ(pair.a->optimalBufferSize(), 4194304u);
+}
+
+TEST(Identity, ARecordOfAMissingPathHasOnlyItsFileManager) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  machine->volumes = {diskVolume("/media/u/A", 1)};
+  auto missing = VolumeSpecifier::volumeSpecifierWithPath("/nowhere", managerFor(machine));
+  ASSERT_TRUE(missing);
+  EXPECT_FALSE(missing->volumeName());
+  EXPECT_FALSE(missing->isMounted(0));
+  EXPECT_EQ(missing->deviceModel(), "");
+}
+
+TEST(MountCheck, FindsTheVolumeUnderItsNewMountPoint) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  machine->volumes = {diskVolume("/", 1, "root"), diskVolume("/media/u/Backup", 2)};
+  auto wanted = VolumeSpecifier::volumeSpecifierWithPath("/media/u/Backup", managerFor(machine));
+  machine->volumes[1].mount.mountPoint = "/media/u/Backup1";
+  EXPECT_TRUE(wanted->isMounted(100.0));
+  EXPECT_EQ(wanted->volumePath(), "/media/u/Backup1");
+  EXPECT_EQ(wanted->lastMountCheck(), 100.0);
+  machine->volumes.pop_back();
+  wanted->setMountedByMe(true);
+  EXPECT_FALSE(wanted->isMounted(101.0));
+  EXPECT_FALSE(wanted->mountedByMe());
+  EXPECT_FALSE(wanted->lastMountCheck());
+}
+
+TEST(MountCheck, CoalescedRemembersOnlyAPositiveAnswerForOneSecond) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  machine->volumes = {diskVolume("/media/u/Backup", 2)};
+  auto wanted = VolumeSpecifier::volumeSpecifierWithPath("/media/u/Backup", managerFor(machine));
+  ASSERT_TRUE(wanted->isMounted(100.0));
+  const int reads = machine->mountTableReads;
+  EXPECT_TRUE(wanted->isMountedCoalesced(100.9));
+  EXPECT_EQ(machine->mountTableReads, reads);
+  EXPECT_TRUE(wanted->isMountedCoalesced(101.5));
+  EXPECT_GT(machine->mountTableReads, reads);
+
+  machine->volumes.clear();
+  EXPECT_FALSE(wanted->isMounted(102.0));
+  const int afterMiss = machine->mountTableReads;
+  EXPECT_FALSE(wanted->isMountedCoalesced(102.1));
+  EXPECT_GT(machine->mountTableReads, afterMiss);
+}
+
+struct CaseTestCase {
+  const char* name;
+  std::map<std::string, std::uint64_t> files;
+  bool sensitive;
+};
+
+TEST(CaseTest, UndecidableFoldersCountAsCaseSensitive) {
+  const CaseTestCase cases[] = {
+      {"empty folder", {}, true},
+      {"names without letters", {{"/v/123", 1}, {"/v/_-_", 2}}, true},
+      {"swapped name missing", {{"/v/Readme", 1}}, true},
+      {"swapped name is another file", {{"/v/Readme", 1}, {"/v/rEADME", 2}}, true},
+      {"swapped name is the same file", {{"/v/1", 5}, {"/v/Readme", 1}, {"/v/rEADME", 1}}, false},
+  };
+  for (const CaseTestCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto machine = std::make_shared<FakeVolumeQueries>();
+    machine->volumes = {diskVolume("/v", 1)};
+    machine->files = c.files;
+    VolumeSpecifier record(managerFor(machine));
+    EXPECT_EQ(record.testCaseSensitivityAtPath("/v"), c.sensitive);
+  }
+}
+
+TEST(CaseTest, AVolumeReportingCaseSensitivityIsTestedAndTheTestWins) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  machine->volumes = {diskVolume("/v", 1)};
+  machine->files = {{"/v/Readme", 1}, {"/v/rEADME", 1}};
+  auto record = VolumeSpecifier::volumeSpecifierWithPath("/v", managerFor(machine));
+  EXPECT_FALSE(record->isCaseSensitive());
+}
+
+TEST(BufferSize, FollowsTheVolumeGrade) {
+  const std::pair<std::int32_t, std::uint32_t> cases[] = {
+      {-4096, 1024}, {-100000000, 16777216}, {0, 4194304},   {1, 4194304},
+      {-1, 1024},    {-6000, 1024},          {-10000, 2048}, {INT32_MIN, 16777216},
+  };
+  for (const auto& [grade, size] : cases) {
+    SCOPED_TRACE(grade);
+    EXPECT_EQ(VolumeSpecifier::bufferSizeForVolumeGrade(grade), size);
+  }
+}
+
+TEST(SizeStatistics, AreCachedForTwoAndAHalfSeconds) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  machine->volumes = {diskVolume("/v", 1)};
+  auto record = VolumeSpecifier::volumeSpecifierWithPath("/v", managerFor(machine));
+  EXPECT_FLOAT_EQ(record->volumePercentFull(10.0), 75.0f);
+  machine->volumes[0].stats.freeBlocks = 500;
+  EXPECT_FLOAT_EQ(record->volumePercentFull(12.5), 75.0f);
+  EXPECT_FLOAT_EQ(record->volumePercentFull(12.6), 50.0f);
+  const std::string text = record->volumeSizeStats(20.0);
+  EXPECT_NE(text.find("3.9 MB"), std::string::npos) << text;
+  EXPECT_NE(text.find("50.0"), std::string::npos) << text;
+  machine->volumes.clear();
+  EXPECT_EQ(record->volumeSizeStats(21.0), text);
+  EXPECT_EQ(record->volumeSizeStatsForced(21.0), localizedString("VOLUME_CANT_DETERMINE_SIZE"));
+  EXPECT_FLOAT_EQ(record->volumePercentFullForced(21.0), -1.0f);
+}
+
+TEST(VolumeMounts, ListEachFileSystemOnceRootFirst) {
+  auto entry = [](std::string point, std::uint64_t device, bool block, std::string type = "ext4",
+                  std::string root = "/") {
+    return MountEntry{.source = block ? "/dev/x" : "none",
+                      .mountPoint = point,
+                      .fsType = type,
+                      .options = "rw",
+                      .root = root,
+                      .device = device,
+                      .sourceIsBlockDevice = block};
+  };
+  const std::vector<MountEntry> table{
+      entry("/proc", 20, false, "proc"),
+      entry("/srv/data", 3, true, "ext4", "/data"),
+      entry("/", 1, true),
+      entry("/media/u/Stick", 2, true, "vfat"),
+      entry("/mnt/again", 2, true, "vfat"),
+      entry("/mnt/share", 30, false, "nfs4"),
+      entry("/tmp", 21, false, "tmpfs"),
+      entry("/data", 3, true),
+  };
+  std::vector<std::string> points;
+  for (const MountEntry& e : localVolumeMounts(table)) points.push_back(e.mountPoint);
+  EXPECT_EQ(points, (std::vector<std::string>{"/", "/data", "/media/u/Stick", "/mnt/share"}));
+
+  const auto appeared = newlyMountedVolumes({table[2]}, {table[2], table[3], table[5]});
+  ASSERT_EQ(appeared.size(), 2u);
+  EXPECT_EQ(appeared[0].mountPoint, "/media/u/Stick");
+}
+
+}  // namespace
+}  // namespace halyard

@@ -1,0 +1,59 @@
+#pragma once
+// A fake machine for the volume tests: volumes described in data, and a file
+// manager that reaches them.
+
+#include <memory>
+#include <string>
+
+#include "fileservices/vt_file_manager.h"
+#include "volumes/fake_volume_queries.h"
+#include "volumes/volume_specifier.h"
+
+namespace halyard::testing {
+
+constexpr std::uint32_t kExt4 = 0xEF53;
+constexpr std::uint32_t kVfat = 0x4D44;
+constexpr std::uint32_t kHfsPlus = 0x482B;
+constexpr std::uint32_t kNfs = 0x6969;
+
+// An ext4 volume on a block device with a label, a UUID and a birth time.
+inline FakeVolume diskVolume(std::string mountPoint, std::uint64_t device, std::string label = "Backup") {
+  FakeVolume volume;
+  volume.mount = {.source = "/dev/sd" + std::to_string(device),
+                  .mountPoint = std::move(mountPoint),
+                  .fsType = "ext4",
+                  .options = "rw,relatime",
+                  .root = "/",
+                  .device = device,
+                  .sourceIsBlockDevice = true};
+  volume.stats = {.type = kExt4, .blockSize = 4096, .nameMax = 255, .totalBlocks = 1000, .freeBlocks = 250,
+                  .fragmentSize = 4096};
+  volume.birth = KernelTime{1700000000, 0};
+  volume.device = {.label = std::move(label), .uuid = "1111-2222", .model = "Disk", .bus = "usb", .removable = false};
+  return volume;
+}
+
+inline std::shared_ptr<fileservices::VTFileManager> managerFor(std::shared_ptr<const VolumeQueries> machine) {
+  auto manager = fileservices::VTFileManager::make();
+  manager->setVolumeQueries(std::move(machine));
+  return manager;
+}
+
+// Turns the debugging switches named on for the life of the object.
+class SwitchesOn {
+ public:
+  explicit SwitchesOn(std::initializer_list<std::string_view> keys) : keys_(keys.begin(), keys.end()) {
+    VolumeSpecifier::setPrivatePropertySource([keys = keys_](std::string_view key) {
+      for (const std::string& k : keys) {
+        if (k == key) return true;
+      }
+      return false;
+    });
+  }
+  ~SwitchesOn() { VolumeSpecifier::setPrivatePropertySource(nullptr); }
+
+ private:
+  std::vector<std::string> keys_;
+};
+
+}  // namespace halyard::testing
