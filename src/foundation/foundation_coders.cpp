@@ -138,21 +138,19 @@ Expected<ObjectRef> decodeURL(Unarchiver& coder, const ClassChain&) {
 
 Expected<ObjectRef> decodeNull(Unarchiver&, const ClassChain&) { return ObjectRef{std::make_shared<Null>()}; }
 
-Expected<ObjectRef> decodeArray(Unarchiver& coder, const ClassChain& chain) {
-  auto count = decodeCount(coder, "i");
+// NSArray counts its elements as 'i', NSSet as 'I'; the rest is the same.
+template <class List>
+Expected<ObjectRef> decodeList(Unarchiver& coder, const ClassChain& chain, std::string_view countType) {
+  auto count = decodeCount(coder, countType);
   if (!count) return count.error();
   auto items = decodeObjects(coder, *count, 1);
   if (!items) return items.error();
-  return ObjectRef{Array::make(std::move(*items), isMutableVariant(chain))};
+  return ObjectRef{std::make_shared<List>(std::move(*items), isMutableVariant(chain))};
 }
 
-Expected<ObjectRef> decodeSet(Unarchiver& coder, const ClassChain& chain) {
-  auto count = decodeCount(coder, "I");
-  if (!count) return count.error();
-  auto items = decodeObjects(coder, *count, 1);
-  if (!items) return items.error();
-  return ObjectRef{std::make_shared<Set>(std::move(*items), isMutableVariant(chain))};
-}
+Expected<ObjectRef> decodeArray(Unarchiver& coder, const ClassChain& chain) { return decodeList<Array>(coder, chain, "i"); }
+
+Expected<ObjectRef> decodeSet(Unarchiver& coder, const ClassChain& chain) { return decodeList<Set>(coder, chain, "I"); }
 
 Expected<ObjectRef> decodeDictionary(Unarchiver& coder, const ClassChain& chain) {
   auto count = decodeCount(coder, "i");
@@ -167,25 +165,20 @@ Expected<ObjectRef> decodeDictionary(Unarchiver& coder, const ClassChain& chain)
 }
 
 ClassRegistry makeFoundationRegistry() {
+  const std::pair<const char*, ClassDecoder> decoders[] = {
+      {"NSString", decodeString},         {"NSMutableString", decodeString},
+      {"NSNumber", decodeNumber},         {"NSData", decodeData},
+      {"NSMutableData", decodeData},      {"NSDate", decodeDate},
+      {"NSCalendarDate", decodeCalendarDate},
+      {"NSTimeZone", decodeTimeZone},     {"NSLocalTimeZone", decodeTimeZone},
+      {"NSURL", decodeURL},               {"NSAbsoluteURL", decodeURL},  // the class's old name
+      {"NSNull", decodeNull},             {"NSArray", decodeArray},
+      {"NSMutableArray", decodeArray},    {"NSSet", decodeSet},
+      {"NSMutableSet", decodeSet},        {"NSDictionary", decodeDictionary},
+      {"NSMutableDictionary", decodeDictionary},
+  };
   ClassRegistry registry;
-  registry.add("NSString", decodeString);
-  registry.add("NSMutableString", decodeString);
-  registry.add("NSNumber", decodeNumber);
-  registry.add("NSData", decodeData);
-  registry.add("NSMutableData", decodeData);
-  registry.add("NSDate", decodeDate);
-  registry.add("NSCalendarDate", decodeCalendarDate);
-  registry.add("NSTimeZone", decodeTimeZone);
-  registry.add("NSLocalTimeZone", decodeTimeZone);
-  registry.add("NSURL", decodeURL);
-  registry.add("NSAbsoluteURL", decodeURL);  // the class's old name
-  registry.add("NSNull", decodeNull);
-  registry.add("NSArray", decodeArray);
-  registry.add("NSMutableArray", decodeArray);
-  registry.add("NSSet", decodeSet);
-  registry.add("NSMutableSet", decodeSet);
-  registry.add("NSDictionary", decodeDictionary);
-  registry.add("NSMutableDictionary", decodeDictionary);
+  for (const auto& [name, decoder] : decoders) registry.add(name, decoder);
   return registry;
 }
 

@@ -226,25 +226,25 @@ void JsonWriter::groups(const std::vector<Group>& groups) {
   endArray();
 }
 
-std::string JsonWriter::describe(const ObjectRef& root) {
-  // A first pass finds the objects that occur more than once.
+// Two passes: the first finds the objects that occur more than once, so
+// that the second can give them an id where they first appear.
+template <class Write>
+std::string JsonWriter::describeWith(Write write) {
   JsonWriter recorder;
   recorder.recording_ = true;
-  recorder.object(root);
+  write(recorder);
   JsonWriter writer;
   writer.shared_ = std::move(recorder.shared_);
-  writer.object(root);
+  write(writer);
   return writer.take();
 }
 
+std::string JsonWriter::describe(const ObjectRef& root) {
+  return describeWith([&](JsonWriter& json) { json.object(root); });
+}
+
 std::string JsonWriter::describe(const std::vector<Group>& groupList) {
-  JsonWriter recorder;
-  recorder.recording_ = true;
-  recorder.groups(groupList);
-  JsonWriter writer;
-  writer.shared_ = std::move(recorder.shared_);
-  writer.groups(groupList);
-  return writer.take();
+  return describeWith([&](JsonWriter& json) { json.groups(groupList); });
 }
 
 }  // namespace halyard

@@ -48,6 +48,8 @@ class JsonWriter {
  private:
   void separate();
   void newline();
+  template <class Write>
+  static std::string describeWith(Write write);
 
   std::string out_;
   std::vector<bool> hasItems_;   // per open container: has it an item yet

@@ -29,16 +29,30 @@ constexpr std::size_t kMaxEmptyElements = 1024;
 
 // An entry of the object table: an object (done or still being decoded), a
 // class with its chain up to the root, or a C string.
+// An entry of the object table, kept small because hostile archives can
+// make one for every few bytes: its kind and where it lives in the table of
+// that kind.
 struct Unarchiver::Entry {
-  enum class Kind { ObjectInProgress, Object, Class, CString } kind;
-  ObjectRef object;
-  ClassInfo info;                          // a class: its name and version
-  std::string text;                        // a C string: its text
-  std::optional<std::size_t> superclass;   // a class: the entry of its superclass
+  enum class Kind : std::uint8_t { ObjectInProgress, Object, Class, CString } kind;
+  std::uint32_t index;
+};
+
+struct Unarchiver::ClassEntry {
+  ClassInfo info;
+  std::optional<std::size_t> superclass;            // the object number of its superclass
+  std::shared_ptr<const ClassChain> chainFromHere;  // its chain, once built
 };
 
 Unarchiver::Unarchiver(std::string_view bytes, const ClassRegistry& registry)
     : bytes_(bytes), registry_(registry), copyBudget_(16 * bytes.size() + 65536) {}
+
+Unarchiver::ClassEntry& Unarchiver::classAt(std::size_t number) { return classes_[objects_[number].index]; }
+
+Status Unarchiver::chargeChainCopy(const ClassChain& chain, std::size_t at) {
+  std::size_t bytes = 0;
+  for (const ClassInfo& info : chain) bytes += info.name.size() + sizeof(ClassInfo);
+  return chargeCopy(bytes, at);
+}
 
 Status Unarchiver::chargeCopy(std::size_t bytes, std::size_t at) {
   if (bytes > copyBudget_) return failureAt(at, "archive expands beyond a sane size (too many references to long strings)");
@@ -89,7 +103,8 @@ Expected<std::vector<Group>> Unarchiver::unarchiveGroups(std::string_view bytes,
 
 void Unarchiver::resolveCycles() {
   for (auto& cycle : cycles_) {
-    if (cycle->objectNumber < objects_.size()) cycle->target = objects_[cycle->objectNumber].object;
+    const Entry& entry = objects_[cycle->objectNumber];
+    if (entry.kind == Entry::Kind::Object) cycle->target = decodedObjects_[entry.index];
   }
 }
 
@@ -233,13 +248,13 @@ Expected<TypedValue::Storage> Unarchiver::readCString() {
   const auto tag = static_cast<std::int8_t>(*head);
   if (tag == kTagNil) return TypedValue::Storage{Nil{}};
   if (tag == kTagNew) {
-    const std::size_t number = objects_.size();
-    objects_.push_back(Entry{Entry::Kind::CString, nullptr, {}, {}, std::nullopt});
+    objects_.push_back(Entry{Entry::Kind::CString, static_cast<std::uint32_t>(cStrings_.size())});
+    cStrings_.emplace_back();
     auto body = readSharedString();
     if (!body) return body.error();
     const auto* text = std::get_if<std::string>(&*body);
     if (!text) return failureAt(at, "C string with a nil body");
-    objects_[number].text = *text;
+    cStrings_.back() = *text;
     return body;
   }
   auto number = readReferenceNumber(tag);
@@ -247,19 +262,32 @@ Expected<TypedValue::Storage> Unarchiver::readCString() {
   if (*number >= objects_.size() || objects_[*number].kind != Entry::Kind::CString) {
     return failureAt(at, "reference " + std::to_string(*number) + " does not name a C string defined before");
   }
-  if (auto charged = chargeCopy(objects_[*number].text.size(), at); !charged) return charged.error();
-  return TypedValue::Storage{objects_[*number].text};
+  const std::string& text = cStrings_[objects_[*number].index];
+  if (auto charged = chargeCopy(text.size(), at); !charged) return charged.error();
+  return TypedValue::Storage{text};
 }
 
 // ---- classes and objects ----
 
-Expected<ClassChain> Unarchiver::readClassChain() {
-  ClassChain chain;
+std::shared_ptr<const ClassChain> Unarchiver::chainStartingAt(std::size_t number) {
+  ClassEntry& entry = classAt(number);
+  if (!entry.chainFromHere) {
+    auto chain = std::make_shared<ClassChain>();
+    for (std::optional<std::size_t> next = number; next; next = classAt(*next).superclass) {
+      chain->push_back(classAt(*next).info);
+    }
+    entry.chainFromHere = std::move(chain);
+  }
+  return entry.chainFromHere;
+}
+
+// A chain is literal classes up to nil, or up to a reference to a class read
+// before. The chain from each class upwards is built once and shared, so the
+// many objects of one class do not each copy it.
+Expected<std::shared_ptr<const ClassChain>> Unarchiver::readClassChain() {
+  ClassChain fresh;
   const std::size_t firstOfChain = objects_.size();
   std::optional<std::size_t> previousNew;  // the last literal class, whose superclass comes next
-  auto linkSuperclass = [&](std::optional<std::size_t> superclass) {
-    if (previousNew) objects_[*previousNew].superclass = superclass;
-  };
   for (;;) {
     auto head = readByte();
     if (!head) return head.error();
@@ -267,10 +295,11 @@ Expected<ClassChain> Unarchiver::readClassChain() {
     const auto tag = static_cast<std::int8_t>(*head);
     if (tag == kTagNil) break;
     if (tag == kTagNew) {
-      if (chain.size() >= kMaxClassChain) return failureAt(at, "class chain too long");
+      if (fresh.size() >= kMaxClassChain) return failureAt(at, "class chain too long");
       const std::size_t number = objects_.size();
-      objects_.push_back(Entry{Entry::Kind::Class, nullptr, {}, {}, std::nullopt});
-      linkSuperclass(number);
+      objects_.push_back(Entry{Entry::Kind::Class, static_cast<std::uint32_t>(classes_.size())});
+      classes_.emplace_back();
+      if (previousNew) classAt(*previousNew).superclass = number;
       previousNew = number;
       auto name = readSharedString();
       if (!name) return name.error();
@@ -278,8 +307,8 @@ Expected<ClassChain> Unarchiver::readClassChain() {
       if (!text) return failureAt(at, "class with a nil name");
       auto version = readInteger(false);
       if (!version) return version.error();
-      objects_[number].info = ClassInfo{*text, *version};
-      chain.push_back(objects_[number].info);
+      classAt(number).info = ClassInfo{*text, *version};
+      fresh.push_back(classAt(number).info);
       continue;
     }
     auto number = readReferenceNumber(tag);
@@ -287,19 +316,16 @@ Expected<ClassChain> Unarchiver::readClassChain() {
     if (*number >= objects_.size() || objects_[*number].kind != Entry::Kind::Class) {
       return failureAt(at, "reference " + std::to_string(*number) + " does not name a class defined before");
     }
-    if (*number >= firstOfChain) {
-      return failureAt(at, "class chain refers back into itself");
-    }
-    linkSuperclass(*number);
-    for (std::optional<std::size_t> next = *number; next; next = objects_[*next].superclass) {
-      if (chain.size() >= kMaxClassChain) return failureAt(at, "class chain too long");
-      const ClassInfo& info = objects_[*next].info;
-      if (auto charged = chargeCopy(info.name.size() + sizeof(ClassInfo), at); !charged) return charged.error();
-      chain.push_back(info);
-    }
+    if (*number >= firstOfChain) return failureAt(at, "class chain refers back into itself");
+    auto known = chainStartingAt(*number);
+    if (fresh.empty()) return known;
+    if (fresh.size() + known->size() > kMaxClassChain) return failureAt(at, "class chain too long");
+    if (auto charged = chargeChainCopy(*known, at); !charged) return charged.error();
+    classAt(*previousNew).superclass = *number;
+    fresh.insert(fresh.end(), known->begin(), known->end());
     break;
   }
-  return chain;
+  return std::shared_ptr<const ClassChain>(std::make_shared<ClassChain>(std::move(fresh)));
 }
 
 Expected<TypedValue::Storage> Unarchiver::readClass() {
@@ -309,9 +335,11 @@ Expected<TypedValue::Storage> Unarchiver::readClass() {
     ++pos_;
     return TypedValue::Storage{Nil{}};
   }
+  const std::size_t at = pos_;
   auto chain = readClassChain();
   if (!chain) return chain.error();
-  return TypedValue::Storage{std::move(*chain)};
+  if (auto charged = chargeChainCopy(**chain, at); !charged) return charged.error();
+  return TypedValue::Storage{ClassChain(**chain)};
 }
 
 Expected<ObjectRef> Unarchiver::readObject() {
@@ -327,7 +355,7 @@ Expected<ObjectRef> Unarchiver::readObject() {
     return failureAt(at, "reference to object " + std::to_string(*number) + " which is not yet defined");
   }
   const Entry& entry = objects_[*number];
-  if (entry.kind == Entry::Kind::Object) return entry.object;
+  if (entry.kind == Entry::Kind::Object) return decodedObjects_[entry.index];
   if (entry.kind == Entry::Kind::ObjectInProgress) {
     auto cycle = std::make_shared<CycleReference>();
     cycle->objectNumber = *number;
@@ -341,16 +369,17 @@ Expected<ObjectRef> Unarchiver::readNewObject() {
   const std::size_t at = pos_ - 1;
   if (depth_ >= kMaxDepth) return failureAt(at, "objects nested too deeply");
   const std::size_t number = objects_.size();
-  objects_.push_back(Entry{Entry::Kind::ObjectInProgress, nullptr, {}, {}, std::nullopt});
+  objects_.push_back(Entry{Entry::Kind::ObjectInProgress, static_cast<std::uint32_t>(decodedObjects_.size())});
+  decodedObjects_.emplace_back();
   auto chain = readClassChain();
   if (!chain) return chain.error();
-  if (chain->empty()) return failureAt(at, "object with a nil class");
+  if ((*chain)->empty()) return failureAt(at, "object with a nil class");
   ++depth_;
-  auto object = decodeObjectContents(*chain);
+  auto object = decodeObjectContents(**chain);
   --depth_;
   if (!object) return object.error();
   objects_[number].kind = Entry::Kind::Object;
-  objects_[number].object = *object;
+  decodedObjects_[objects_[number].index] = *object;
   return object;
 }
 
@@ -362,6 +391,7 @@ Expected<ObjectRef> Unarchiver::decodeObjectContents(const ClassChain& chain) {
     if (auto skipped = skipRemainingGroups(); !skipped) return skipped.error();
     return object;
   }
+  if (auto charged = chargeChainCopy(chain, pos_); !charged) return charged.error();
   std::vector<Group> groups;
   while (!atObjectEnd()) {
     auto group = decodeGroup();

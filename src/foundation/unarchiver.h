@@ -59,7 +59,8 @@ class Unarchiver {
   Error failureAt(std::size_t offset, std::string reason) const { return makeError(std::move(reason), offset); }
 
  private:
-  struct Entry;  // an object table entry
+  struct Entry;       // an object table entry
+  struct ClassEntry;  // a class of the object table
 
   Expected<std::uint8_t> readByte();
   Expected<std::int8_t> peekHead() const;
@@ -71,7 +72,9 @@ class Unarchiver {
   Expected<TypedValue::Storage> readSharedString();
   Expected<TypedValue::Storage> readCString();
   Expected<std::size_t> readReferenceNumber(std::int8_t head);
-  Expected<ClassChain> readClassChain();
+  Expected<std::shared_ptr<const ClassChain>> readClassChain();
+  std::shared_ptr<const ClassChain> chainStartingAt(std::size_t number);
+  ClassEntry& classAt(std::size_t number);
   Expected<TypedValue::Storage> readClass();
   Expected<ObjectRef> readObject();
   Expected<ObjectRef> readNewObject();
@@ -85,6 +88,7 @@ class Unarchiver {
   // Guards against archives that reference a long string many times: the
   // text copied out of the tables may not exceed a fixed multiple of the input.
   Status chargeCopy(std::size_t bytes, std::size_t at);
+  Status chargeChainCopy(const ClassChain& chain, std::size_t at);
 
   std::string_view bytes_;
   const ClassRegistry& registry_;
@@ -93,6 +97,9 @@ class Unarchiver {
   std::size_t copyBudget_ = 0;
   std::vector<std::string> sharedStrings_;
   std::vector<Entry> objects_;
+  std::vector<ObjectRef> decodedObjects_;
+  std::vector<ClassEntry> classes_;
+  std::vector<std::string> cStrings_;
   std::vector<std::shared_ptr<CycleReference>> cycles_;
 };
 

@@ -10,6 +10,12 @@ namespace {
 
 const ClassInfo kNSObject{"NSObject", 0};
 
+// The chain of a class that has a mutable subclass: Mutable -> Base -> NSObject.
+ClassChain chainOf(bool isMutable, const char* mutableName, const char* name, std::int64_t version = 0) {
+  if (isMutable) return rootedChain({{mutableName, version}, {name, version}});
+  return rootedChain({{name, version}});
+}
+
 }  // namespace
 
 ClassChain rootedChain(std::initializer_list<ClassInfo> classes) {
@@ -20,10 +26,7 @@ ClassChain rootedChain(std::initializer_list<ClassInfo> classes) {
 
 // ---- String ----
 
-ClassChain String::archiveClassChain() const {
-  if (isMutable) return rootedChain({{"NSMutableString", 1}, {"NSString", 1}});
-  return rootedChain({{"NSString", 1}});
-}
+ClassChain String::archiveClassChain() const { return chainOf(isMutable, "NSMutableString", "NSString", 1); }
 
 void String::encodeWithCoder(Archiver& coder) const { coder.encodeUnsharedString(text); }
 
@@ -81,10 +84,7 @@ double Number::doubleValue() const {
 
 // ---- Data, Date ----
 
-ClassChain Data::archiveClassChain() const {
-  if (isMutable) return rootedChain({{"NSMutableData", 0}, {"NSData", 0}});
-  return rootedChain({{"NSData", 0}});
-}
+ClassChain Data::archiveClassChain() const { return chainOf(isMutable, "NSMutableData", "NSData"); }
 
 void Data::encodeWithCoder(Archiver& coder) const {
   coder.encodeInt32(static_cast<std::int32_t>(bytes.size()));
@@ -128,30 +128,21 @@ void Null::encodeWithCoder(Archiver&) const {}
 
 // ---- collections ----
 
-ClassChain Array::archiveClassChain() const {
-  if (isMutable) return rootedChain({{"NSMutableArray", 0}, {"NSArray", 0}});
-  return rootedChain({{"NSArray", 0}});
-}
+ClassChain Array::archiveClassChain() const { return chainOf(isMutable, "NSMutableArray", "NSArray"); }
 
 void Array::encodeWithCoder(Archiver& coder) const {
   coder.encodeInt32(static_cast<std::int32_t>(items.size()));
   for (const auto& item : items) coder.encodeObject(item);
 }
 
-ClassChain Set::archiveClassChain() const {
-  if (isMutable) return rootedChain({{"NSMutableSet", 0}, {"NSSet", 0}});
-  return rootedChain({{"NSSet", 0}});
-}
+ClassChain Set::archiveClassChain() const { return chainOf(isMutable, "NSMutableSet", "NSSet"); }
 
 void Set::encodeWithCoder(Archiver& coder) const {
   coder.encodeUInt32(static_cast<std::uint32_t>(items.size()));
   for (const auto& item : items) coder.encodeObject(item);
 }
 
-ClassChain Dictionary::archiveClassChain() const {
-  if (isMutable) return rootedChain({{"NSMutableDictionary", 0}, {"NSDictionary", 0}});
-  return rootedChain({{"NSDictionary", 0}});
-}
+ClassChain Dictionary::archiveClassChain() const { return chainOf(isMutable, "NSMutableDictionary", "NSDictionary"); }
 
 void Dictionary::encodeWithCoder(Archiver& coder) const {
   coder.encodeInt32(static_cast<std::int32_t>(entries.size()));
