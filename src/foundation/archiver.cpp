@@ -61,20 +61,14 @@ void Archiver::writeInteger(std::int64_t v) {
 }
 
 void Archiver::writeUnsignedInteger(std::uint64_t v) {
-  // The widest form whose unsigned reading gives v back.
-  if (v <= 127) {
-    writeByte(static_cast<std::uint8_t>(v));
-  } else if (v <= 0xFFFF) {
-    writeByte(kTagInt16);
-    writeByte(static_cast<std::uint8_t>(v));
-    writeByte(static_cast<std::uint8_t>(v >> 8));
-  } else if (v <= 0xFFFFFFFFu) {
-    writeByte(kTagInt32);
-    for (int i = 0; i < 4; ++i) writeByte(static_cast<std::uint8_t>(v >> (8 * i)));
-  } else {
-    writeByte(kTagInt64);
-    for (int i = 0; i < 8; ++i) writeByte(static_cast<std::uint8_t>(v >> (8 * i)));
+  // The signed ranges decide the form, so that any reader, whatever sign it
+  // gives the tagged forms, reads the same value below 2^31 (the counts).
+  if (v <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+    writeInteger(static_cast<std::int64_t>(v));
+    return;
   }
+  writeByte(kTagInt64);
+  for (int i = 0; i < 8; ++i) writeByte(static_cast<std::uint8_t>(v >> (8 * i)));
 }
 
 void Archiver::writeReal(double v, bool isFloat) {
