@@ -31,4 +31,9 @@ std::string hostNameFrom(const HostIdentitySource& source);
 // The sources of this machine (host_identity_linux.cpp).
 std::shared_ptr<const HostIdentitySource> makeLinuxHostIdentitySource();
 
+// The address of the first Ethernet interface, in name order, of a folder
+// laid out as /sys/class/net that sits on a device: virtual interfaces
+// (bridges, veth, docker0) get new addresses as they come and go.
+std::optional<std::array<std::uint8_t, 6>> primaryEthernetAddressIn(const std::string& netFolder);
+
 }  // namespace halyard::fileservices

@@ -64,19 +64,7 @@ class LinuxHostIdentity final : public HostIdentitySource {
     return firstLineOf("/sys/class/dmi/id/product_serial");
   }
   std::optional<std::array<std::uint8_t, 6>> primaryEthernetAddress() const override {
-    // Interfaces in name order; type 1 is ARPHRD_ETHER (loopback is 772).
-    namespace fs = std::filesystem;
-    std::error_code ec;
-    std::vector<fs::path> interfaces;
-    for (const auto& entry : fs::directory_iterator("/sys/class/net", ec)) interfaces.push_back(entry.path());
-    std::sort(interfaces.begin(), interfaces.end());
-    for (const auto& interface : interfaces) {
-      if (firstLineOf(interface / "type") != "1") continue;
-      if (auto address = firstLineOf(interface / "address")) {
-        if (auto mac = parseAddress(*address)) return mac;
-      }
-    }
-    return std::nullopt;
+    return primaryEthernetAddressIn("/sys/class/net");
   }
   std::optional<std::string> processHostName() const override {
     char name[HOST_NAME_MAX + 1] = {};
@@ -86,6 +74,23 @@ class LinuxHostIdentity final : public HostIdentitySource {
 };
 
 }  // namespace
+
+std::optional<std::array<std::uint8_t, 6>> primaryEthernetAddressIn(const std::string& netFolder) {
+  // Type 1 is ARPHRD_ETHER (loopback is 772); only an interface on a device
+  // has a "device" entry.
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  std::vector<fs::path> interfaces;
+  for (const auto& entry : fs::directory_iterator(netFolder, ec)) interfaces.push_back(entry.path());
+  std::sort(interfaces.begin(), interfaces.end());
+  for (const auto& interface : interfaces) {
+    if (firstLineOf(interface / "type") != "1" || !fs::exists(interface / "device", ec)) continue;
+    if (auto address = firstLineOf(interface / "address")) {
+      if (auto mac = parseAddress(*address)) return mac;
+    }
+  }
+  return std::nullopt;
+}
 
 std::shared_ptr<const HostIdentitySource> makeLinuxHostIdentitySource() {
   return std::make_shared<LinuxHostIdentity>();

@@ -109,9 +109,11 @@ ErrorCode VTFileManager::lastError() const {
 
 std::string VTFileManager::errorMessageForCode(ErrorCode code) const {
   if (code == 0) return "";
+  // The C library's own text for every value of the range, the few unused
+  // ones included ("Unknown error 41").
   if (code >= 1 && code <= kLastErrnoValue) {
-    const char* text = strerrordesc_np(code);
-    if (text) return text;
+    char text[64];
+    return strerror_r(code, text, sizeof text);
   }
   return localizedString(localizedString("ERROR_CODE_MSG") + ": " + std::to_string(code));
 }

@@ -63,8 +63,8 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   VTFileManager(const VTFileManager&) = delete;
   VTFileManager& operator=(const VTFileManager&) = delete;
 
-  // A shallow copy: the same lock, pool and settings, fresh fork list, no
-  // buffers. The buffer sizes are kept, so asking the copy for the size the
+  // A shallow copy: the same lock, pool and settings, its own copy of the
+  // fork list (closed when the copy goes, as by the original), no buffers. The buffer sizes are kept, so asking the copy for the size the
   // original held answers no memory until another size is asked for once.
   std::shared_ptr<VTFileManager> copy() const;
 
@@ -75,8 +75,12 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   // Audit: only the thread that switched it on logs.
   void setAuditEnabled(bool enabled);
   bool auditEnabled() const;
-  // The raw switch, which the command bodies on the worker test.
-  bool auditSwitch() const { return _auditEnabled; }
+  // The raw switch, which the command bodies on the worker test (under the
+  // instance lock, as another thread may be switching it).
+  bool auditSwitch() const {
+    std::lock_guard guard(*_threadLock);
+    return _auditEnabled;
+  }
 
   // Errors.
   void setLastError(ErrorCode code);

@@ -213,11 +213,16 @@ ErrorCode VTFileManager::removeFileAtPath(const std::string& path) {
 ErrorCode VTFileManager::runEngine(const std::function<ErrorCode(const CopyEngineSetup&)>& operation) {
   // The manager's buffer serves one copy at a time; a copy that finds it in
   // use (the worker and a caller's thread at once) gets a buffer of its own.
+  // So does a copied manager, whose recorded size answers no memory.
   std::unique_lock inUse(_copyBufferInUse, std::try_to_lock);
   std::unique_ptr<std::byte[]> own;
   CopyEngineSetup setup;
   setup.bufferSize = kCopyBlockSize;
-  setup.buffer = inUse.owns_lock() ? copyBufferOfSize(kCopyBlockSize) : (own.reset(new std::byte[kCopyBlockSize]), own.get());
+  setup.buffer = inUse.owns_lock() ? copyBufferOfSize(kCopyBlockSize) : nullptr;
+  if (!setup.buffer) {
+    own.reset(new std::byte[kCopyBlockSize]);
+    setup.buffer = own.get();
+  }
   setup.excludedAttributes = &_eaExcludeList;
   std::optional<CommandProgress> progress;
   if (auto id = VTThreadedCommandPool::runningCommand()) {

@@ -110,6 +110,16 @@ TEST(CopyOperations, LockedSourceGivesLockedCopy) {
   EXPECT_TRUE(isLocked(src));
 }
 
+TEST(CopyOperations, ACopiedManagerCopiesThoughItsRecordedBufferHoldsNoMemory) {
+  TestFolder folder;
+  folder.writeFile("a.txt", "abc");
+  auto fm = VTFileManager::make();
+  ASSERT_EQ(fm->copyPath(folder.path("a.txt"), folder.path("b.txt"), false), 0);
+  auto copy = fm->copy();  // records the size the copy above used, without the memory
+  EXPECT_EQ(copy->copyPath(folder.path("a.txt"), folder.path("c.txt"), false), 0);
+  EXPECT_EQ(contentsOf(folder.path("c.txt")), "abc");
+}
+
 TEST(CopyOperations, MoveAndRemove) {
   TestFolder folder;
   makeSmallTree(folder);

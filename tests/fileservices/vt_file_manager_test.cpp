@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -28,6 +29,7 @@ TEST(FileManagerErrors, MessagesForCodes) {
   const Case cases[] = {
       {0, ""},
       {2, "No such file or directory"},
+      {41, "Unknown error 41"},                   // unused, yet inside the range
       {103, "Software caused connection abort"},  // inside Linux's errno range
       {133, "Memory page has hardware error"},    // its last value
       {134, "Error: 134"},
@@ -99,6 +101,31 @@ TEST(FileManagerIdentity, HostNameFallsBackInOrder) {
     EXPECT_EQ(fm->hostName(), c.expected);
   }
   EXPECT_FALSE(VTFileManager::make()->hostName().empty());
+}
+
+TEST(FileManagerIdentity, PrimaryEthernetIsTheFirstOneOnADevice) {
+  // A /sys/class/net of real files: bridges and docker0 come first in name
+  // order but sit on no device.
+  TestFolder net;
+  struct Interface {
+    const char* name;
+    const char* type;
+    const char* address;
+    bool onDevice;
+  };
+  const Interface interfaces[] = {
+      {"br-5f2a", "1", "02:42:aa:bb:cc:01", false}, {"docker0", "1", "02:42:aa:bb:cc:02", false},
+      {"eno0", "1", "00:00:00:00:00:00", true},     {"enp3s0", "1", "00:1b:63:af:0e:9c", true},
+      {"lo", "772", "00:00:00:00:00:00", false},    {"wlp2s0", "1", "a4:5e:60:00:00:01", true},
+  };
+  for (const Interface& i : interfaces) {
+    net.writeFile(std::string(i.name) + "/type", std::string(i.type) + "\n");
+    net.writeFile(std::string(i.name) + "/address", std::string(i.address) + "\n");
+    if (i.onDevice) mkdir(net.path(std::string(i.name) + "/device").c_str(), 0755);
+  }
+  const std::array<std::uint8_t, 6> expected{0x00, 0x1b, 0x63, 0xaf, 0x0e, 0x9c};
+  EXPECT_EQ(primaryEthernetAddressIn(net.root()), expected);
+  EXPECT_EQ(primaryEthernetAddressIn(net.path("none")), std::nullopt);
 }
 
 TEST(FileManagerForks, ReferencesAreKeptOnceAndClosed) {
