@@ -6,7 +6,7 @@
 
 #include <cctype>
 
-#include "fileservices/fm_audit.h"
+#include "foundation/log_sink.h"
 #include "volumes/volume_mounts.h"
 #include "volumes/volume_specifier.h"
 
@@ -26,8 +26,10 @@ bool equalIgnoringCase(const std::optional<std::string>& a, const std::optional<
   return true;
 }
 
+// The identity audit lines are the selector and the finding, with no prefix
+// of the file manager's audit.
 void audit(bool on, const std::string& line) {
-  if (on) fileservices::auditLine("isEqual:" + line);
+  if (on) logLine("isEqual:" + line);
 }
 
 std::string pair(const std::string& mine, const std::string& theirs) { return mine + " to " + theirs; }

@@ -127,18 +127,18 @@ TEST(Identity, AuditLinesTellWhichCheckFailed) {
   LogCapture capture;
   EXPECT_FALSE(pair.a->isEqual(pair.b));
   const std::vector<std::string> expected{
-      "<FMAudit> isEqual:Comparing Backup to BACKUP",
-      "<FMAudit> isEqual:Hostname: " + host + " to " + host,
-      "<FMAudit> isEqual:isRemote: 0 to 0",
-      "<FMAudit> isEqual:isDistantRemote: 0 to 0",
-      "<FMAudit> isEqual:blockSize: 4096 to 4096",
-      "<FMAudit> isEqual:fileSystemID: 0 to 0",
-      "<FMAudit> isEqual:isCaseSensitive: 1 to 1",
-      "<FMAudit> isEqual:isReadOnly: 0 to 0",
-      "<FMAudit> isEqual:isFileServer: 0 to 0",
-      "<FMAudit> isEqual:isRemovableMedia: 0 to 0",
-      "<FMAudit> isEqual:Creation dates did NOT match!!!",
-      "<FMAudit> isEqual:Result: 0",
+      "isEqual:Comparing Backup to BACKUP",
+      "isEqual:Hostname: " + host + " to " + host,
+      "isEqual:isRemote: 0 to 0",
+      "isEqual:isDistantRemote: 0 to 0",
+      "isEqual:blockSize: 4096 to 4096",
+      "isEqual:fileSystemID: 0 to 0",
+      "isEqual:isCaseSensitive: 1 to 1",
+      "isEqual:isReadOnly: 0 to 0",
+      "isEqual:isFileServer: 0 to 0",
+      "isEqual:isRemovableMedia: 0 to 0",
+      "isEqual:Creation dates did NOT match!!!",
+      "isEqual:Result: 0",
   };
   EXPECT_EQ(capture.lines(), expected);
 }
@@ -151,13 +151,13 @@ TEST(Identity, AuditOfAMatchWithDeviceInformation) {
   const auto lines = capture.lines();
   const std::vector<std::string> tail(lines.end() - 7, lines.end());
   const std::vector<std::string> expected{
-      "<FMAudit> isEqual:Creation dates match (or are ignored).",
-      "<FMAudit> isEqual:Connection profiles match.",
-      "<FMAudit> isEqual:Testing device info:",
-      "<FMAudit> isEqual:deviceModel: Disk to Disk",
-      "<FMAudit> isEqual:deviceProtocol: usb to usb",
-      "<FMAudit> isEqual:deviceGUID: 1111-2222 to 1111-2222",
-      "<FMAudit> isEqual:Result: 1",
+      "isEqual:Creation dates match (or are ignored).",
+      "isEqual:Connection profiles match.",
+      "isEqual:Testing device info:",
+      "isEqual:deviceModel: Disk to Disk",
+      "isEqual:deviceProtocol: usb to usb",
+      "isEqual:deviceGUID: 1111-2222 to 1111-2222",
+      "isEqual:Result: 1",
   };
   EXPECT_EQ(tail, expected);
 }
