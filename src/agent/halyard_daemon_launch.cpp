@@ -43,8 +43,11 @@ std::int16_t HalyardDaemon::launchJobs(const ScheduledItems& items) {
     env_.bus.post(notifications::kAddScheduledItems, handOverUserInfo(asObjects(items)));
     return launch_status::kNoError;
   }
-  _notifyMonitor->setAddedItems(asObjects(items));
-  _notifyMonitor->setLastLaunchTime(env_.clock.now());
+  // After shutdown() there is no monitor to park the items in; the launch still goes ahead.
+  if (_notifyMonitor) {
+    _notifyMonitor->setAddedItems(asObjects(items));
+    _notifyMonitor->setLastLaunchTime(env_.clock.now());
+  }
   for (const std::string& path : env_.paths.applicationPaths) {
     if (!exists(path)) continue;
     status = launchApplication(path, true);

@@ -33,7 +33,13 @@ std::string resolveProgram(const std::string& program) {
 // then exec; on failure the errno goes up the report pipe.
 [[noreturn]] void execDetached(const std::string& path, char* const* argv, int reportFd) {
   setsid();
-  if (fork() != 0) _exit(0);
+  const pid_t grandchild = fork();
+  if (grandchild < 0) {
+    const int error = errno;
+    (void)!write(reportFd, &error, sizeof error);
+    _exit(127);
+  }
+  if (grandchild > 0) _exit(0);
   const int devnull = open("/dev/null", O_RDWR);
   for (int fd = 0; fd < 3; ++fd) dup2(devnull, fd);
   execv(path.c_str(), argv);

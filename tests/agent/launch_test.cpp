@@ -99,6 +99,14 @@ TEST_F(LaunchTest, WithNoApplicationAnywhereBothFailuresArePrintedAndTheItemsSta
   EXPECT_TRUE(daemon_->notifyMonitor()->lastLaunchTime().has_value());
 }
 
+TEST_F(LaunchTest, AnOptionClickAfterShutdownStillLaunchesWithNowhereToParkTheItems) {
+  makeProgram("bin/halyard");
+  daemon_->shutdown();
+  ASSERT_EQ(daemon_->notifyMonitor(), nullptr);
+  daemon_->openSyncDocument(*makeItem("late", 9, 0), true);
+  ASSERT_TRUE(waitForLaunch("/bin/halyard"));
+}
+
 TEST_F(LaunchTest, TheDesktopEntryIsTheLastResort) {
   const std::string program = makeProgram("opt/halyard-app");
   QDir().mkpath(QString::fromStdString(path("data/applications")));
