@@ -1,6 +1,8 @@
 // VTFileManager's name rules: a free file name with a numbered suffix, and a
 // name under which a folder may be used. Lengths count characters (code
-// points), and names are cut at character boundaries.
+// points), and names are cut at character boundaries. Whatever the maximum,
+// a made name also stays within the 255 bytes a Linux file name may have, so
+// a name of accented or other multibyte characters can still be created.
 
 #include <sys/stat.h>
 
@@ -14,6 +16,7 @@ namespace {
 
 constexpr std::uint32_t kDefaultFileNameMax = 255;
 constexpr std::uint32_t kDefaultFolderNameMax = 9999;
+constexpr std::size_t kNameMaxBytes = 255;  // NAME_MAX
 
 std::size_t characterCount(std::string_view text) {
   std::size_t count = 0;
@@ -24,6 +27,10 @@ std::size_t characterCount(std::string_view text) {
 void dropLastCharacter(std::string& text) {
   while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xC0) == 0x80) text.pop_back();
   if (!text.empty()) text.pop_back();
+}
+
+bool fitsIn(std::string_view name, std::uint32_t maxCharacters) {
+  return characterCount(name) <= maxCharacters && name.size() <= kNameMaxBytes;
 }
 
 // The table's format applied to the seed. The text comes from a resource
@@ -77,10 +84,10 @@ std::string VTFileManager::uniqueCandidate(std::string& stem, const std::optiona
                                            std::uint32_t seed, std::uint32_t maxLength) const {
   const std::string suffix = suffixForSeed(seed);
   std::string ext = extension.value_or("");
-  while (!ext.empty() && characterCount(ext) + characterCount(suffix) + 2 > maxLength) dropLastCharacter(ext);
+  while (!ext.empty() && !fitsIn(ext + suffix + "..", maxLength)) dropLastCharacter(ext);
   auto build = [&] { return stem + suffix + (ext.empty() ? "" : "." + ext); };
   std::string candidate = build();
-  while (characterCount(candidate) > maxLength && !stem.empty()) {
+  while (!fitsIn(candidate, maxLength) && !stem.empty()) {
     dropLastCharacter(stem);
     candidate = build();
   }
@@ -123,7 +130,7 @@ std::string VTFileManager::locateFolderName(const std::string& name, const std::
   std::string stem = name;
   auto build = [&](std::uint32_t seed) {
     const std::string suffix = suffixForSeed(seed);
-    while (characterCount(stem) + characterCount(suffix) > limit && !stem.empty()) dropLastCharacter(stem);
+    while (!fitsIn(stem + suffix, limit) && !stem.empty()) dropLastCharacter(stem);
     return stem + suffix;
   };
   std::uint32_t seed = suffixSeed ? *suffixSeed : 0;

@@ -16,6 +16,9 @@ TEST(UniqueFileName, ReportTxtCases) {
   folder.writeFile("Taken 1.txt", "x");
   const std::string longStem(251, 'a');
   folder.writeFile(longStem + ".txt", "x");  // 255 characters
+  std::string accented;
+  for (int i = 0; i < 125; ++i) accented += "\u00e9";
+  folder.writeFile(accented + ".txt", "x");  // 129 characters, 254 bytes
   auto fm = VTFileManager::make();
   struct Case {
     const char* what;
@@ -36,6 +39,8 @@ TEST(UniqueFileName, ReportTxtCases) {
       {"max 6: extension cut to fit suffix", "Report.txt", 6, true, 0, "R 1.tx", 1},
       {"max 4: extension dropped", "Report.txt", 4, true, 0, "Re 1", 1},
       {"max 0 is 255", longStem + ".txt", 0, true, 0, std::string(249, 'a') + " 1.txt", 1},
+      {"multibyte name kept within 255 bytes", accented + ".txt", 0, true, 0,
+       accented.substr(0, accented.size() - 2) + " 1.txt", 1},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
