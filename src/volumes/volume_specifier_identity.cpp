@@ -4,9 +4,9 @@
 // receiver's strictness, distant-remoteness and server state choose which
 // checks run, so the test is not symmetric.
 
-#include <cctype>
 
 #include "foundation/log_sink.h"
+#include "foundation/text_case.h"
 #include "volumes/volume_mounts.h"
 #include "volumes/volume_specifier.h"
 
@@ -16,14 +16,7 @@ namespace {
 std::string orNull(const std::optional<std::string>& text) { return text ? *text : "(null)"; }
 
 bool equalIgnoringCase(const std::optional<std::string>& a, const std::optional<std::string>& b) {
-  if (!a || !b) return false;
-  if (a->size() != b->size()) return false;
-  for (std::size_t i = 0; i < a->size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>((*a)[i])) != std::tolower(static_cast<unsigned char>((*b)[i]))) {
-      return false;
-    }
-  }
-  return true;
+  return a && b && halyard::equalIgnoringCase(*a, *b);
 }
 
 // The identity audit lines are the selector and the finding, with no prefix

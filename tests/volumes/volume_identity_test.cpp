@@ -46,6 +46,8 @@ const IdentityCase kIdentityCases[] = {
      None},
     {"names equal ignoring case",
      [](FakeVolume& r, FakeVolume& o) { r.device.label = "Backup", o.device.label = "BACKUP"; }, None},
+    {"accented names equal ignoring case",
+     [](FakeVolume& r, FakeVolume& o) { r.device.label = "Donn\u00e9es", o.device.label = "DONN\u00c9ES"; }, None},
     {"other name", [](FakeVolume&, FakeVolume& o) { o.device.label = "Archive"; }, Name},
     {"other name and date: the name is checked first",
      [](FakeVolume&, FakeVolume& o) {
