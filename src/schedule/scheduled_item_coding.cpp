@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "foundation/archived_values.h"
 #include "foundation/archiver.h"
 #include "foundation/json_writer.h"
 #include "foundation/log_sink.h"
@@ -34,66 +35,13 @@ constexpr const char* kRightMounts = "scheduledRightTargetMountskey";
 constexpr const char* kRightSpecifier = "rightTargetVolumeSpecifierkey";
 constexpr const char* kLastSynchInfo = "lastSynchInfokey";
 
-std::string classNameOf(const ObjectRef& value) {
-  const ClassChain chain = value->archiveClassChain();
-  return chain.empty() ? "an unknown class" : chain.front().name;
-}
-
-void logIgnored(const char* key, const ObjectRef& value, const char* wanted) {
-  logLine(std::string("<Error:> Ignored \"") + key + "\" of a scheduled item: " + classNameOf(value) + " where " +
-              wanted + " belongs",
-          LogPriority::Error);
-}
-
-// Numbers are read from a number as its value and from a string as the
-// platform's string conversions read it; any other class is ignored.
-template <class T, class FromNumber, class FromString>
-std::optional<T> scalarOf(const Dictionary& archive, const char* key, FromNumber fromNumber, FromString fromString) {
-  const ObjectRef value = archive.get(key);
-  if (!value) return std::nullopt;
-  if (auto number = objectAs<Number>(value)) return fromNumber(*number);
-  if (auto text = objectAs<String>(value)) return fromString(*text);
-  logIgnored(key, value, "a number");
-  return std::nullopt;
-}
-
-std::optional<std::int32_t> intOf(const Dictionary& archive, const char* key) {
-  return scalarOf<std::int32_t>(archive, key, [](const Number& n) { return n.intValue(); },
-                                [](const String& s) { return s.intValue(); });
-}
-
-std::optional<bool> boolOf(const Dictionary& archive, const char* key) {
-  return scalarOf<bool>(archive, key, [](const Number& n) { return n.boolValue(); },
-                        [](const String& s) { return s.boolValue(); });
-}
-
-std::optional<double> doubleOf(const Dictionary& archive, const char* key) {
-  return scalarOf<double>(archive, key, [](const Number& n) { return n.doubleValue(); },
-                          [](const String& s) { return s.doubleValue(); });
-}
-
-// An object-valued key holding another class is ignored the same way.
-template <class T>
-std::shared_ptr<T> objectOf(const Dictionary& archive, const char* key, const char* wanted) {
-  const ObjectRef value = archive.get(key);
-  if (!value) return nullptr;
-  if (auto object = objectAs<T>(value)) return object;
-  logIgnored(key, value, wanted);
-  return nullptr;
-}
-
-std::optional<std::string> textOf(const Dictionary& archive, const char* key) {
-  if (auto text = objectOf<String>(archive, key, "a string")) return text->text;
-  return std::nullopt;
-}
-
 // A volume specifier is whatever object archives as class VolumeSpecifier.
-ObjectRef specifierOf(const Dictionary& archive, const char* key) {
+ObjectRef specifierOf(const ArchivedValues& values, const Dictionary& archive, const char* key) {
   const ObjectRef value = archive.get(key);
   if (!value) return nullptr;
   const ClassChain chain = value->archiveClassChain();
   if (!chain.empty() && chain.front().name == "VolumeSpecifier") return value;
-  logIgnored(key, value, "a VolumeSpecifier");
+  values.logIgnored(key, value, "a VolumeSpecifier");
   return nullptr;
 }
 
@@ -166,32 +114,33 @@ Expected<ObjectRef> KSScheduledItem::initWithCoder(Unarchiver& coder, const Cale
   if (auto archive = objectAs<Dictionary>(*object)) {
     item->applyArchiveDictionary(*archive);
   } else if (*object) {
-    return coder.failureAt(at, "a scheduled item holds " + classNameOf(*object) + ", not a dictionary");
+    return coder.failureAt(at, "a scheduled item holds " + archivedClassName(*object) + ", not a dictionary");
   }
   return ObjectRef{item};
 }
 
 void KSScheduledItem::applyArchiveDictionary(const Dictionary& archive) {
-  if (auto alias = objectOf<Data>(archive, kAlias, "data")) setDocumentAlias(alias);
-  if (auto path = textOf(archive, kPath)) setDocumentPathName(path);
-  if (auto text = textOf(archive, kDescription)) setDescription(text);
-  if (auto type = intOf(archive, kType)) setScheduleType(*type);
-  if (auto interval = doubleOf(archive, kRepeatInterval)) applyLegacyRepeatInterval(*interval);
-  if (auto date = objectOf<CalendarDate>(archive, kStartDate, "a calendar date")) setStartDate(date);
-  if (auto date = objectOf<CalendarDate>(archive, kLastRunDate, "a calendar date")) setLastRunDate(date);
-  if (auto v = boolOf(archive, kRunOnce)) setRunOnce(*v);
-  if (auto v = boolOf(archive, kForceToRun)) setForceToRun(*v);
-  if (auto v = boolOf(archive, kActive)) setActive(*v);
-  if (auto set = textOf(archive, kMonths)) setScheduledMonths(set);
-  if (auto set = textOf(archive, kDaysOfMonth)) setScheduledDaysOfMonth(set);
-  if (auto set = textOf(archive, kDaysOfWeek)) setScheduledDaysOfWeek(set);
-  if (auto set = textOf(archive, kHours)) setScheduledHours(set);
-  if (auto set = textOf(archive, kMinutes)) setScheduledMinutes(set);
-  if (auto v = intOf(archive, kLeftMounts)) setScheduledLeftTargetMounts(*v);
-  if (auto specifier = specifierOf(archive, kLeftSpecifier)) setLeftTargetVolumeSpecifier(specifier);
-  if (auto v = intOf(archive, kRightMounts)) setScheduledRightTargetMounts(*v);
-  if (auto specifier = specifierOf(archive, kRightSpecifier)) setRightTargetVolumeSpecifier(specifier);
-  if (auto info = objectOf<Dictionary>(archive, kLastSynchInfo, "a dictionary")) setLastSynchInfo(info);
+  const ArchivedValues values(archive, "a scheduled item");
+  if (auto alias = values.objectOf<Data>(kAlias, "data")) setDocumentAlias(alias);
+  if (auto path = values.textOf(kPath)) setDocumentPathName(path);
+  if (auto text = values.textOf(kDescription)) setDescription(text);
+  if (auto type = values.intOf(kType)) setScheduleType(*type);
+  if (auto interval = values.doubleOf(kRepeatInterval)) applyLegacyRepeatInterval(*interval);
+  if (auto date = values.objectOf<CalendarDate>(kStartDate, "a calendar date")) setStartDate(date);
+  if (auto date = values.objectOf<CalendarDate>(kLastRunDate, "a calendar date")) setLastRunDate(date);
+  if (auto v = values.boolOf(kRunOnce)) setRunOnce(*v);
+  if (auto v = values.boolOf(kForceToRun)) setForceToRun(*v);
+  if (auto v = values.boolOf(kActive)) setActive(*v);
+  if (auto set = values.textOf(kMonths)) setScheduledMonths(set);
+  if (auto set = values.textOf(kDaysOfMonth)) setScheduledDaysOfMonth(set);
+  if (auto set = values.textOf(kDaysOfWeek)) setScheduledDaysOfWeek(set);
+  if (auto set = values.textOf(kHours)) setScheduledHours(set);
+  if (auto set = values.textOf(kMinutes)) setScheduledMinutes(set);
+  if (auto v = values.intOf(kLeftMounts)) setScheduledLeftTargetMounts(*v);
+  if (auto specifier = specifierOf(values, archive, kLeftSpecifier)) setLeftTargetVolumeSpecifier(specifier);
+  if (auto v = values.intOf(kRightMounts)) setScheduledRightTargetMounts(*v);
+  if (auto specifier = specifierOf(values, archive, kRightSpecifier)) setRightTargetVolumeSpecifier(specifier);
+  if (auto info = values.objectOf<Dictionary>(kLastSynchInfo, "a dictionary")) setLastSynchInfo(info);
 }
 
 // The older form stored a repeat interval in minutes: minutes 0, r, 2r, ...

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/archived_values.h"
 #include "foundation/archiver.h"
 #include "foundation/json_writer.h"
 #include "foundation/log_sink.h"
@@ -18,53 +19,9 @@ namespace {
 constexpr std::int32_t kFormatWithFileManager = 1024;
 constexpr std::uint32_t kDefaultBufferSize = 4194304;
 
-std::string classNameOf(const ObjectRef& value) {
-  const ClassChain chain = value->archiveClassChain();
-  return chain.empty() ? "an object" : chain.front().name;
-}
-
-void logIgnored(const char* key, const ObjectRef& value, const char* wanted) {
-  logLine(std::string("<Error:> Ignored \"") + key + "\" of a volume specifier: " + classNameOf(value) + " is not " +
-              wanted,
-          LogPriority::Error);
-}
-
-// A number read from an NSNumber, or from an NSString as the platform converts.
-std::optional<std::int64_t> intOf(const Dictionary& archive, const char* key) {
-  const ObjectRef value = archive.get(key);
-  if (!value) return std::nullopt;
-  if (auto number = objectAs<Number>(value)) return number->int64Value();
-  if (auto text = objectAs<String>(value)) return text->intValue();
-  logIgnored(key, value, "a number");
-  return std::nullopt;
-}
-
-std::optional<bool> boolOf(const Dictionary& archive, const char* key) {
-  const ObjectRef value = archive.get(key);
-  if (!value) return std::nullopt;
-  if (auto number = objectAs<Number>(value)) return number->boolValue();
-  if (auto text = objectAs<String>(value)) return text->boolValue();
-  logIgnored(key, value, "a number");
-  return std::nullopt;
-}
-
-template <class T>
-std::shared_ptr<T> objectOf(const Dictionary& archive, const char* key, const char* wanted) {
-  const ObjectRef value = archive.get(key);
-  if (!value) return nullptr;
-  if (auto typed = objectAs<T>(value)) return typed;
-  logIgnored(key, value, wanted);
-  return nullptr;
-}
-
-std::optional<std::string> textOf(const Dictionary& archive, const char* key) {
-  if (auto text = objectOf<String>(archive, key, "a string")) return text->text;
-  return std::nullopt;
-}
-
 // The empty string reads as none.
-std::optional<std::string> nonEmptyTextOf(const Dictionary& archive, const char* key) {
-  auto text = textOf(archive, key);
+std::optional<std::string> nonEmptyTextOf(const ArchivedValues& values, const char* key) {
+  auto text = values.textOf(key);
   if (text && text->empty()) return std::nullopt;
   return text;
 }
@@ -136,7 +93,7 @@ Expected<ObjectRef> VolumeSpecifier::initWithCoder(Unarchiver& coder, const File
   if (!object) return object.error();
   auto archive = objectAs<Dictionary>(*object);
   if (!archive && *object) {
-    return coder.failureAt(at, "a volume specifier holds " + classNameOf(*object) + ", not a dictionary");
+    return coder.failureAt(at, "a volume specifier holds " + archivedClassName(*object) + ", not a dictionary");
   }
   // "vs17" holds no state of its own: a written manager reads as a local one.
   auto record = std::make_shared<VolumeSpecifier>(makeFileManager());
@@ -145,50 +102,52 @@ Expected<ObjectRef> VolumeSpecifier::initWithCoder(Unarchiver& coder, const File
 }
 
 void VolumeSpecifier::applyArchiveDictionary(const Dictionary& archive) {
-  _volumeName = textOf(archive, "vs00");
-  _volumeRootPath = textOf(archive, "vs01");
-  if (auto info = objectOf<Data>(archive, "vs02", "data"); info && !info->bytes.empty()) {
+  const ArchivedValues values(archive, "a volume specifier");
+  _volumeName = values.textOf("vs00");
+  _volumeRootPath = values.textOf("vs01");
+  if (auto info = values.objectOf<Data>("vs02", "data"); info && !info->bytes.empty()) {
     _serverMountInfo = mountInfoToHost(info->bytes);
   }
-  _serverAlias = objectOf<Data>(archive, "vs12", "data");
+  _serverAlias = values.objectOf<Data>("vs12", "data");
   _volumeIcon = archive.get("vs13");
-  _serverURL = objectOf<URL>(archive, "vs14", "a URL");
-  _serverMedia = static_cast<std::uint32_t>(intOf(archive, "vs15").value_or(0));
-  _bufferSize = static_cast<std::uint32_t>(intOf(archive, "vs16").value_or(kDefaultBufferSize));
-  _volumeFormat = nonEmptyTextOf(archive, "vs21");
+  _serverURL = values.objectOf<URL>("vs14", "a URL");
+  _serverMedia = static_cast<std::uint32_t>(values.int64Of("vs15").value_or(0));
+  _bufferSize = static_cast<std::uint32_t>(values.int64Of("vs16").value_or(kDefaultBufferSize));
+  _volumeFormat = nonEmptyTextOf(values, "vs21");
   _volumePercentFull = -1.0f;
 
-  _fsOnServer = boolOf(archive, "vs03").value_or(false);
-  _fsOnRemovableMedia = boolOf(archive, "vs04").value_or(false);
-  _supportsLargeFiles = boolOf(archive, "vs05").value_or(false);
-  _supportsSymbolicLinks = boolOf(archive, "vs06").value_or(false);
-  _nameLengthLimit = static_cast<std::int32_t>(intOf(archive, "vs07").value_or(0));
-  const auto date = objectOf<Data>(archive, "vs08", "data");
-  _blockSize = static_cast<std::uint32_t>(intOf(archive, "vs09").value_or(0));
-  _fileSystemID = static_cast<std::uint16_t>(intOf(archive, "vs10").value_or(0));
-  _signature = static_cast<std::uint16_t>(intOf(archive, "vs11").value_or(0));
-  if (auto sensitive = boolOf(archive, "vs18"))
+  _fsOnServer = values.boolOf("vs03").value_or(false);
+  _fsOnRemovableMedia = values.boolOf("vs04").value_or(false);
+  _supportsLargeFiles = values.boolOf("vs05").value_or(false);
+  _supportsSymbolicLinks = values.boolOf("vs06").value_or(false);
+  _nameLengthLimit = static_cast<std::int32_t>(values.int64Of("vs07").value_or(0));
+  const auto date = values.objectOf<Data>("vs08", "data");
+  _blockSize = static_cast<std::uint32_t>(values.int64Of("vs09").value_or(0));
+  _fileSystemID = static_cast<std::uint16_t>(values.int64Of("vs10").value_or(0));
+  _signature = static_cast<std::uint16_t>(values.int64Of("vs11").value_or(0));
+  if (auto sensitive = values.boolOf("vs18"))
     _caseSensitive = *sensitive;
   else
     _needsCaseSensitiveTest = true;
-  if (auto v = boolOf(archive, "vs19")) _ignoresOwnership = *v;
-  if (auto v = boolOf(archive, "vs20")) _readOnly = *v;
+  if (auto v = values.boolOf("vs19")) _ignoresOwnership = *v;
+  if (auto v = values.boolOf("vs20")) _readOnly = *v;
   // Reading is more generous than making a record: any volume that is not
   // a file-server one gets strict identification.
   _strictVolumeIdentification =
-      boolOf(archive, "vs22").value_or(_signature == kJournaledNativeSignature || !_fsOnServer);
-  if (auto v = boolOf(archive, "vs23")) _supportsACLs = *v;
+      values.boolOf("vs22").value_or(_signature == kJournaledNativeSignature || !_fsOnServer);
+  if (auto v = values.boolOf("vs23")) _supportsACLs = *v;
   if (date) _creationDate = creationDateFromBigEndian(date->bytes).value_or(UTCDateTime{});
   applyDeviceInformation(archive);
 }
 
 void VolumeSpecifier::applyDeviceInformation(const Dictionary& archive) {
-  if (auto valid = boolOf(archive, "vs24")) {
+  const ArchivedValues values(archive, "a volume specifier");
+  if (auto valid = values.boolOf("vs24")) {
     _deviceInfoValid = *valid;
     if (!*valid) return;
-    _deviceModel = nonEmptyTextOf(archive, "vs25");
-    _deviceProtocol = nonEmptyTextOf(archive, "vs26");
-    _deviceGUID = nonEmptyTextOf(archive, "vs27");
+    _deviceModel = nonEmptyTextOf(values, "vs25");
+    _deviceProtocol = nonEmptyTextOf(values, "vs26");
+    _deviceGUID = nonEmptyTextOf(values, "vs27");
     return;
   }
   _deviceInfoValid = false;
