@@ -81,12 +81,13 @@ void JsonWriter::beginArray() {
 
 void JsonWriter::endArray() { endObject(), out_.back() = ']'; }
 
-void JsonWriter::key(std::string_view name) {
+JsonWriter& JsonWriter::key(std::string_view name) {
   separate();
   out_ += '"';
   appendEscaped(out_, name);
   out_ += "\": ";
   afterKey_ = true;
+  return *this;
 }
 
 void JsonWriter::string(std::string_view text) {

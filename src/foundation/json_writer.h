@@ -22,7 +22,8 @@ class JsonWriter {
   void endObject();
   void beginArray();
   void endArray();
-  void key(std::string_view name);
+  // Starts a member; the value follows: json.key("name").string(text).
+  JsonWriter& key(std::string_view name);
 
   void string(std::string_view text);
   void integer(std::int64_t v);

@@ -8,22 +8,18 @@ namespace halyard {
 namespace {
 
 void writeInstant(JsonWriter& json, double seconds) {
-  json.key("seconds");
-  json.real(seconds);
-  json.key("utc");
-  json.string(formatInstant(seconds, cctz::utc_time_zone()));
+  json.key("seconds").real(seconds);
+  json.key("utc").string(formatInstant(seconds, cctz::utc_time_zone()));
 }
 
 }  // namespace
 
 void String::writeJson(JsonWriter& json) const {
-  json.key("value");
-  json.string(text);
+  json.key("value").string(text);
 }
 
 void Number::writeJson(JsonWriter& json) const {
-  json.key("type");
-  json.string(std::string(1, type));
+  json.key("type").string(std::string(1, type));
   json.key("value");
   std::visit(
       [&](auto v) {
@@ -36,75 +32,60 @@ void Number::writeJson(JsonWriter& json) const {
 }
 
 void Data::writeJson(JsonWriter& json) const {
-  json.key("length");
-  json.unsignedInteger(bytes.size());
-  json.key("hex");
-  json.hex(bytes);
+  json.key("length").unsignedInteger(bytes.size());
+  json.key("hex").hex(bytes);
 }
 
 void Date::writeJson(JsonWriter& json) const { writeInstant(json, seconds); }
 
 void TimeZone::writeJson(JsonWriter& json) const {
-  json.key("name");
-  json.string(name);
+  json.key("name").string(name);
   if (tzfile) {
-    json.key("tzfileLength");
-    json.unsignedInteger(tzfile->size());
+    json.key("tzfileLength").unsignedInteger(tzfile->size());
   }
 }
 
 void CalendarDate::writeJson(JsonWriter& json) const {
   writeInstant(json, seconds);
-  json.key("timeZone");
-  json.object(zone);
-  json.key("format");
-  json.string(format);
+  json.key("timeZone").object(zone);
+  json.key("format").string(format);
 }
 
 void URL::writeJson(JsonWriter& json) const {
-  json.key("relative");
-  json.string(relative);
+  json.key("relative").string(relative);
   if (base) {
-    json.key("base");
-    json.object(base);
+    json.key("base").object(base);
   }
 }
 
 void Null::writeJson(JsonWriter&) const {}
 
 void Array::writeJson(JsonWriter& json) const {
-  json.key("items");
-  json.beginArray();
+  json.key("items").beginArray();
   for (const auto& item : items) json.object(item);
   json.endArray();
 }
 
 void Set::writeJson(JsonWriter& json) const {
-  json.key("items");
-  json.beginArray();
+  json.key("items").beginArray();
   for (const auto& item : items) json.object(item);
   json.endArray();
 }
 
 void Dictionary::writeJson(JsonWriter& json) const {
-  json.key("entries");
-  json.beginArray();
+  json.key("entries").beginArray();
   for (const auto& [key, value] : entries) {
     json.beginObject();
-    json.key("key");
-    json.object(key);
-    json.key("value");
-    json.object(value);
+    json.key("key").object(key);
+    json.key("value").object(value);
     json.endObject();
   }
   json.endArray();
 }
 
 void GenericObject::writeJson(JsonWriter& json) const {
-  json.key("classChain");
-  json.classChain(chain);
-  json.key("groups");
-  json.groups(groups);
+  json.key("classChain").classChain(chain);
+  json.key("groups").groups(groups);
 }
 
 void CycleReference::writeJson(JsonWriter&) const {}

@@ -34,24 +34,18 @@ void writeDate(JsonWriter& json, const char* key, const std::shared_ptr<const Ca
 
 void writeItemJson(JsonWriter& json, std::size_t index, const KSScheduledItem& item, const cctz::time_zone& zone) {
   json.beginObject();
-  json.key("index");
-  json.unsignedInteger(index + 1);
+  json.key("index").unsignedInteger(index + 1);
   json.key("description");
   if (item.description()) json.string(*item.description());
   else json.null();
   json.key("documentPath");
   if (item.documentPathName()) json.string(*item.documentPathName());
   else json.null();
-  json.key("hasAlias");
-  json.boolean(item.documentAlias() != nullptr);
-  json.key("scheduleType");
-  json.integer(item.scheduleType());
-  json.key("active");
-  json.boolean(item.active());
-  json.key("runOnce");
-  json.boolean(item.runOnce());
-  json.key("forceToRun");
-  json.boolean(item.forceToRun());
+  json.key("hasAlias").boolean(item.documentAlias() != nullptr);
+  json.key("scheduleType").integer(item.scheduleType());
+  json.key("active").boolean(item.active());
+  json.key("runOnce").boolean(item.runOnce());
+  json.key("forceToRun").boolean(item.forceToRun());
   writeDate(json, "startDate", item.startDate(), zone);
   json.key("startDateSeconds");
   if (item.startDate()) json.real(item.startDate()->seconds);
@@ -59,13 +53,10 @@ void writeItemJson(JsonWriter& json, std::size_t index, const KSScheduledItem& i
   writeDate(json, "lastRunDate", item.lastRunDate(), zone);
   const auto sets = setsOf(item);
   for (std::size_t i = 0; i < kSetCount; ++i) {
-    json.key(kSetNames[i]);
-    json.string(sets[i]);
+    json.key(kSetNames[i]).string(sets[i]);
   }
-  json.key("leftTargetMounts");
-  json.integer(item.scheduledLeftTargetMounts());
-  json.key("rightTargetMounts");
-  json.integer(item.scheduledRightTargetMounts());
+  json.key("leftTargetMounts").integer(item.scheduledLeftTargetMounts());
+  json.key("rightTargetMounts").integer(item.scheduledRightTargetMounts());
   json.endObject();
 }
 

@@ -59,34 +59,21 @@ void printIdentity(std::ostream& out, VolumeSpecifier& record, const char* inden
 
 void writeIdentity(JsonWriter& json, VolumeSpecifier& record) {
   json.beginObject();
-  json.key("path");
-  json.string(record.volumePath().value_or(""));
-  json.key("name");
-  json.string(record.volumeName().value_or(""));
-  json.key("type");
-  json.string(record.volumeFormat());
-  json.key("signature");
-  json.unsignedInteger(record.signature());
-  json.key("fileSystemID");
-  json.unsignedInteger(record.fileSystemID());
-  json.key("blockSize");
-  json.unsignedInteger(record.blockSize());
-  json.key("deviceInfoValid");
-  json.boolean(record.deviceInfoValid());
-  json.key("uuid");
-  json.string(record.deviceGUID());
-  json.key("model");
-  json.string(record.deviceModel());
-  json.key("protocol");
-  json.string(record.deviceProtocol());
-  json.key("url");
-  json.string(record.url() ? record.url()->relative : "");
-  json.key("flags");
-  json.beginArray();
+  json.key("path").string(record.volumePath().value_or(""));
+  json.key("name").string(record.volumeName().value_or(""));
+  json.key("type").string(record.volumeFormat());
+  json.key("signature").unsignedInteger(record.signature());
+  json.key("fileSystemID").unsignedInteger(record.fileSystemID());
+  json.key("blockSize").unsignedInteger(record.blockSize());
+  json.key("deviceInfoValid").boolean(record.deviceInfoValid());
+  json.key("uuid").string(record.deviceGUID());
+  json.key("model").string(record.deviceModel());
+  json.key("protocol").string(record.deviceProtocol());
+  json.key("url").string(record.url() ? record.url()->relative : "");
+  json.key("flags").beginArray();
   for (const std::string& flag : flagsOf(record)) json.string(flag);
   json.endArray();
-  json.key("created");
-  json.string(creationText(record.creationDate()));
+  json.key("created").string(creationText(record.creationDate()));
   json.endObject();
 }
 
