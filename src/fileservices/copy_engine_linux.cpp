@@ -1,179 +1,167 @@
-// The copy engine on Linux: read/write through the caller's buffer, with the
-// metadata calls of the C library. Every descriptor is closed on every path.
+// The copy engine's operations on Linux: the checks made before anything is
+// written, the partial renamed into place, the flushes around the rename,
+// and a move's source removed last.
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <memory>
-#include <utility>
 
 #include "fileservices/copy_engine.h"
-#include "fileservices/file_metadata.h"
+#include "fileservices/copy_engine_tree.h"
+#include "fileservices/copy_engine_walk.h"
 
 namespace halyard::fileservices {
 
 namespace {
 
-constexpr int kCancelled = -128;
+bool sameItem(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
 
-struct Fd {
-  int fd = -1;
-  explicit Fd(int fd) : fd(fd) {}
-  ~Fd() {
-    if (fd >= 0) close(fd);
+// True when the folder `src` is the destination's folder or one of its
+// ancestors, by device and inode (so whatever links led there).
+bool destinationInside(const struct stat& src, const std::string& dest) {
+  Fd folder;
+  if (openFolder(parentOf(dest), folder) != 0) return false;
+  for (int depth = 0; depth < 4096; ++depth) {
+    struct stat here {}, up {};
+    if (fstat(folder.get(), &here) != 0) return false;
+    if (sameItem(here, src)) return true;
+    Fd parent(openat(folder.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!parent.valid() || fstat(parent.get(), &up) != 0 || sameItem(up, here)) return false;
+    folder = std::move(parent);
   }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-};
-
-std::string parentOf(const std::string& path) {
-  auto parent = std::filesystem::path(path).parent_path().string();
-  return parent.empty() ? "." : parent;
+  return false;
 }
 
-// ".name.halyard-partial-PID-N" beside the destination: hidden, and unique
-// within the process and across processes.
-std::string temporaryNameFor(const std::string& dest) {
-  static std::atomic<unsigned> counter{0};
-  const std::string name = std::filesystem::path(dest).filename().string();
-  return parentOf(dest) + "/." + name.substr(0, 200) + ".halyard-partial-" + std::to_string(getpid()) + "-" +
-         std::to_string(++counter);
+int refuseInside(const CopyEngineSetup& setup, const std::string& src, const std::string& dest) {
+  reportFailure(setup, dest + " is inside " + src);
+  return kDestinationInsideSourceErr;
 }
 
-int writeAll(int fd, const std::byte* data, std::size_t size) {
-  while (size > 0) {
-    ssize_t done = write(fd, data, size);
-    if (done < 0) {
-      if (errno == EINTR) continue;
-      return errno;
-    }
-    data += done;
-    size -= static_cast<std::size_t>(done);
+// A partial ".NAME.halyard-partial-PID-..." whose process is gone was left
+// by a copy that was killed: the next copy to NAME removes it.
+void removeStalePartials(int folderFd, const std::string& folderPath, const std::string& destName,
+                         const CopyEngineSetup& setup) {
+  const std::string prefix = partialPrefixFor(destName);
+  std::vector<std::string> names;
+  if (listFolder(folderFd, names) != 0) return;
+  for (const std::string& name : names) {
+    if (name.compare(0, prefix.size(), prefix) != 0) continue;
+    const long pid = std::strtol(name.c_str() + prefix.size(), nullptr, 10);
+    if (pid <= 0 || pid == getpid() || kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) continue;
+    CopyEngineSetup quiet = setup;
+    quiet.report = nullptr;
+    (void)removeEntry(folderFd, name, joinPath(folderPath, name), quiet, {.clearLocks = true, .makeWritable = true});
   }
-  return 0;
 }
-
-// Owner, permission bits and times, in this order: a change of owner may
-// clear the set-id bits, and writing anything changes the times.
-int applyStat(const std::string& path, const struct stat& st, bool isLink) {
-  if (geteuid() == 0 && lchown(path.c_str(), st.st_uid, st.st_gid) != 0) return errno;
-  if (!isLink && chmod(path.c_str(), st.st_mode & 07777) != 0) return errno;
-  const timespec times[2] = {st.st_atim, st.st_mtim};
-  if (utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-  return 0;
-}
-
-class TreeCopier {
- public:
-  explicit TreeCopier(const CopyEngineSetup& setup) : _setup(setup) {}
-
-  int copyNode(const std::string& src, const std::string& dest) {
-    struct stat st {};
-    if (lstat(src.c_str(), &st) != 0) return errno;
-    int rc = 0;
-    if (S_ISREG(st.st_mode)) {
-      rc = copyContents(src, dest);
-    } else if (S_ISDIR(st.st_mode)) {
-      rc = copyFolder(src, dest);
-    } else if (S_ISLNK(st.st_mode)) {
-      rc = copyLink(src, dest);
-    } else if (mknod(dest.c_str(), st.st_mode, st.st_rdev) != 0) {
-      rc = errno;
-    }
-    if (rc != 0) return rc;
-    const bool isLink = S_ISLNK(st.st_mode);
-    static const std::vector<std::string> kNone;
-    rc = copyExtendedAttributes(src, dest, isLink, _setup.excludedAttributes ? *_setup.excludedAttributes : kNone);
-    return rc != 0 ? rc : applyStat(dest, st, isLink);
-  }
-
- private:
-  int copyContents(const std::string& src, const std::string& dest) {
-    Fd in(open(src.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (in.fd < 0) return errno;
-    Fd out(open(dest.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (out.fd < 0) return errno;
-    posix_fadvise(in.fd, 0, 0, POSIX_FADV_SEQUENTIAL);
-    for (;;) {
-      ssize_t got = read(in.fd, _setup.buffer, _setup.bufferSize);
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) return errno;
-      if (got == 0) break;
-      if (int rc = writeAll(out.fd, _setup.buffer, static_cast<std::size_t>(got))) return rc;
-      if (_setup.progress && !_setup.progress->blockCopied(got)) return kCancelled;
-    }
-    return close(std::exchange(out.fd, -1)) == 0 ? 0 : errno;
-  }
-
-  int copyFolder(const std::string& src, const std::string& dest) {
-    if (mkdir(dest.c_str(), 0700) != 0) return errno;
-    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(src.c_str()), closedir);
-    if (!dir) return errno;
-    while (dirent* entry = readdir(dir.get())) {
-      const std::string name = entry->d_name;
-      if (name == "." || name == "..") continue;
-      if (int rc = copyNode(src + "/" + name, dest + "/" + name)) return rc;
-    }
-    return 0;
-  }
-
-  static int copyLink(const std::string& src, const std::string& dest) {
-    std::string target(4096, '\0');
-    ssize_t size = readlink(src.c_str(), target.data(), target.size());
-    if (size < 0) return errno;
-    target.resize(static_cast<std::size_t>(size));
-    return symlink(target.c_str(), dest.c_str()) == 0 ? 0 : errno;
-  }
-
-  const CopyEngineSetup& _setup;
-};
 
 // Puts the finished item under its name, refusing to replace anything that
 // appeared there meanwhile.
-int renameNoReplace(const std::string& from, const std::string& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+int renameNoReplace(int fromFd, const std::string& from, int toFd, const std::string& to) {
+  if (renameat2(fromFd, from.c_str(), toFd, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
   if (errno != EINVAL) return errno;
   // File systems without RENAME_NOREPLACE: check, then rename.
   struct stat st {};
-  if (lstat(to.c_str(), &st) == 0) return EEXIST;
-  return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+  if (fstatat(toFd, to.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
+  return renameat(fromFd, from.c_str(), toFd, to.c_str()) == 0 ? 0 : errno;
+}
+
+int flushFolder(const CopyEngineSetup& setup, int folderFd, const std::string& path) {
+  if (int rc = engineStep(setup, EngineStep::FlushParent, path)) return rc;
+  return fsync(folderFd) == 0 ? 0 : errno;
+}
+
+// Copies into a partial and renames it to `dest`, flushed before and after.
+// A move (`lossIsFailure`) also checks the copy against the source's count.
+int copyDurably(const std::string& src, const std::string& dest, const CopyEngineSetup& setup, bool lossIsFailure) {
+  Fd srcFolder, destFolder;
+  if (int rc = openFolder(parentOf(src), srcFolder)) return rc;
+  if (int rc = openFolder(parentOf(dest), destFolder)) return rc;
+  removeStalePartials(destFolder.get(), parentOf(dest), nameOf(dest), setup);
+  TreeCopier copier(setup, lossIsFailure);
+  int rc = copier.copyToPartial(srcFolder.get(), src, destFolder.get(), dest);
+  if (rc == 0) rc = engineStep(setup, EngineStep::Rename, dest);
+  if (rc == 0) rc = renameNoReplace(destFolder.get(), copier.partialName(), destFolder.get(), nameOf(dest));
+  if (rc != 0) {
+    if (copier.madePartial()) {
+      (void)removeEntry(destFolder.get(), copier.partialName(), joinPath(parentOf(dest), copier.partialName()), setup,
+                        {.clearLocks = true, .makeWritable = true});
+    }
+    if (rc != -128) reportFailure(setup, "could not copy " + src + " to " + dest + ": " + std::strerror(rc));
+    return rc;
+  }
+  if ((rc = flushFolder(setup, destFolder.get(), parentOf(dest))) != 0) return rc;
+  if ((rc = copier.applyTopFlags(destFolder.get(), nameOf(dest), dest)) != 0) return rc;
+  if (!lossIsFailure) return 0;
+  TreeCount copied;
+  if ((rc = countTree(destFolder.get(), nameOf(dest), dest, setup, copied)) != 0) return rc;
+  if (copied == copier.count()) return 0;
+  reportFailure(setup, "the copy at " + dest + " does not hold every item of " + src);
+  return EIO;
+}
+
+// After a rename: both folders changed, or one when they are the same.
+int flushBoth(const CopyEngineSetup& setup, int srcFolder, const std::string& srcPath, int destFolder,
+              const std::string& destPath) {
+  struct stat a {}, b {};
+  if (int rc = flushFolder(setup, destFolder, destPath)) return rc;
+  if (fstat(srcFolder, &a) == 0 && fstat(destFolder, &b) == 0 && sameItem(a, b)) return 0;
+  return flushFolder(setup, srcFolder, srcPath);
+}
+
+int removeSource(const std::string& src, const CopyEngineSetup& setup) {
+  Fd folder;
+  if (int rc = openFolder(parentOf(src), folder)) return rc;
+  if (int rc = removeEntry(folder.get(), nameOf(src), src, setup, {.clearLocks = true})) return rc;
+  return flushFolder(setup, folder.get(), parentOf(src));
+}
+
+// The destination holds all that is left of the source: an earlier move
+// copied it and failed part-way through removing the source.
+bool finishedEarlier(const std::string& src, const std::string& dest) {
+  Fd srcFolder, destFolder;
+  if (openFolder(parentOf(src), srcFolder) != 0 || openFolder(parentOf(dest), destFolder) != 0) return false;
+  return coveredBy(srcFolder.get(), nameOf(src), destFolder.get(), nameOf(dest));
 }
 
 }  // namespace
 
 int copyItem(const std::string& src, const std::string& dest, const CopyEngineSetup& setup) {
-  struct stat st {};
+  struct stat st {}, existing {};
   if (lstat(src.c_str(), &st) != 0) return errno;
-  if (lstat(dest.c_str(), &st) == 0) return EEXIST;
-  const std::string partial = temporaryNameFor(dest);
-  TreeCopier copier(setup);
-  int rc = copier.copyNode(src, partial);
-  if (rc == 0) rc = renameNoReplace(partial, dest);
-  if (rc != 0) removeItem(partial);
-  return rc;
+  if (lstat(dest.c_str(), &existing) == 0) return EEXIST;
+  if (S_ISDIR(st.st_mode) && destinationInside(st, dest)) return refuseInside(setup, src, dest);
+  return copyDurably(src, dest, setup, false);
 }
 
 int moveItem(const std::string& src, const std::string& dest, const CopyEngineSetup& setup) {
-  struct stat st {};
+  struct stat st {}, existing {};
   if (lstat(src.c_str(), &st) != 0) return errno;
-  int rc = renameNoReplace(src, dest);
+  if (S_ISDIR(st.st_mode) && destinationInside(st, dest)) return refuseInside(setup, src, dest);
+  Fd srcFolder, destFolder;
+  if (int rc = openFolder(parentOf(src), srcFolder)) return rc;
+  if (int rc = openFolder(parentOf(dest), destFolder)) return rc;
+  int rc = renameNoReplace(srcFolder.get(), nameOf(src), destFolder.get(), nameOf(dest));
+  if (rc == 0) return flushBoth(setup, srcFolder.get(), parentOf(src), destFolder.get(), parentOf(dest));
   if (rc != EXDEV) return rc;
-  rc = copyItem(src, dest, setup);
-  return rc != 0 ? rc : removeItem(src);
+  if (lstat(dest.c_str(), &existing) == 0) return finishedEarlier(src, dest) ? removeSource(src, setup) : EEXIST;
+  rc = copyDurably(src, dest, setup, true);
+  return rc != 0 ? rc : removeSource(src, setup);
 }
 
-int removeItem(const std::string& path) {
+int removeItem(const std::string& path, const CopyEngineSetup& setup) {
   struct stat st {};
   if (lstat(path.c_str(), &st) != 0) return errno;
-  std::error_code ec;
-  std::filesystem::remove_all(path, ec);
-  return ec.value();
+  Fd folder;
+  if (int rc = openFolder(parentOf(path), folder)) return rc;
+  return removeEntry(folder.get(), nameOf(path), path, setup, {});
 }
 
 std::int64_t treeSize(const std::string& path) {

@@ -33,8 +33,23 @@ int copyExtendedAttributes(const std::string& from, const std::string& to, bool 
 
 // The permission bits, or nothing when the item cannot be examined.
 std::optional<unsigned> permissionBits(const std::string& path);
-// Adds owner write permission; answers the old bits when it changed them.
+// Adds owner write permission when this process could not write to the
+// item otherwise (never as root); answers the old bits when it changed them.
 std::optional<unsigned> raiseToWritable(const std::string& path);
 void restorePermissionBits(const std::string& path, std::optional<unsigned> bits);
+
+// Write permission raised for the time of one operation and restored when
+// it goes, on every path out.
+class RaisedPermissions {
+ public:
+  explicit RaisedPermissions(std::string path) : _path(std::move(path)), _old(raiseToWritable(_path)) {}
+  ~RaisedPermissions() { restorePermissionBits(_path, _old); }
+  RaisedPermissions(const RaisedPermissions&) = delete;
+  RaisedPermissions& operator=(const RaisedPermissions&) = delete;
+
+ private:
+  std::string _path;
+  std::optional<unsigned> _old;
+};
 
 }  // namespace halyard::fileservices

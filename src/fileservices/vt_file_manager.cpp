@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
+#include "fileservices/copy_engine.h"
 #include "fileservices/fm_audit.h"
 #include "foundation/strings_table.h"
 
@@ -109,6 +111,7 @@ ErrorCode VTFileManager::lastError() const {
 
 std::string VTFileManager::errorMessageForCode(ErrorCode code) const {
   if (code == 0) return "";
+  if (code == kDestinationInsideSourceErr) return "The destination is inside the item being copied or moved";
   // The C library's own text for every value of the range, the few unused
   // ones included ("Unknown error 41").
   if (code >= 1 && code <= kLastErrnoValue) {
@@ -116,6 +119,16 @@ std::string VTFileManager::errorMessageForCode(ErrorCode code) const {
     return strerror_r(code, text, sizeof text);
   }
   return localizedString(localizedString("ERROR_CODE_MSG") + ": " + std::to_string(code));
+}
+
+std::string VTFileManager::lastErrorDetail() const {
+  std::lock_guard guard(*_threadLock);
+  return _lastErrorDetail;
+}
+
+std::vector<std::string> VTFileManager::takeMetadataWarnings() {
+  std::lock_guard guard(*_threadLock);
+  return std::exchange(_metadataWarnings, {});
 }
 
 bool VTFileManager::isRunningWithRootPrivileges() const { return geteuid() == 0; }

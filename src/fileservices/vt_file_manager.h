@@ -37,6 +37,7 @@ class Data;
 namespace halyard::fileservices {
 
 struct CopyEngineSetup;
+struct EngineReport;
 using ErrorCode = std::int32_t;
 
 inline constexpr ErrorCode kUserCanceledErr = -128;
@@ -87,6 +88,11 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   ErrorCode lastError() const;
   std::string errorMessageForCode(ErrorCode code) const;
   std::string errorMessageForLastError() const { return errorMessageForCode(lastError()); }
+  // What the last copy, move or remove had to tell beyond its code: the
+  // failure, naming the item it concerns ("" after a success), and each
+  // piece of metadata a copy could not keep (answered once).
+  std::string lastErrorDetail() const;
+  std::vector<std::string> takeMetadataWarnings();
 
   // Small queries.
   bool isRunningWithRootPrivileges() const;
@@ -184,12 +190,15 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   CommandID spoolAndWait(void (VTFileManager::*body)(CommandID), ObjectRef arguments,
                          std::shared_ptr<ProgressDelegate> delegate);
   ErrorCode runEngine(const std::function<ErrorCode(const CopyEngineSetup&)>& operation);
+  void recordReport(ErrorCode code, EngineReport& report);
   void reportProgress(CommandID id, ProgressDelegate& delegate, PropertyTime now);
   std::string uniqueCandidate(std::string& stem, const std::optional<std::string>& extension,
                               std::uint32_t seed, std::uint32_t maxLength) const;
 
   std::vector<std::string> _eaExcludeList;
   ErrorCode _lastError = 0;
+  std::string _lastErrorDetail;
+  std::vector<std::string> _metadataWarnings;
   std::shared_ptr<std::recursive_mutex> _threadLock;
   std::vector<int> _openForkRefArray;
   std::uint32_t _defaultUserID = 0;

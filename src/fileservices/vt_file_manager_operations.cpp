@@ -103,9 +103,9 @@ ErrorCode VTFileManager::copyPath(const std::string& src, const std::string& des
            " preserveComments:" + auditBool(preserveComments);
   });
   const auto comment = preserveComments ? readComment(src) : std::nullopt;
-  const std::string parent = parentFolder(dest);
-  const auto parentMode = raiseToWritable(parent);
-  const auto itemMode = raiseToWritable(src);
+  // Reading needs no write permission, so only the destination's folder is
+  // raised, and only when this process could not write to it otherwise.
+  const RaisedPermissions parent(parentFolder(dest));
   const bool locked = isLocked(src);
   if (locked) setLocked(src, false);
   const ErrorCode code = copyPathHandler(src, dest);
@@ -113,11 +113,7 @@ ErrorCode VTFileManager::copyPath(const std::string& src, const std::string& des
   // a comment that is not to be kept is taken off the copy.
   if (code == 0 && comment && !comment->empty()) writeComment(dest, *comment);
   if (code == 0 && !preserveComments && readComment(dest)) removeComment(dest);
-  // The copy took the raised mode along, so it gets the old one; the source
-  // gets its mode and its lock back too, as a copy must not change it.
-  restorePermissionBits(parent, parentMode);
-  if (code == 0) restorePermissionBits(dest, itemMode);
-  restorePermissionBits(src, itemMode);
+  // The source gets its lock back, as a copy must not change it.
   if (locked) {
     setLocked(src, true);
     if (code == 0) setLocked(dest, true);
@@ -163,13 +159,11 @@ ErrorCode VTFileManager::movePath(const std::string& src, const std::string& des
   });
   // A move keeps the item's attributes, comment included, by itself; a
   // comment that is not to be kept is taken off the moved item.
-  const std::string parent = parentFolder(dest);
-  const auto parentMode = raiseToWritable(parent);
+  const RaisedPermissions parent(parentFolder(dest));
   const bool locked = isLocked(src);
   if (locked) setLocked(src, false);
   const ErrorCode code = movePathHandler(src, dest);
   if (code == 0 && !preserveComments && readComment(dest)) removeComment(dest);
-  restorePermissionBits(parent, parentMode);
   if (locked) setLocked(code == 0 ? dest : src, true);
   audit.finish(code, [&] { return errcodeLine("movePath:toPath:preserveComments:", code); });
   return code;
@@ -203,7 +197,7 @@ void VTFileManager::removeFileAtPathThreadedCommand(CommandID id) {
 
 ErrorCode VTFileManager::removeFileAtPath(const std::string& path) {
   AuditCall audit(*this, [&] { return "removeFileAtPath:" + auditQuoted(path) + " handler:nil"; });
-  const ErrorCode code = removeItem(path);
+  const ErrorCode code = runEngine([&](const CopyEngineSetup& setup) { return removeItem(path, setup); });
   audit.finish(code, [&] { return errcodeLine("removeFileAtPath:handler:", code); });
   return code;
 }
@@ -229,7 +223,20 @@ ErrorCode VTFileManager::runEngine(const std::function<ErrorCode(const CopyEngin
     progress.emplace(_pool, *id);
     setup.progress = &*progress;
   }
-  return operation(setup);
+  EngineReport report;
+  setup.report = &report;
+  const ErrorCode code = operation(setup);
+  recordReport(code, report);
+  return code;
+}
+
+// One audit line for each piece of metadata a copy could not keep; the
+// lines are kept for the caller too (halyardctl prints them as warnings).
+void VTFileManager::recordReport(ErrorCode code, EngineReport& report) {
+  for (const std::string& loss : report.losses) auditLine(std::string(kClassName) + ": " + loss);
+  std::lock_guard guard(*_threadLock);
+  _lastErrorDetail = code == 0 ? "" : std::move(report.failure);
+  std::move(report.losses.begin(), report.losses.end(), std::back_inserter(_metadataWarnings));
 }
 
 }  // namespace halyard::fileservices

@@ -1,0 +1,73 @@
+#pragma once
+// TreeCopier: copies one item, a folder with everything in it, to a hidden
+// partial beside its destination, by descriptor. Data moves in blocks of the
+// setup's buffer size with holes kept, hard links inside the tree stay hard
+// links, and every item keeps its extended attributes, owner, group, mode,
+// times and inode flags; what the destination cannot hold is reported as a
+// loss, or fails the copy when losses are not allowed (a move).
+
+#include <sys/stat.h>
+
+#include <map>
+#include <string>
+#include <utility>
+
+#include "fileservices/copy_engine.h"
+#include "fileservices/copy_engine_walk.h"
+
+namespace halyard::fileservices {
+
+// The data of an open regular file of `size` bytes into another, block by
+// block, telling the setup's progress after each block. 0, an errno value,
+// or -128 when the progress asks to stop.
+int copyFileData(int in, int out, std::int64_t size, const CopyEngineSetup& setup);
+
+// The hidden name ".NAME.halyard-partial-" that every partial of a
+// destination named NAME starts with; the owner's process id follows it.
+std::string partialPrefixFor(const std::string& destName);
+
+class TreeCopier {
+ public:
+  TreeCopier(const CopyEngineSetup& setup, bool lossIsFailure) : _setup(setup), _lossIsFailure(lossIsFailure) {}
+
+  // Copies the source to a new partial in the destination's folder and
+  // flushes it to the disk. The partial's name is chosen afresh when another
+  // item holds it already.
+  int copyToPartial(int srcParentFd, const std::string& srcPath, int destParentFd, const std::string& destPath);
+  // The top item's inode flags, held back until it has its final name: a
+  // locked item cannot be renamed.
+  int applyTopFlags(int destParentFd, const std::string& destName, const std::string& destPath);
+
+  bool madePartial() const { return _madeTop; }
+  const std::string& partialName() const { return _partialName; }
+  const TreeCount& count() const { return _count; }
+
+ private:
+  struct Item {
+    int dirFd;
+    std::string name;
+    std::string path;
+  };
+  int copyNode(const Item& src, const Item& dest, const std::string& relative);
+  int created(int rc);
+  int copyFile(const Item& src, const Item& dest, const struct stat& st, const std::string& relative);
+  int copyFolder(const Item& src, const Item& dest, const struct stat& st, const std::string& relative);
+  int copyOther(const Item& src, const Item& dest, const struct stat& st);
+  int applyMetadata(int srcFd, int destFd, const struct stat& st, const std::string& destPath, bool top);
+  int copyAttributes(int srcFd, int destFd, const std::string& destPath);
+  int keepOwner(int destFd, const struct stat& st, const std::string& destPath);
+  int keepFlags(unsigned wanted, int destFd, const std::string& destPath);
+  int flushPartial(int destParentFd, const std::string& partialPath, const struct stat& st);
+  int loss(const std::string& path, const std::string& what);
+
+  const CopyEngineSetup& _setup;
+  const bool _lossIsFailure;
+  bool _madeTop = false;
+  std::string _partialName;
+  int _rootFd = -1;  // the partial folder, while its tree is copied
+  unsigned _topFlags = 0;
+  TreeCount _count;
+  std::map<std::pair<dev_t, ino_t>, std::string> _linked;  // first copy of each hard-linked file
+};
+
+}  // namespace halyard::fileservices

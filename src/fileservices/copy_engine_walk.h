@@ -1,0 +1,88 @@
+#pragma once
+// The descriptor-based pieces the copy engine is built from: folders are
+// opened relative to their parent's descriptor with O_NOFOLLOW, so a folder
+// swapped for a symbolic link is never followed out of the tree, and a
+// folder that cannot be read to its end is an error, never a shorter folder.
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "fileservices/copy_engine.h"
+
+namespace halyard::fileservices {
+
+// An owned descriptor, closed when it goes.
+class Fd {
+ public:
+  Fd() = default;
+  explicit Fd(int fd) : _fd(fd) {}
+  ~Fd() { reset(); }
+  Fd(Fd&& other) noexcept : _fd(other.release()) {}
+  Fd& operator=(Fd&& other) noexcept {
+    if (this != &other) {
+      reset();
+      _fd = other.release();
+    }
+    return *this;
+  }
+  int get() const { return _fd; }
+  bool valid() const { return _fd >= 0; }
+  int release() {
+    const int fd = _fd;
+    _fd = -1;
+    return fd;
+  }
+  void reset();
+
+ private:
+  int _fd = -1;
+};
+
+// The hook's answer for a step, 0 without hooks.
+int engineStep(const CopyEngineSetup& setup, EngineStep step, const std::string& path);
+// Records the failure text when the setup has a report and none is recorded.
+void reportFailure(const CopyEngineSetup& setup, const std::string& text);
+
+std::string joinPath(const std::string& folder, const std::string& name);
+std::string parentOf(const std::string& path);
+std::string nameOf(const std::string& path);
+
+// Opens a folder of a walk: never through a symbolic link.
+int openFolderAt(int parentFd, const std::string& name, Fd& out);
+// Opens the folder a path names (the user's path: links in it are followed).
+int openFolder(const std::string& path, Fd& out);
+// The names in the folder, "." and ".." left out. 0 or the errno value.
+int listFolder(int folderFd, std::vector<std::string>& names);
+
+// Items and bytes of regular files at or under an item, counted alike on
+// both sides of a move.
+struct TreeCount {
+  std::int64_t items = 0;
+  std::int64_t bytes = 0;
+  bool operator==(const TreeCount&) const = default;
+};
+int countTree(int parentFd, const std::string& name, const std::string& path, const CopyEngineSetup& setup,
+              TreeCount& count);
+
+// True when everything at `srcName` also stands at `destName`, alike in kind,
+// size and modification time: what an earlier move left behind after
+// copying it completely.
+bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName);
+
+struct RemovalOptions {
+  bool clearLocks = false;       // a moved item's flags went with its copy
+  bool makeWritable = false;     // our own partial, made with read-only folders
+};
+// Removes an item and all it holds, by descriptor; stops at the first item
+// that cannot be removed and names it in the report.
+int removeEntry(int parentFd, const std::string& name, const std::string& path, const CopyEngineSetup& setup,
+                RemovalOptions options);
+
+// Clears the lock (immutable) and append-only flags of an open item, where
+// the process may.
+void clearLockFlags(int fd);
+
+}  // namespace halyard::fileservices

@@ -1,0 +1,177 @@
+// Walks, counts and removals by descriptor: openat/fdopendir with
+// O_NOFOLLOW | O_DIRECTORY, readdir errors checked.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "fileservices/copy_engine_walk.h"
+#include "fileservices/file_metadata.h"
+
+namespace halyard::fileservices {
+
+void Fd::reset() {
+  if (_fd >= 0) close(_fd);
+  _fd = -1;
+}
+
+int engineStep(const CopyEngineSetup& setup, EngineStep step, const std::string& path) {
+  return setup.hooks ? setup.hooks->before(step, path) : 0;
+}
+
+void reportFailure(const CopyEngineSetup& setup, const std::string& text) {
+  if (setup.report && setup.report->failure.empty()) setup.report->failure = text;
+}
+
+std::string joinPath(const std::string& folder, const std::string& name) {
+  return folder.empty() || folder.back() == '/' ? folder + name : folder + "/" + name;
+}
+
+std::string parentOf(const std::string& path) {
+  std::string trimmed = path;
+  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
+  const auto slash = trimmed.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : trimmed.substr(0, slash);
+}
+
+std::string nameOf(const std::string& path) {
+  std::string trimmed = path;
+  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
+  const auto slash = trimmed.rfind('/');
+  return slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
+}
+
+int openFolderAt(int parentFd, const std::string& name, Fd& out) {
+  out = Fd(openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  return out.valid() ? 0 : errno;
+}
+
+int openFolder(const std::string& path, Fd& out) {
+  out = Fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return out.valid() ? 0 : errno;
+}
+
+int listFolder(int folderFd, std::vector<std::string>& names) {
+  const int own = fcntl(folderFd, F_DUPFD_CLOEXEC, 0);
+  if (own < 0) return errno;
+  std::unique_ptr<DIR, int (*)(DIR*)> dir(fdopendir(own), closedir);
+  if (!dir) {
+    const int rc = errno;
+    close(own);
+    return rc;
+  }
+  rewinddir(dir.get());
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(dir.get());
+    if (!entry) return errno;
+    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) names.emplace_back(entry->d_name);
+  }
+}
+
+int countTree(int parentFd, const std::string& name, const std::string& path, const CopyEngineSetup& setup,
+              TreeCount& count) {
+  struct stat st {};
+  if (fstatat(parentFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+  ++count.items;
+  if (S_ISREG(st.st_mode)) count.bytes += st.st_size;
+  if (!S_ISDIR(st.st_mode)) return 0;
+  if (int rc = engineStep(setup, EngineStep::OpenFolder, path)) return rc;
+  Fd folder;
+  std::vector<std::string> names;
+  if (int rc = openFolderAt(parentFd, name, folder); rc != 0) return rc;
+  if (int rc = listFolder(folder.get(), names); rc != 0) return rc;
+  for (const std::string& child : names) {
+    if (int rc = countTree(folder.get(), child, joinPath(path, child), setup, count)) return rc;
+  }
+  return 0;
+}
+
+bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName) {
+  struct stat src {}, dest {};
+  if (fstatat(srcParentFd, srcName.c_str(), &src, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (fstatat(destParentFd, destName.c_str(), &dest, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if ((src.st_mode & S_IFMT) != (dest.st_mode & S_IFMT)) return false;
+  if (!S_ISDIR(src.st_mode)) {
+    return src.st_size == dest.st_size && src.st_mtim.tv_sec == dest.st_mtim.tv_sec &&
+           src.st_mtim.tv_nsec == dest.st_mtim.tv_nsec;
+  }
+  Fd srcFolder, destFolder;
+  std::vector<std::string> names;
+  if (openFolderAt(srcParentFd, srcName, srcFolder) != 0 || openFolderAt(destParentFd, destName, destFolder) != 0 ||
+      listFolder(srcFolder.get(), names) != 0) {
+    return false;
+  }
+  for (const std::string& child : names) {
+    if (!coveredBy(srcFolder.get(), child, destFolder.get(), child)) return false;
+  }
+  return true;
+}
+
+void clearLockFlags(int fd) {
+  int flags = 0;
+  if (!canChangeLock() || ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) return;
+  if ((flags & (FS_IMMUTABLE_FL | FS_APPEND_FL)) == 0) return;
+  flags &= ~(FS_IMMUTABLE_FL | FS_APPEND_FL);
+  (void)ioctl(fd, FS_IOC_SETFLAGS, &flags);
+}
+
+namespace {
+
+int failRemoval(const CopyEngineSetup& setup, const std::string& path, int rc) {
+  reportFailure(setup, "could not remove " + path + ": " + std::strerror(rc));
+  return rc;
+}
+
+// Opens an item that is not a folder to clear its flags; links and special
+// files carry none.
+void clearItemLocks(int parentFd, const std::string& name) {
+  Fd item(openat(parentFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (item.valid()) clearLockFlags(item.get());
+}
+
+int removeFolderContents(int parentFd, const std::string& name, const std::string& path,
+                         const CopyEngineSetup& setup, RemovalOptions options, bool& wasFolder) {
+  if (int rc = engineStep(setup, EngineStep::OpenFolder, path)) return failRemoval(setup, path, rc);
+  Fd folder;
+  const int opened = openFolderAt(parentFd, name, folder);
+  // Swapped for a link or a file since it was examined: the link itself
+  // goes, what it points at stays.
+  if (opened == ELOOP || opened == ENOTDIR) return 0;
+  if (opened != 0) return failRemoval(setup, path, opened);
+  wasFolder = true;
+  if (options.clearLocks) clearLockFlags(folder.get());
+  if (options.makeWritable) (void)fchmod(folder.get(), S_IRWXU);
+  std::vector<std::string> names;
+  if (int rc = listFolder(folder.get(), names)) return failRemoval(setup, path, rc);
+  for (const std::string& child : names) {
+    if (int rc = removeEntry(folder.get(), child, joinPath(path, child), setup, options)) return rc;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int removeEntry(int parentFd, const std::string& name, const std::string& path, const CopyEngineSetup& setup,
+                RemovalOptions options) {
+  struct stat st {};
+  if (fstatat(parentFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return failRemoval(setup, path, errno);
+  bool wasFolder = false;
+  if (S_ISDIR(st.st_mode)) {
+    if (int rc = removeFolderContents(parentFd, name, path, setup, options, wasFolder)) return rc;
+  } else if (options.clearLocks && S_ISREG(st.st_mode)) {
+    clearItemLocks(parentFd, name);
+  }
+  if (int rc = engineStep(setup, EngineStep::Remove, path)) return failRemoval(setup, path, rc);
+  if (unlinkat(parentFd, name.c_str(), wasFolder ? AT_REMOVEDIR : 0) != 0) return failRemoval(setup, path, errno);
+  return 0;
+}
+
+}  // namespace halyard::fileservices
