@@ -1,0 +1,307 @@
+// The copy engine on real files: the order of its flushes, renames and
+// removals (through its step seam), moves across file systems (a tmpfs, and
+// a ramfs that holds no extended attributes, in a private mount namespace),
+// refusals, temporary names, and walks that meet a folder swapped for a
+// symbolic link.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "fileservices/copy_engine.h"
+#include "fileservices/file_metadata.h"
+#include "fileservices/private_mounts.h"
+#include "fileservices/test_folder.h"
+
+namespace halyard::fileservices {
+namespace {
+
+namespace fs = std::filesystem;
+
+class StepLog final : public EngineHooks {
+ public:
+  int before(EngineStep step, const std::string& path) override {
+    steps.emplace_back(step, path);
+    return action ? action(step, path) : 0;
+  }
+  std::ptrdiff_t first(EngineStep step) const { return indexOf(step, true); }
+  std::ptrdiff_t last(EngineStep step) const { return indexOf(step, false); }
+
+  std::vector<std::pair<EngineStep, std::string>> steps;
+  std::function<int(EngineStep, const std::string&)> action;
+
+ private:
+  std::ptrdiff_t indexOf(EngineStep step, bool firstOne) const {
+    std::ptrdiff_t found = -1;
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+      if (steps[i].first != step) continue;
+      found = static_cast<std::ptrdiff_t>(i);
+      if (firstOne) break;
+    }
+    return found;
+  }
+};
+
+// The engine as the file manager runs it, with a small buffer so that files
+// take several blocks.
+struct Engine {
+  Engine() {
+    setup.buffer = buffer.data();
+    setup.bufferSize = buffer.size();
+    setup.report = &report;
+    setup.hooks = &log;
+  }
+  std::vector<std::byte> buffer = std::vector<std::byte>(64 * 1024);
+  EngineReport report;
+  StepLog log;
+  CopyEngineSetup setup;
+};
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Three files, one with an attribute, in two folders.
+void makeTree(const TestFolder& folder, const std::string& name) {
+  folder.writeFile(name + "/a.txt", "alpha");
+  folder.writeFile(name + "/sub/b.txt", std::string(200000, 'b'));
+  folder.writeFile(name + "/sub/c.txt", "gamma");
+  setxattr(folder.path(name + "/a.txt").c_str(), "user.kept", "1", 1, 0);
+}
+
+void expectTreeWhole(const TestFolder& folder, const std::string& name) {
+  EXPECT_EQ(contentsOf(folder.path(name + "/a.txt")), "alpha");
+  EXPECT_EQ(contentsOf(folder.path(name + "/sub/b.txt")), std::string(200000, 'b'));
+  EXPECT_EQ(contentsOf(folder.path(name + "/sub/c.txt")), "gamma");
+}
+
+TEST(CopyEngineDurability, CopiesAreFlushedBeforeTheirRenameAndTheFolderAfter) {
+  TestFolder folder;
+  makeTree(folder, "tree");
+  for (const char* item : {"tree", "tree/a.txt"}) {
+    SCOPED_TRACE(item);
+    Engine engine;
+    ASSERT_EQ(copyItem(folder.path(item), folder.path("copy"), engine.setup), 0) << engine.report.failure;
+    const auto flush = std::string(item) == "tree" ? EngineStep::FlushFileSystem : EngineStep::FlushFile;
+    const auto& log = engine.log;
+    ASSERT_GE(log.first(flush), 0);
+    EXPECT_LT(log.first(flush), log.first(EngineStep::Rename));
+    EXPECT_LT(log.first(EngineStep::Rename), log.first(EngineStep::FlushParent));
+    EXPECT_EQ(log.first(EngineStep::Remove), -1);
+    fs::remove_all(folder.path("copy"));
+  }
+}
+
+TEST(CopyEngineSafety, DestinationAtOrBelowTheSourceIsRefusedWithNothingWritten) {
+  TestFolder folder;
+  makeTree(folder, "tree");
+  fs::create_directory_symlink("tree/sub", folder.path("alias"));
+  struct Case {
+    const char* what;
+    std::string dest;
+  };
+  const Case cases[] = {
+      {"into its subfolder", folder.path("tree/sub/copy")},
+      {"into itself", folder.path("tree/copy")},
+      {"through a link to its subfolder", folder.path("alias/copy")},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    for (auto operation : {copyItem, moveItem}) {
+      Engine engine;
+      EXPECT_EQ(operation(folder.path("tree"), c.dest, engine.setup), kDestinationInsideSourceErr);
+      EXPECT_TRUE(engine.log.steps.empty()) << "a step was taken";
+      EXPECT_FALSE(engine.report.failure.empty());
+    }
+  }
+  EXPECT_EQ(namesIn(folder.path("tree")), (std::vector<std::string>{"a.txt", "sub"}));
+  EXPECT_EQ(namesIn(folder.path("tree/sub")), (std::vector<std::string>{"b.txt", "c.txt"}));
+}
+
+TEST(CopyEngineTree, SparseHardLinkedAndLockedItemsInsideATreeAreKept) {
+  TestFolder folder;
+  const std::string sparse = folder.writeFile("tree/sparse.img", "");
+  {
+    std::fstream out(sparse, std::ios::in | std::ios::out | std::ios::binary);
+    out.seekp(512 << 20);
+    out << std::string(4096, 'd');
+  }
+  truncate(sparse.c_str(), 1 << 30);
+  folder.writeFile("tree/deep/one", "linked");
+  ASSERT_EQ(link(folder.path("tree/deep/one").c_str(), folder.path("tree/two").c_str()), 0);
+  const std::string locked = folder.writeFile("tree/deep/locked", "keep");
+  const bool canLock = canChangeLock() && setLocked(locked, true) == 0;
+
+  Engine engine;
+  ASSERT_EQ(copyItem(folder.path("tree"), folder.path("copy"), engine.setup), 0) << engine.report.failure;
+  struct stat copy {}, one {}, two {};
+  ASSERT_EQ(stat(folder.path("copy/sparse.img").c_str(), &copy), 0);
+  EXPECT_EQ(copy.st_size, 1 << 30);
+  EXPECT_LE(copy.st_blocks * 512, 64 * 1024) << "holes were filled";
+  std::ifstream in(folder.path("copy/sparse.img"), std::ios::binary);
+  in.seekg(512 << 20);
+  std::string data(4096, '\0');
+  in.read(data.data(), 4096);
+  EXPECT_EQ(data, std::string(4096, 'd'));
+  ASSERT_EQ(stat(folder.path("copy/deep/one").c_str(), &one), 0);
+  ASSERT_EQ(stat(folder.path("copy/two").c_str(), &two), 0);
+  EXPECT_EQ(one.st_ino, two.st_ino) << "the hard link became two files";
+  if (canLock) {
+    EXPECT_TRUE(isLocked(folder.path("copy/deep/locked")));
+  }
+  EXPECT_TRUE(engine.report.losses.empty()) << engine.report.losses.front();
+}
+
+TEST(CopyEngineTemporary, ACollisionKeepsWhatWasThereAndAFailureRemovesOnlyItsOwnPartial) {
+  TestFolder folder;
+  makeTree(folder, "tree");
+  std::vector<std::string> planted;
+  Engine engine;
+  engine.log.action = [&](EngineStep step, const std::string& path) {
+    if (step == EngineStep::CreatePartial && planted.empty()) {
+      planted.push_back(path);
+      std::ofstream(path) << "not ours";
+    }
+    return step == EngineStep::Rename ? EIO : 0;
+  };
+  EXPECT_EQ(copyItem(folder.path("tree"), folder.path("copy"), engine.setup), EIO);
+  ASSERT_EQ(planted.size(), 1u);
+  EXPECT_EQ(contentsOf(planted[0]), "not ours");
+  EXPECT_EQ(namesIn(folder.root()), (std::vector<std::string>{fs::path(planted[0]).filename(), "tree"}));
+  EXPECT_NE(engine.report.failure.find(folder.path("copy")), std::string::npos) << engine.report.failure;
+}
+
+TEST(CopyEngineTemporary, AStalePartialOfADeadProcessIsRemovedByTheNextCopy) {
+  TestFolder folder;
+  folder.writeFile("a.txt", "a");
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  waitpid(child, nullptr, 0);
+  const std::string stale = folder.path(".b.txt.halyard-partial-" + std::to_string(child) + "-0011223344556677");
+  const std::string alive = folder.path(".b.txt.halyard-partial-1-0011223344556677");
+  folder.writeFile(fs::path(stale).filename().string() + "/ro/x", "partial");
+  chmod((stale + "/ro").c_str(), 0555);
+  folder.writeFile(fs::path(alive).filename(), "pid 1 is alive");
+  Engine engine;
+  ASSERT_EQ(copyItem(folder.path("a.txt"), folder.path("b.txt"), engine.setup), 0);
+  EXPECT_FALSE(fs::exists(stale));
+  EXPECT_TRUE(fs::exists(alive));
+}
+
+// The hook swaps the folder for a link to a folder outside the tree after
+// the walk has examined it and before it opens it.
+TEST(CopyEngineWalk, AFolderSwappedForALinkBetweenStepsIsNotFollowed) {
+  TestFolder folder;
+  makeTree(folder, "tree");
+  folder.writeFile("outside/secret", "private");
+  auto swapSub = [&](EngineStep step, const std::string& path) {
+    if (step == EngineStep::OpenFolder && path == folder.path("tree/sub") && !fs::is_symlink(path)) {
+      fs::rename(path, folder.path("moved-away"));
+      fs::create_directory_symlink(folder.path("outside"), path);
+    }
+    return 0;
+  };
+  {
+    Engine engine;
+    engine.log.action = swapSub;
+    EXPECT_NE(copyItem(folder.path("tree"), folder.path("copy"), engine.setup), 0);
+    EXPECT_EQ(namesIn(folder.root()), (std::vector<std::string>{"moved-away", "outside", "tree"}));
+  }
+  fs::remove(folder.path("tree/sub"));
+  fs::rename(folder.path("moved-away"), folder.path("tree/sub"));
+  {
+    Engine engine;
+    engine.log.action = swapSub;
+    EXPECT_EQ(removeItem(folder.path("tree"), engine.setup), 0) << engine.report.failure;
+    EXPECT_FALSE(fs::exists(folder.path("tree")));
+    EXPECT_EQ(contentsOf(folder.path("outside/secret")), "private");
+    EXPECT_EQ(contentsOf(folder.path("moved-away/c.txt")), "gamma");
+  }
+}
+
+// ---- across file systems ----
+
+class CrossFileSystem : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!mounts_.unavailable().empty()) GTEST_SKIP() << mounts_.unavailable();
+    fs::create_directories(other_);
+    if (auto reason = mounts_.mount(type(), other_); !reason.empty()) GTEST_SKIP() << reason;
+    makeTree(folder_, "tree");
+  }
+  virtual const char* type() const { return "tmpfs"; }
+
+  TestFolder folder_;
+  PrivateMounts mounts_;
+  std::string other_ = folder_.path("other");
+};
+
+TEST_F(CrossFileSystem, TheSourceIsRemovedOnlyAfterTheCopyIsDurableAndChecked) {
+  Engine engine;
+  ASSERT_EQ(moveItem(folder_.path("tree"), other_ + "/tree", engine.setup), 0) << engine.report.failure;
+  const auto& log = engine.log;
+  ASSERT_GE(log.first(EngineStep::Remove), 0);
+  EXPECT_LT(log.first(EngineStep::FlushFileSystem), log.first(EngineStep::Rename));
+  EXPECT_LT(log.first(EngineStep::Rename), log.first(EngineStep::FlushParent));
+  EXPECT_LT(log.first(EngineStep::FlushParent), log.first(EngineStep::Remove));
+  EXPECT_LT(log.last(EngineStep::Remove), log.last(EngineStep::FlushParent)) << "the source's folder is flushed last";
+  EXPECT_FALSE(fs::exists(folder_.path("tree")));
+  expectTreeWhole(folder_, "other/tree");
+}
+
+TEST_F(CrossFileSystem, AFailedRemovalNamesTheItemUndoesNothingAndARerunFinishes) {
+  Engine failing;
+  int removals = 0;
+  failing.log.action = [&](EngineStep step, const std::string&) {
+    return step == EngineStep::Remove && ++removals == 2 ? EPERM : 0;
+  };
+  EXPECT_EQ(moveItem(folder_.path("tree"), other_ + "/tree", failing.setup), EPERM);
+  const std::string failedItem = failing.log.steps[static_cast<std::size_t>(failing.log.last(EngineStep::Remove))].second;
+  EXPECT_NE(failing.report.failure.find(failedItem), std::string::npos) << failing.report.failure;
+  expectTreeWhole(folder_, "other/tree");
+  EXPECT_TRUE(fs::exists(failedItem));
+
+  Engine rerun;
+  ASSERT_EQ(moveItem(folder_.path("tree"), other_ + "/tree", rerun.setup), 0) << rerun.report.failure;
+  EXPECT_FALSE(fs::exists(folder_.path("tree")));
+  expectTreeWhole(folder_, "other/tree");
+}
+
+class WithoutAttributes : public CrossFileSystem {
+  const char* type() const override { return "ramfs"; }
+};
+
+TEST_F(WithoutAttributes, AMoveFailsBeforeRemovingAnythingAndACopyReportsTheLoss) {
+  Engine move;
+  EXPECT_EQ(moveItem(folder_.path("tree"), other_ + "/tree", move.setup), ENOTSUP);
+  EXPECT_NE(move.report.failure.find("a.txt: could not keep the extended attribute user.kept"), std::string::npos)
+      << move.report.failure;
+  for (const auto& [step, path] : move.log.steps) {
+    EXPECT_FALSE(step == EngineStep::Remove && path.rfind(folder_.path("tree"), 0) == 0) << "removed " << path;
+  }
+  expectTreeWhole(folder_, "tree");
+  EXPECT_TRUE(namesIn(other_).empty()) << "the partial was left";
+
+  Engine copy;
+  ASSERT_EQ(copyItem(folder_.path("tree"), other_ + "/tree", copy.setup), 0);
+  EXPECT_EQ(copy.report.losses, (std::vector<std::string>{other_ + "/tree/a.txt: could not keep the extended attribute user.kept"}));
+}
+
+}  // namespace
+}  // namespace halyard::fileservices
