@@ -153,21 +153,28 @@ TEST(CommandPool, IdleWorkerBlocksWithoutUsingTheProcessor) {
   EXPECT_LE(after.second - before.second, 1) << "wake-ups while idle";
 }
 
+// The running command finishes only once the pool is gone or after a
+// bounded wait: a destructor that waited for it finds it finished, one that
+// did not finds it still waiting, whatever the scheduling.
 TEST(CommandPool, ShutdownLetsTheRunningCommandFinishAndJoins) {
-  bool finished = false;
+  auto finished = std::make_shared<std::atomic<bool>>(false);
+  std::promise<void> poolGone;
+  auto gone = poolGone.get_future().share();
   {
     VTThreadedCommandPool pool;
     std::promise<void> started;
     pool.runCommand(
-        [&](CommandID) {
+        [&started, finished, gone](CommandID) {
           started.set_value();
-          finished = true;
+          gone.wait_for(std::chrono::milliseconds(300));
+          *finished = true;
         },
         nullptr, nullptr);
     started.get_future().wait();
     EXPECT_TRUE(pool.isCommandMonitorAlive());
   }
-  EXPECT_TRUE(finished);
+  EXPECT_TRUE(*finished) << "the pool went before its running command had finished";
+  poolGone.set_value();
 }
 
 }  // namespace
