@@ -1,7 +1,9 @@
 // `halyardctl fs copy|move SRC DST` and `halyardctl fs remove PATH`: the file
 // manager's asynchronous families, waited for with a progress display.
 // Ctrl-C cancels a copy or move (-128) without leaving a partial item behind
-// the destination's name.
+// the destination's name. As with cp and mv, a destination that ends in "/"
+// or names an existing folder receives the item inside it. Exit status: 0
+// on success, 1 on failure or refusal, 130 when interrupted.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -15,6 +17,7 @@
 #include <thread>
 
 #include "fileservices/copy_engine.h"
+#include "tools/cmd_fs_paths.h"
 #include "tools/cmd_fs_progress.h"
 #include "tools/commands.h"
 
@@ -74,13 +77,20 @@ ErrorCode finish(VTFileManager& fm, CommandID id) {
   return status;
 }
 
-int report(VTFileManager& fm, ErrorCode status) {
+// Warnings for the metadata a copy could not keep, then the error, naming
+// the item it concerns.
+int report(VTFileManager& fm, ErrorCode status, const std::string& what) {
+  for (const std::string& warning : fm.takeMetadataWarnings()) std::cerr << "halyardctl: warning: " << warning << "\n";
   if (status == 0) return 0;
-  std::cerr << "halyardctl: " << fm.errorMessageForCode(status) << "\n";
+  const std::string detail = fm.lastErrorDetail();
+  std::cerr << "halyardctl: " << what << ": " << fm.errorMessageForCode(status);
+  if (!detail.empty()) std::cerr << " (" << detail << ")";
+  std::cerr << "\n";
   return status == kUserCanceledErr ? 130 : 1;
 }
 
-int transfer(const std::string& verb, const std::string& src, const std::string& dest) {
+int transfer(const std::string& verb, const std::string& src, const std::string& given) {
+  const std::string dest = destinationFor(src, given);
   VTFileManager& fm = VTFileManager::sharedFileManager();
   const bool terminal = isatty(STDOUT_FILENO) == 1;
   auto progress = std::make_shared<FsProgress>(fm, treeSize(src), stdout, terminal);
@@ -110,17 +120,23 @@ int transfer(const std::string& verb, const std::string& src, const std::string&
   } else if (terminal) {
     std::fputc('\n', stdout);
   }
-  return report(fm, status);
+  return report(fm, status, verb + " " + src + " to " + dest);
+}
+
+int removePath(const std::string& path) {
+  if (auto reason = refusalToRemove(path)) {
+    std::cerr << "halyardctl: refusing to remove " << path << ": " << *reason << "\n";
+    return 1;
+  }
+  VTFileManager& fm = VTFileManager::sharedFileManager();
+  return report(fm, finish(fm, fm.asyncRemoveFileAtPath(path)), "remove " + path);
 }
 
 }  // namespace
 
 int runFs(const Arguments& args) {
   if (args.size() == 3 && (args[0] == "copy" || args[0] == "move")) return transfer(args[0], args[1], args[2]);
-  if (args.size() == 2 && args[0] == "remove") {
-    VTFileManager& fm = VTFileManager::sharedFileManager();
-    return report(fm, finish(fm, fm.asyncRemoveFileAtPath(args[1])));
-  }
+  if (args.size() == 2 && args[0] == "remove") return removePath(args[1]);
   return usage();
 }
 

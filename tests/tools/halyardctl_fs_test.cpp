@@ -1,0 +1,219 @@
+// `halyardctl fs` end to end, run as a child process: refusals, folder
+// destinations, errors naming their path, progress lines on a pipe, Ctrl-C
+// during a copy and during a move across file systems (two tmpfs in a
+// private mount namespace), and the order of flushes, renames and removals
+// that strace sees.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "fileservices/private_mounts.h"
+#include "fileservices/test_folder.h"
+
+namespace halyard::fileservices {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ChildRun {
+  int status = -1;  // the exit status, or 128 + the signal
+  std::string out;
+  std::string err;
+};
+
+std::string readAll(int fd) {
+  std::string text;
+  char chunk[4096];
+  for (ssize_t got; (got = read(fd, chunk, sizeof chunk)) > 0;) text.append(chunk, static_cast<std::size_t>(got));
+  return text;
+}
+
+// Runs `program` with `args` (and HOME set to `home` when given). With
+// `interrupt`, sends SIGINT as soon as the first line of output has come:
+// the command is then under way.
+ChildRun runChild(const std::vector<std::string>& args, bool interrupt = false, const std::string& home = "") {
+  int out[2], err[2];
+  if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return {};
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(out[1], STDOUT_FILENO);
+    dup2(err[1], STDERR_FILENO);
+    if (!home.empty()) setenv("HOME", home.c_str(), 1);
+    std::vector<char*> argv;
+    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  close(out[1]);
+  close(err[1]);
+  ChildRun run;
+  if (interrupt) {
+    char byte = 0;
+    while (byte != '\n' && read(out[0], &byte, 1) == 1) run.out += byte;
+    kill(child, SIGINT);
+  }
+  run.out += readAll(out[0]);
+  run.err = readAll(err[0]);
+  close(out[0]);
+  close(err[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return run;
+}
+
+const std::string kHalyardctl = HALYARD_BINARY_DIR "/src/tools/halyardctl";
+
+ChildRun fsCommand(const std::string& verb, const std::string& a, const std::string& b = "") {
+  std::vector<std::string> args{kHalyardctl, "fs", verb, a};
+  if (!b.empty()) args.push_back(b);
+  return runChild(args);
+}
+
+TEST(HalyardctlFs, RemoveRefusesTheRootTheHomeFolderAndDotComponents) {
+  TestFolder folder;
+  folder.writeFile("home/keep", "k");
+  folder.writeFile("dir/sub/keep", "k");
+  folder.writeFile("sibling/keep", "k");
+  const std::string paths[] = {"/", folder.path("home"), folder.path("home/"), folder.path("dir/sub/.."),
+                               folder.path("dir/."), folder.path("dir/sub/../")};
+  for (const std::string& path : paths) {
+    SCOPED_TRACE(path);
+    const ChildRun run = runChild({kHalyardctl, "fs", "remove", path}, false, folder.path("home"));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("refusing to remove " + path), std::string::npos) << run.err;
+  }
+  for (const char* kept : {"home/keep", "dir/sub/keep", "sibling/keep"}) EXPECT_TRUE(fs::exists(folder.path(kept)));
+}
+
+TEST(HalyardctlFs, CopyAndMoveIntoAFolderAsCpAndMvDo) {
+  TestFolder folder;
+  fs::create_directories(folder.path("into"));
+  for (const char* verb : {"copy", "move"}) {
+    for (const char* dest : {"into/", "into"}) {
+      SCOPED_TRACE(std::string(verb) + " to " + dest);
+      const std::string name = std::string(verb) + (dest[4] ? "-slash" : "-plain");
+      folder.writeFile(name, name);
+      const ChildRun run = fsCommand(verb, folder.path(name), folder.path(dest));
+      EXPECT_EQ(run.status, 0) << run.err;
+      std::ifstream in(folder.path("into/" + name));
+      EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), name);
+    }
+  }
+}
+
+TEST(HalyardctlFs, ErrorsNameTheirPathAndExitOne) {
+  TestFolder folder;
+  folder.writeFile("tree/file", "f");
+  struct Case {
+    const char* verb;
+    std::string a, b, named;
+  };
+  const Case cases[] = {
+      {"copy", folder.path("missing"), folder.path("x"), folder.path("missing")},
+      {"copy", folder.path("tree"), folder.path("tree/inner"), folder.path("tree/inner")},
+      {"move", folder.path("tree"), folder.path("tree/inner"), folder.path("tree/inner")},
+      {"remove", folder.path("missing"), "", folder.path("missing")},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.verb) + " " + c.a);
+    const ChildRun run = fsCommand(c.verb, c.a, c.b);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find(c.named), std::string::npos) << run.err;
+  }
+  EXPECT_FALSE(fs::exists(folder.path("tree/inner")));
+}
+
+TEST(HalyardctlFs, ProgressComesAsLinesWhenTheOutputIsNotATerminal) {
+  TestFolder folder;
+  folder.writeFile("data", std::string(1 << 20, 'x'));
+  const ChildRun run = fsCommand("copy", folder.path("data"), folder.path("copy"));
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::istringstream lines(run.out);
+  std::vector<std::string> seen;
+  for (std::string line; std::getline(lines, line);) seen.push_back(line);
+  ASSERT_GE(seen.size(), 2u) << run.out;
+  EXPECT_EQ(run.out.find('\r'), std::string::npos);
+  EXPECT_EQ(seen.back().substr(0, 32), "[" + std::string(30, '#') + "]") << seen.back();
+}
+
+// ---- on two tmpfs ----
+
+class HalyardctlFsMounted : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!mounts_.unavailable().empty()) GTEST_SKIP() << mounts_.unavailable();
+    for (const std::string& side : {a_, b_}) {
+      fs::create_directories(side);
+      if (auto reason = mounts_.mount("tmpfs", side); !reason.empty()) GTEST_SKIP() << reason;
+    }
+    // Enough data that the copy is still running when the interrupt comes.
+    std::string block(4 << 20, '\0');
+    for (std::size_t i = 0; i < block.size(); i += 8) block[i] = static_cast<char>(i >> 12);
+    fs::create_directories(a_ + "/tree");
+    std::ofstream out(a_ + "/tree/big", std::ios::binary);
+    for (int i = 0; i < 128; ++i) out.write(block.data(), static_cast<std::streamsize>(block.size()));
+    out.close();
+    folder_.writeFile("a/tree/small", "small");
+  }
+
+  void expectSourceWholeAndNothingAt(const std::string& folder) {
+    EXPECT_EQ(fs::file_size(a_ + "/tree/big"), std::uintmax_t{512} << 20);
+    EXPECT_TRUE(fs::exists(a_ + "/tree/small"));
+    EXPECT_TRUE(fs::is_empty(folder)) << "something was left in " << folder;
+  }
+
+  TestFolder folder_;
+  PrivateMounts mounts_;
+  std::string a_ = folder_.path("a");
+  std::string b_ = folder_.path("b");
+};
+
+TEST_F(HalyardctlFsMounted, CtrlCDuringACopyExits130AndLeavesNothing) {
+  fs::create_directories(a_ + "/into");
+  const ChildRun run = runChild({kHalyardctl, "fs", "copy", a_ + "/tree", a_ + "/into/tree"}, true);
+  EXPECT_EQ(run.status, 130) << run.err;
+  expectSourceWholeAndNothingAt(a_ + "/into");
+}
+
+TEST_F(HalyardctlFsMounted, CtrlCDuringAMoveAcrossFileSystemsExits130AndKeepsTheSource) {
+  const ChildRun run = runChild({kHalyardctl, "fs", "move", a_ + "/tree", b_ + "/tree"}, true);
+  EXPECT_EQ(run.status, 130) << run.err;
+  expectSourceWholeAndNothingAt(b_);
+}
+
+// The system calls themselves: the tree's flush before the partial's
+// rename, the folder's after it, and every unlink of the source after both.
+TEST_F(HalyardctlFsMounted, StraceSeesFlushRenameFlushThenRemoval) {
+  if (access("/usr/bin/strace", X_OK) != 0) GTEST_SKIP() << "strace is not installed";
+  const std::string trace = folder_.path("trace");
+  const ChildRun run = runChild({"/usr/bin/strace", "-f", "-qq", "-o", trace, "-e",
+                            "trace=fsync,fdatasync,syncfs,renameat2,unlinkat", kHalyardctl, "fs", "move",
+                            a_ + "/tree", b_ + "/tree"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::ifstream in(trace);
+  std::vector<std::string> calls;
+  for (std::string line; std::getline(in, line);) {
+    for (const char* call : {"syncfs(", "fsync(", "renameat2(", "unlinkat("}) {
+      if (line.find(call) != std::string::npos && line.find("= 0") != std::string::npos) calls.push_back(call);
+    }
+  }
+  const auto at = [&](const char* call) { return std::find(calls.begin(), calls.end(), call) - calls.begin(); };
+  const auto renamed = at("renameat2(");
+  ASSERT_LT(renamed, static_cast<std::ptrdiff_t>(calls.size())) << "no rename";
+  EXPECT_LT(at("syncfs("), renamed);
+  EXPECT_EQ(calls[static_cast<std::size_t>(renamed) + 1], "fsync(");
+  EXPECT_GT(at("unlinkat("), renamed + 1);
+}
+
+}  // namespace
+}  // namespace halyard::fileservices
