@@ -5,6 +5,7 @@
 // symbolic link.
 
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -20,6 +21,7 @@
 #include "fileservices/file_metadata.h"
 #include "fileservices/private_mounts.h"
 #include "fileservices/test_folder.h"
+#include "fileservices/vt_file_manager.h"
 
 namespace halyard::fileservices {
 namespace {
@@ -235,6 +237,46 @@ TEST(CopyEngineWalk, AFolderSwappedForALinkBetweenStepsIsNotFollowed) {
   }
 }
 
+// As a user without privileges (run in a child that drops them): a failed
+// copy removes its partial with its read-only folders, and a folder raised
+// to writable for a copy gets its mode back on success and on failure.
+// The child answers a bit for each check that failed.
+int checksWithoutPrivileges(const TestFolder& folder) {
+  if (setgroups(0, nullptr) != 0 || setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) {
+    return 64;
+  }
+  int failed = 0;
+  fs::create_directories(folder.path("tree/ro"));
+  std::ofstream(folder.path("tree/ro/file")) << "data";
+  chmod(folder.path("tree/ro").c_str(), 0555);
+  Engine engine;
+  engine.log.action = [](EngineStep step, const std::string&) { return step == EngineStep::Rename ? EIO : 0; };
+  if (copyItem(folder.path("tree"), folder.path("copy"), engine.setup) != EIO) failed |= 1;
+  if (namesIn(folder.root()) != std::vector<std::string>{"tree"}) failed |= 2;
+  fs::create_directories(folder.path("closed"));
+  chmod(folder.path("closed").c_str(), 0555);
+  auto fm = VTFileManager::make();
+  if (fm->copyPath(folder.path("tree/ro/file"), folder.path("closed/file"), true) != 0) failed |= 4;
+  if (fm->copyPath(folder.path("missing"), folder.path("closed/other"), true) != ENOENT) failed |= 8;
+  if (permissionBits(folder.path("closed")) != 0555u) failed |= 16;
+  if (permissionBits(folder.path("tree/ro/file")) != 0644u) failed |= 32;
+  chmod(folder.path("closed").c_str(), 0755);
+  chmod(folder.path("tree/ro").c_str(), 0755);
+  return failed;
+}
+
+TEST(CopyEngineTemporary, WithoutPrivilegesPartialsGoAndRaisedModesComeBack) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to change to another user";
+  TestFolder folder;
+  chmod(folder.root().c_str(), 0777);
+  const pid_t child = fork();
+  if (child == 0) _exit(checksWithoutPrivileges(folder));
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "bits of the checks that failed (64: could not change user)";
+}
+
 // ---- across file systems ----
 
 class CrossFileSystem : public ::testing::Test {
@@ -281,6 +323,18 @@ TEST_F(CrossFileSystem, AFailedRemovalNamesTheItemUndoesNothingAndARerunFinishes
   ASSERT_EQ(moveItem(folder_.path("tree"), other_ + "/tree", rerun.setup), 0) << rerun.report.failure;
   EXPECT_FALSE(fs::exists(folder_.path("tree")));
   expectTreeWhole(folder_, "other/tree");
+}
+
+TEST_F(CrossFileSystem, ALockedItemInsideATreeMovesWithItsLock) {
+  if (!canChangeLock() || setLocked(folder_.path("tree/sub/c.txt"), true) != 0) {
+    GTEST_SKIP() << "cannot lock here (needs CAP_LINUX_IMMUTABLE and inode flags)";
+  }
+  Engine engine;
+  ASSERT_EQ(moveItem(folder_.path("tree"), other_ + "/tree", engine.setup), 0) << engine.report.failure;
+  EXPECT_FALSE(fs::exists(folder_.path("tree")));
+  expectTreeWhole(folder_, "other/tree");
+  EXPECT_TRUE(isLocked(other_ + "/tree/sub/c.txt"));
+  setLocked(other_ + "/tree/sub/c.txt", false);
 }
 
 class WithoutAttributes : public CrossFileSystem {

@@ -9,6 +9,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -189,6 +190,16 @@ TEST_F(HalyardctlFsMounted, CtrlCDuringAMoveAcrossFileSystemsExits130AndKeepsThe
   const ChildRun run = runChild({kHalyardctl, "fs", "move", a_ + "/tree", b_ + "/tree"}, true);
   EXPECT_EQ(run.status, 130) << run.err;
   expectSourceWholeAndNothingAt(b_);
+}
+
+TEST_F(HalyardctlFsMounted, ACopyWarnsOfEachAttributeTheDestinationCannotHold) {
+  if (auto reason = mounts_.mount("ramfs", b_); !reason.empty()) GTEST_SKIP() << reason;
+  ASSERT_EQ(setxattr((a_ + "/tree/small").c_str(), "user.note", "n", 1, 0), 0);
+  const ChildRun run = fsCommand("copy", a_ + "/tree/small", b_ + "/small");
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.err.find("warning: " + b_ + "/small: could not keep the extended attribute user.note"),
+            std::string::npos)
+      << run.err;
 }
 
 // The system calls themselves: the tree's flush before the partial's
