@@ -17,6 +17,8 @@ namespace halyard::fileservices {
 
 // A destination at or below the item being copied or moved.
 inline constexpr int kDestinationInsideSourceErr = -1304;
+// A copy stopped through its progress ("ABORT").
+inline constexpr int kCopyCancelled = -128;
 
 // Told after each block written; answers false when the copy must stop as
 // cancelled (-128).

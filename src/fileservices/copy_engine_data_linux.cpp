@@ -14,8 +14,6 @@ namespace halyard::fileservices {
 
 namespace {
 
-constexpr int kCancelled = -128;
-
 bool kernelCannotCopy(int rc) { return rc == EXDEV || rc == EINVAL || rc == ENOSYS || rc == EOPNOTSUPP; }
 
 // Copies up to `length` bytes at `offset`; answers the bytes copied (0 at
@@ -55,7 +53,7 @@ int copyExtent(int in, int out, off_t start, off_t& end, const CopyEngineSetup& 
       }
       at += done;
     }
-    if (setup.progress && !setup.progress->blockCopied(at - blockStart)) return kCancelled;
+    if (setup.progress && !setup.progress->blockCopied(at - blockStart)) return kCopyCancelled;
   }
   return 0;
 }

@@ -49,6 +49,7 @@ class TreeCopier {
     std::string path;
   };
   int copyNode(const Item& src, const Item& dest, const std::string& relative);
+  int copyItemAt(const Item& src, const Item& dest, const std::string& relative);
   int created(int rc);
   int copyFile(const Item& src, const Item& dest, const struct stat& st, const std::string& relative);
   int copyFolder(const Item& src, const Item& dest, const struct stat& st, const std::string& relative);

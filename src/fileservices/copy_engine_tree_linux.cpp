@@ -112,7 +112,15 @@ int TreeCopier::created(int rc) {
   return rc;
 }
 
+// The first item that fails is the one the failure names (a name taken by
+// another item is not a failure yet: the partial gets another name).
 int TreeCopier::copyNode(const Item& src, const Item& dest, const std::string& relative) {
+  const int rc = copyItemAt(src, dest, relative);
+  if (rc != 0 && rc != kCopyCancelled && (_madeTop || rc != EEXIST)) reportFailure(_setup, "could not copy " + src.path + ": " + std::strerror(rc));
+  return rc;
+}
+
+int TreeCopier::copyItemAt(const Item& src, const Item& dest, const std::string& relative) {
   struct stat st {};
   if (fstatat(src.dirFd, src.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
   ++_count.items;
