@@ -20,6 +20,7 @@
 #include <functional>
 
 #include "fileservices/copy_engine.h"
+#include "foundation/log_sink.h"
 #include "fileservices/file_metadata.h"
 #include "fileservices/private_mounts.h"
 #include "fileservices/test_folder.h"
@@ -378,6 +379,21 @@ TEST_F(WithoutAttributes, AMoveFailsBeforeRemovingAnythingAndACopyReportsTheLoss
   Engine copy;
   ASSERT_EQ(copyItem(folder_.path("tree"), other_ + "/tree", copy.setup), 0);
   EXPECT_EQ(copy.report.losses, (std::vector<std::string>{other_ + "/tree/a.txt: could not keep the extended attribute user.kept"}));
+}
+
+TEST_F(WithoutAttributes, TheFileManagerLogsEachLossAndKeepsItForTheCaller) {
+  auto fm = VTFileManager::make();
+  LogCapture log;
+  ASSERT_EQ(fm->copyPath(folder_.path("tree"), other_ + "/tree", true), 0);
+  const std::string loss = other_ + "/tree/a.txt: could not keep the extended attribute user.kept";
+  EXPECT_EQ(fm->takeMetadataWarnings(), std::vector<std::string>{loss});
+  EXPECT_TRUE(fm->takeMetadataWarnings().empty()) << "told twice";
+  const auto lines = log.lines();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "<FMAudit> VTFileManager: " + loss), 1);
+
+  EXPECT_EQ(fm->movePath(folder_.path("tree"), other_ + "/moved", true), ENOTSUP);
+  EXPECT_NE(fm->lastErrorDetail().find(folder_.path("other/moved/a.txt")), std::string::npos) << fm->lastErrorDetail();
+  expectTreeWhole(folder_, "tree");
 }
 
 }  // namespace
