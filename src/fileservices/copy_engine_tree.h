@@ -8,6 +8,7 @@
 
 #include <sys/stat.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -56,7 +57,8 @@ class TreeCopier {
   int copyOther(const Item& src, const Item& dest, const struct stat& st);
   int applyMetadata(int srcFd, int destFd, const struct stat& st, const std::string& destPath, bool top);
   int copyAttributes(int srcFd, int destFd, const std::string& destPath);
-  int keepOwner(int destFd, const struct stat& st, const std::string& destPath);
+  using Chown = std::function<int(uid_t, gid_t)>;
+  int keepOwner(const struct stat& st, const std::string& destPath, const Chown& chownItem);
   int keepFlags(unsigned wanted, int destFd, const std::string& destPath);
   int flushPartial(int destParentFd, const std::string& partialPath, const struct stat& st);
   int loss(const std::string& path, const std::string& what);

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
-#include <sys/random.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <random>
 
 #include "fileservices/copy_engine_tree.h"
 #include "fileservices/file_metadata.h"
@@ -23,18 +23,12 @@ namespace {
 constexpr int kPartialAttempts = 16;
 constexpr unsigned kLockFlags = FS_IMMUTABLE_FL | FS_APPEND_FL;
 
+// Sixteen hex digits from the kernel's random source.
 std::string randomPart() {
-  unsigned char bytes[8] = {};
-  if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
-    static unsigned counter = 0;
-    std::snprintf(reinterpret_cast<char*>(bytes), sizeof bytes, "%07u", ++counter);
-  }
-  std::string text;
-  char hex[3];
-  for (unsigned char byte : bytes) {
-    std::snprintf(hex, sizeof hex, "%02x", byte);
-    text += hex;
-  }
+  std::random_device source;
+  const std::uint64_t value = (std::uint64_t{source()} << 32) | source();
+  char text[17];
+  std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(value));
   return text;
 }
 
@@ -187,11 +181,10 @@ int TreeCopier::copyOther(const Item& src, const Item& dest, const struct stat& 
     rc = mknodat(dest.dirFd, dest.name.c_str(), st.st_mode, st.st_rdev) == 0 ? 0 : errno;
   }
   if ((rc = created(rc)) != 0) return rc;
-  const bool root = geteuid() == 0;
-  if (fchownat(dest.dirFd, dest.name.c_str(), root ? st.st_uid : static_cast<uid_t>(-1), st.st_gid,
-               AT_SYMLINK_NOFOLLOW) != 0 && (root || st.st_gid != getegid())) {
-    if ((rc = loss(dest.path, root ? "the owner and group" : "the group")) != 0) return rc;
-  }
+  rc = keepOwner(st, dest.path, [&](uid_t uid, gid_t gid) {
+    return fchownat(dest.dirFd, dest.name.c_str(), uid, gid, AT_SYMLINK_NOFOLLOW);
+  });
+  if (rc != 0) return rc;
   if (!S_ISLNK(st.st_mode) && fchmodat(dest.dirFd, dest.name.c_str(), st.st_mode & 07777, 0) != 0) return errno;
   const timespec times[2] = {st.st_atim, st.st_mtim};
   return utimensat(dest.dirFd, dest.name.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
@@ -202,7 +195,7 @@ int TreeCopier::copyOther(const Item& src, const Item& dest, const struct stat& 
 // no change at all.
 int TreeCopier::applyMetadata(int srcFd, int destFd, const struct stat& st, const std::string& destPath, bool top) {
   if (int rc = copyAttributes(srcFd, destFd, destPath)) return rc;
-  if (int rc = keepOwner(destFd, st, destPath)) return rc;
+  if (int rc = keepOwner(st, destPath, [&](uid_t uid, gid_t gid) { return fchown(destFd, uid, gid); })) return rc;
   if (fchmod(destFd, st.st_mode & 07777) != 0) return errno;
   const timespec times[2] = {st.st_atim, st.st_mtim};
   if (futimens(destFd, times) != 0) return errno;
@@ -239,15 +232,15 @@ int TreeCopier::copyAttributes(int srcFd, int destFd, const std::string& destPat
 
 // Root keeps owner and group; anyone else keeps a group they belong to and
 // reports an owner or group they cannot give.
-int TreeCopier::keepOwner(int destFd, const struct stat& st, const std::string& destPath) {
+int TreeCopier::keepOwner(const struct stat& st, const std::string& destPath, const Chown& chownItem) {
   if (geteuid() == 0) {
-    if (fchown(destFd, st.st_uid, st.st_gid) == 0) return 0;
+    if (chownItem(st.st_uid, st.st_gid) == 0) return 0;
     return cannotHold(errno) || errno == EINVAL ? loss(destPath, "the owner and group") : errno;
   }
   if (st.st_uid != geteuid()) {
     if (int rc = loss(destPath, "the owner")) return rc;
   }
-  if (st.st_gid == getegid() || fchown(destFd, static_cast<uid_t>(-1), st.st_gid) == 0) return 0;
+  if (st.st_gid == getegid() || chownItem(static_cast<uid_t>(-1), st.st_gid) == 0) return 0;
   return loss(destPath, "the group");
 }
 
