@@ -90,7 +90,7 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   std::string errorMessageForLastError() const { return errorMessageForCode(lastError()); }
   // What the last copy, move or remove had to tell beyond its code: the
   // failure, naming the item it concerns ("" after a success), and each
-  // piece of metadata a copy could not keep (answered once).
+  // piece of metadata it could not keep (answered once).
   std::string lastErrorDetail() const;
   std::vector<std::string> takeMetadataWarnings();
 

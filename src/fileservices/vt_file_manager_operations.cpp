@@ -231,12 +231,13 @@ ErrorCode VTFileManager::runEngine(const std::function<ErrorCode(const CopyEngin
 }
 
 // One audit line for each piece of metadata a copy could not keep; the
-// lines are kept for the caller too (halyardctl prints them as warnings).
+// last operation's are kept for the caller too (halyardctl prints them as
+// warnings), and only the last one's, so that they never pile up.
 void VTFileManager::recordReport(ErrorCode code, EngineReport& report) {
   for (const std::string& loss : report.losses) auditLine(std::string(kClassName) + ": " + loss);
   std::lock_guard guard(*_threadLock);
   _lastErrorDetail = code == 0 ? "" : std::move(report.failure);
-  std::move(report.losses.begin(), report.losses.end(), std::back_inserter(_metadataWarnings));
+  _metadataWarnings = std::move(report.losses);
 }
 
 }  // namespace halyard::fileservices
