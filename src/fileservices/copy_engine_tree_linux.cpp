@@ -122,7 +122,13 @@ int TreeCopier::copyItemAt(const Item& src, const Item& dest, const std::string&
     _count.bytes += st.st_size;
     if (st.st_nlink > 1 && !relative.empty()) {
       auto [at, first] = _linked.try_emplace({st.st_dev, st.st_ino}, relative);
-      if (!first) return linkat(_rootFd, at->second.c_str(), dest.dirFd, dest.name.c_str(), 0) == 0 ? 0 : errno;
+      if (!first) {
+        if (linkat(_rootFd, at->second.c_str(), dest.dirFd, dest.name.c_str(), 0) == 0) return 0;
+        if (errno != EPERM) return errno;
+        // A locked or append-only file takes no new links: this name gets
+        // a copy of its own, and the link is reported.
+        if (int rc = loss(dest.path, "the hard link to " + at->second)) return rc;
+      }
     }
     return copyFile(src, dest, st, relative);
   }
