@@ -109,17 +109,28 @@ void copyWithCp(benchmark::State& state, const std::string& item, bool durable) 
   state.counters["allocated"] = bytes;
 }
 
-void copyWithCpPlain(benchmark::State& state, const std::string& item) { copyWithCp(state, item, false); }
-void copyWithCpSynced(benchmark::State& state, const std::string& item) { copyWithCp(state, item, true); }
+struct CopyCase {
+  const char* name;
+  const char* item;
+  int iterations;
+};
+constexpr CopyCase kCases[] = {{"large_file", "large.bin", 5}, {"small_files", "small", 5}, {"sparse_file", "sparse.img", 10}};
 
-#define HALYARD_COPY_CASE(name, item, iterations)                                                          \
-  BENCHMARK_CAPTURE(copyWithManager, name, std::string(item))->Unit(benchmark::kMillisecond)->Iterations(iterations); \
-  BENCHMARK_CAPTURE(copyWithCpPlain, name, std::string(item))->Unit(benchmark::kMillisecond)->Iterations(iterations); \
-  BENCHMARK_CAPTURE(copyWithCpSynced, name, std::string(item))->Unit(benchmark::kMillisecond)->Iterations(iterations)
-
-HALYARD_COPY_CASE(large_file, "large.bin", 5);
-HALYARD_COPY_CASE(small_files, "small", 5);
-HALYARD_COPY_CASE(sparse_file, "sparse.img", 10);
+void registerCases() {
+  for (const CopyCase& c : kCases) {
+    const std::string item = c.item;
+    const std::string name = c.name;
+    benchmark::RegisterBenchmark(("copyWithManager/" + name).c_str(), [item](benchmark::State& state) {
+      copyWithManager(state, item);
+    })->Unit(benchmark::kMillisecond)->Iterations(c.iterations);
+    benchmark::RegisterBenchmark(("copyWithCpPlain/" + name).c_str(), [item](benchmark::State& state) {
+      copyWithCp(state, item, false);
+    })->Unit(benchmark::kMillisecond)->Iterations(c.iterations);
+    benchmark::RegisterBenchmark(("copyWithCpSynced/" + name).c_str(), [item](benchmark::State& state) {
+      copyWithCp(state, item, true);
+    })->Unit(benchmark::kMillisecond)->Iterations(c.iterations);
+  }
+}
 
 // Keeps each run's real time per iteration, by function and case, for the
 // ratios.
@@ -139,15 +150,18 @@ class RatioReporter final : public benchmark::ConsoleReporter {
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
+  registerCases();
   dataFolder();
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  for (const char* data : {"large_file", "small_files", "sparse_file"}) {
-    const double ours = reporter.times["copyWithManager/" + std::string(data)];
-    const double cp = reporter.times["copyWithCpPlain/" + std::string(data)];
-    const double synced = reporter.times["copyWithCpSynced/" + std::string(data)];
+  for (const CopyCase& c : kCases) {
+    const std::string data = c.name;
+    const double ours = reporter.times["copyWithManager/" + data];
+    const double cp = reporter.times["copyWithCpPlain/" + data];
+    const double synced = reporter.times["copyWithCpSynced/" + data];
     if (ours > 0 && cp > 0 && synced > 0) {
-      std::printf("%s: copyPath / cp -a = %.2f, copyPath / (cp -a + syncfs) = %.2f\n", data, ours / cp, ours / synced);
+      std::printf("%s: copyPath / cp -a = %.2f, copyPath / (cp -a + syncfs) = %.2f\n", data.c_str(), ours / cp,
+                  ours / synced);
     }
   }
   fs::remove_all(dataFolder());
