@@ -3,6 +3,7 @@
 // operations on the block-copy engine.
 
 #include <filesystem>
+#include <utility>
 
 #include "fileservices/copy_engine.h"
 #include "fileservices/file_metadata.h"
@@ -13,6 +14,22 @@
 namespace halyard::fileservices {
 
 namespace {
+
+// Set while copyPath or movePath runs its handler without keeping comments:
+// the engine then leaves the comment out, so that a destination unable to
+// hold one neither fails the move nor reports a loss for it.
+thread_local bool tCommentsUnwanted = false;
+
+class CommentsUnwanted {
+ public:
+  explicit CommentsUnwanted(bool unwanted) : _old(std::exchange(tCommentsUnwanted, unwanted)) {}
+  ~CommentsUnwanted() { tCommentsUnwanted = _old; }
+  CommentsUnwanted(const CommentsUnwanted&) = delete;
+  CommentsUnwanted& operator=(const CommentsUnwanted&) = delete;
+
+ private:
+  bool _old;
+};
 
 constexpr std::string_view kSrcPathKey = "VTFM_src_path";
 constexpr std::string_view kDestPathKey = "VTFM_dest_path";
@@ -108,11 +125,11 @@ ErrorCode VTFileManager::copyPath(const std::string& src, const std::string& des
   const RaisedPermissions parent(parentFolder(dest));
   const bool locked = isLocked(src);
   if (locked) setLocked(src, false);
-  const ErrorCode code = copyPathHandler(src, dest);
-  // The engine carries every extended attribute, the comment among them, so
-  // a comment that is not to be kept is taken off the copy.
+  const ErrorCode code = [&] {
+    const CommentsUnwanted scope(!preserveComments);
+    return copyPathHandler(src, dest);
+  }();
   if (code == 0 && comment && !comment->empty()) writeComment(dest, *comment);
-  if (code == 0 && !preserveComments && readComment(dest)) removeComment(dest);
   // The source gets its lock back, as a copy must not change it.
   if (locked) {
     setLocked(src, true);
@@ -162,7 +179,11 @@ ErrorCode VTFileManager::movePath(const std::string& src, const std::string& des
   const RaisedPermissions parent(parentFolder(dest));
   const bool locked = isLocked(src);
   if (locked) setLocked(src, false);
-  const ErrorCode code = movePathHandler(src, dest);
+  const ErrorCode code = [&] {
+    const CommentsUnwanted scope(!preserveComments);
+    return movePathHandler(src, dest);
+  }();
+  // A rename keeps the comment, which is then taken off.
   if (code == 0 && !preserveComments && readComment(dest)) removeComment(dest);
   if (locked) setLocked(code == 0 ? dest : src, true);
   audit.finish(code, [&] { return errcodeLine("movePath:toPath:preserveComments:", code); });
@@ -217,7 +238,9 @@ ErrorCode VTFileManager::runEngine(const std::function<ErrorCode(const CopyEngin
     own.reset(new std::byte[kCopyBlockSize]);
     setup.buffer = own.get();
   }
-  setup.excludedAttributes = &_eaExcludeList;
+  std::vector<std::string> excluded = _eaExcludeList;
+  if (tCommentsUnwanted) excluded.emplace_back(kCommentAttribute);
+  setup.excludedAttributes = &excluded;
   std::optional<CommandProgress> progress;
   if (auto id = VTThreadedCommandPool::runningCommand()) {
     progress.emplace(_pool, *id);

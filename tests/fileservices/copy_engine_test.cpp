@@ -391,6 +391,12 @@ TEST_F(WithoutAttributes, TheFileManagerLogsEachLossAndKeepsItForTheCaller) {
   const auto lines = log.lines();
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "<FMAudit> VTFileManager: " + loss), 1);
 
+  const std::string noted = folder_.writeFile("noted.txt", "n");
+  ASSERT_EQ(writeComment(noted, "a comment"), 0);
+  EXPECT_EQ(fm->movePath(noted, other_ + "/noted.txt", true), ENOTSUP) << "the comment would be lost";
+  EXPECT_EQ(fm->movePath(noted, other_ + "/noted.txt", false), 0) << "a comment not to be kept fails nothing";
+  EXPECT_TRUE(fm->takeMetadataWarnings().empty());
+
   EXPECT_EQ(fm->movePath(folder_.path("tree"), other_ + "/moved", true), ENOTSUP);
   EXPECT_NE(fm->lastErrorDetail().find(folder_.path("other/moved/a.txt")), std::string::npos) << fm->lastErrorDetail();
   expectTreeWhole(folder_, "tree");
