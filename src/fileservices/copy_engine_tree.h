@@ -18,10 +18,10 @@
 
 namespace halyard::fileservices {
 
-// The data of an open regular file of `size` bytes into another, block by
+// The data of an open regular file (`st` its status) into another, block by
 // block, telling the setup's progress after each block. 0, an errno value,
 // or -128 when the progress asks to stop.
-int copyFileData(int in, int out, std::int64_t size, const CopyEngineSetup& setup);
+int copyFileData(int in, int out, const struct stat& st, const CopyEngineSetup& setup);
 
 // The hidden name ".NAME.halyard-partial-" that every partial of a
 // destination named NAME starts with; the owner's process id follows it.

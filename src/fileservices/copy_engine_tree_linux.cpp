@@ -44,8 +44,16 @@ std::string attributeDescription(const std::string& name) {
   return "the extended attribute " + name;
 }
 
+// An attribute list or value: read into a small buffer first (most fit),
+// else sized, then read; retried when it grew in between.
 template <class Call>
 bool readSized(std::string& bytes, Call call) {
+  char small[512];
+  if (const ssize_t got = call(small, sizeof small); got >= 0) {
+    bytes.assign(small, static_cast<std::size_t>(got));
+    return true;
+  }
+  if (errno != ERANGE) return false;
   for (int attempt = 0; attempt < 4; ++attempt) {
     const ssize_t size = call(nullptr, 0);
     if (size < 0) return false;
@@ -144,8 +152,8 @@ int TreeCopier::copyFile(const Item& src, const Item& dest, const struct stat& s
   if (!S_ISREG(opened.st_mode)) return ENOENT;  // replaced since it was examined
   Fd out(openat(dest.dirFd, dest.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (int rc = created(out.valid() ? 0 : errno)) return rc;
-  posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-  if (int rc = copyFileData(in.get(), out.get(), opened.st_size, _setup)) return rc;
+  if (opened.st_size > static_cast<off_t>(_setup.bufferSize)) posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  if (int rc = copyFileData(in.get(), out.get(), opened, _setup)) return rc;
   if (int rc = applyMetadata(in.get(), out.get(), st, dest.path, relative.empty())) return rc;
   if (relative.empty()) {
     if (int rc = engineStep(_setup, EngineStep::FlushFile, dest.path)) return rc;
