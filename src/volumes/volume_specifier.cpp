@@ -91,23 +91,25 @@ std::shared_ptr<const VolumeQueries> VolumeSpecifier::queries() const {
   return installed ? installed : linuxVolumeQueries();
 }
 
-// A failing parameter call leaves the record with its file manager only; a
-// failing information call leaves name, path and the numbers unset while the
-// later steps still run.
+// A failing parameter call (no volume holds the path) leaves the record with
+// its file manager only.
 void VolumeSpecifier::initWithPath(const std::string& path) {
   const auto machine = queries();
-  const auto parms = getParms(*machine, path);
-  if (!parms) return;
-  takeParms(*parms);
-  if (auto info = getInfoForVolume(*machine, path)) takeInfo(*info);
-  const std::string root = _volumeRootPath.value_or("");
-  if (auto flags = statfsPath(*machine, root)) {
-    _ignoresOwnership = flags->ignoresOwnership;
-    _readOnly = flags->readOnly;
-  }
-  if (!_fsOnServer) takeDiskInformation(getDetailedDiskInformation(*machine, root));
-  if (auto format = fileSystemFormatStringForNSPath(*machine, root); !format.empty()) _volumeFormat = format;
+  if (auto volume = locateVolume(*machine, path)) initWithVolume(*machine, *volume);
+}
+
+// Every step reads the one location: the root path, its statistics and its
+// device facts are those of the volume found.
+void VolumeSpecifier::initWithVolume(const VolumeQueries& machine, const VolumeLocation& volume) {
+  takeParms(getParms(volume));
+  takeInfo(getInfoForVolume(machine, volume));
+  const MountFlags flags = statfsPath(volume);
+  _ignoresOwnership = flags.ignoresOwnership;
+  _readOnly = flags.readOnly;
+  if (!_fsOnServer) takeDiskInformation(getDetailedDiskInformation(volume));
+  if (!volume.mount.fsType.empty()) _volumeFormat = volume.mount.fsType;
   _volumePercentFull = -1.0f;
+  const std::string root = _volumeRootPath.value_or("");
   if (_fsOnServer || _fsOnRemovableMedia) _serverAlias = _fileManager->createAliasObjectFromNSPath(root);
   _strictVolumeIdentification = hasReliableIdentity(fsKind());
   runCaseTestUnlessExempt();

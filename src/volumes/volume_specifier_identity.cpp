@@ -129,11 +129,27 @@ bool VolumeSpecifier::deviceInfoMatches(const VolumeSpecifier& other, bool audit
          deviceGUID() == other.deviceGUID();
 }
 
+// The fields that cost no more than the mount's statistics and its label:
+// a volume that differs in them fails the identity test whatever the rest,
+// so only the volumes that agree are made into full records (birth time,
+// case test). Those skipped write no audit lines.
+bool VolumeSpecifier::cheapFieldsAgree(const VolumeLocation& volume) const {
+  return _blockSize == volume.stats.blockSize && fsKind() == volume.stats.type &&
+         _volumeName && halyard::equalIgnoringCase(*_volumeName, volumeNameOf(volume));
+}
+
+// One reading of the mount table; the statistics and device facts of each
+// volume; full records only of the volumes whose cheap fields agree.
 bool VolumeSpecifier::isMounted(TimeInterval now) {
   if (!_fileManager->isConnected()) return false;
-  for (const std::string& path : mountedLocalVolumePaths(*queries())) {
-    auto candidate = volumeSpecifierWithPath(path, _fileManager);
-    if (!candidate || !isEqual(candidate.get())) continue;
+  const auto machine = queries();
+  const auto table = machine->mountTable();
+  for (const MountEntry& mount : localVolumeMounts(table)) {
+    const auto volume = locateMount(*machine, table, mount);
+    if (!volume || !cheapFieldsAgree(*volume)) continue;
+    auto candidate = std::make_shared<VolumeSpecifier>(_fileManager);
+    candidate->initWithVolume(*machine, *volume);
+    if (!isEqual(candidate.get())) continue;
     _volumeRootPath = candidate->volumePath();
     _lastMountCheck = now;
     return true;

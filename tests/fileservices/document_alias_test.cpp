@@ -30,9 +30,9 @@ class FakeFileSystem final : public AliasFileSystem {
     if (path.rfind(mountPoint + "/", 0) != 0) return AliasVolume{"/", std::nullopt, path.substr(1)};
     return AliasVolume{mountPoint, uuid, path.substr(mountPoint.size() + 1)};
   }
-  std::optional<std::string> mountPointOf(const std::string& id) const override {
+  std::optional<std::string> pathOnVolume(const std::string& id, const std::string& relative) const override {
     if (id != uuid) return std::nullopt;
-    return mountPoint;
+    return mountPoint + "/" + relative;
   }
 };
 
@@ -96,22 +96,6 @@ TEST(DocumentAliasTest, HostileAliasesGiveAbsentOrThePath) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(getNSPathFromAliasObject(c.alias, true, fs), c.expected);
   }
-}
-
-TEST(DocumentAliasTest, MountInfoLinesAreParsedAndUnescaped) {
-  const auto entries = parseMountInfo(
-      "22 1 8:2 / / rw,relatime shared:1 - ext4 /dev/sda2 rw\n"
-      "40 22 8:17 /sub /media/ann/My\\040Disk rw - vfat /dev/sdb1 rw\n"
-      "bad line\n"
-      "41 22 x:1 / /broken rw - tmpfs tmpfs rw\n"
-      "42 22 0:5 / /tail\\134 rw - tmpfs tmpfs rw");
-  ASSERT_EQ(entries.size(), 3u);
-  EXPECT_EQ(entries[0].mountPoint, "/");
-  EXPECT_EQ(entries[1].major, 8u);
-  EXPECT_EQ(entries[1].minor, 17u);
-  EXPECT_EQ(entries[1].root, "/sub");
-  EXPECT_EQ(entries[1].mountPoint, "/media/ann/My Disk");
-  EXPECT_EQ(entries[2].mountPoint, "/tail\\");
 }
 
 }  // namespace
