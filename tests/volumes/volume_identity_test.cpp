@@ -216,6 +216,31 @@ TEST(MountCheck, FindsTheVolumeUnderItsNewMountPoint) {
   EXPECT_FALSE(wanted->lastMountCheck());
 }
 
+// btrfs gives a path a device number (40) that the mount table does not
+// show (39), and here another volume's table number is 40: a lookup by
+// st_dev would find that one or none.
+TEST(MountCheck, APathsVolumeIsFoundByItsMountNotItsDeviceNumber) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  FakeVolume pool = diskVolume("/media/u/Pool", 39, "Pool");
+  pool.mount.fsType = "btrfs";
+  pool.mount.options = "rw,subvolid=5,subvol=/";
+  pool.stats.type = 0x9123683E;
+  pool.pathDevice = 40;
+  machine->volumes = {diskVolume("/", 1, "root"), diskVolume("/media/u/Other", 40, "Other"), pool};
+  machine->files = {{"/media/u/Pool/a/b/deep.txt", 7}};
+  auto fm = managerFor(machine);
+  auto deep = VolumeSpecifier::volumeSpecifierWithPath("/media/u/Pool/a/b/deep.txt", fm);
+  auto top = VolumeSpecifier::volumeSpecifierWithPath("/media/u/Pool", fm);
+  EXPECT_EQ(deep->volumeName(), "Pool");
+  EXPECT_EQ(deep->volumePath(), "/media/u/Pool");
+  EXPECT_EQ(deep->volumeFormat(), "btrfs");
+  EXPECT_TRUE(deep->strictVolumeIdentification());
+  EXPECT_TRUE(deep->isEqual(top));
+  machine->volumes[2].mount.mountPoint = "/mnt/pool";
+  EXPECT_TRUE(deep->isMounted(1.0));
+  EXPECT_EQ(deep->volumePath(), "/mnt/pool");
+}
+
 TEST(MountCheck, CoalescedRemembersOnlyAPositiveAnswerForOneSecond) {
   auto machine = std::make_shared<FakeVolumeQueries>();
   machine->volumes = {diskVolume("/media/u/Backup", 2)};
