@@ -9,6 +9,7 @@
 
 #include "fileservices/document_alias.h"
 #include "foundation/archiver.h"
+#include "volumes/mount_namespace_support.h"
 
 namespace halyard {
 namespace {
@@ -66,6 +67,30 @@ TEST(DocumentAliasTest, VolumeMountedElsewhereIsFoundByItsUUID) {
   EXPECT_EQ(getNSPathFromAliasObject(alias, true, fs), "/mnt/usb/docs/a.halyard");
   fs.uuid = "other";
   EXPECT_FALSE(getNSPathFromAliasObject(alias, true, fs));
+}
+
+// btrfs gives the document's path a device number the mount table does not
+// show; the alias still knows its volume, and finds the document through
+// another mount of the same subvolume once the first is gone.
+TEST(DocumentAliasTest, ADocumentOnABtrfsSubvolumeIsFoundWhereItIsMountedNow) {
+  RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE();
+  testing::Scratch scratch;
+  if (!scratch.makeFileSystem("pool.img", "128M", "mkfs.btrfs -q -f -L Pool")) GTEST_SKIP() << "no mkfs.btrfs here";
+  if (!scratch.mount("-o loop", scratch.path("pool.img"), "top")) GTEST_SKIP() << "this kernel cannot mount btrfs";
+  ASSERT_TRUE(testing::run("btrfs subvolume create " + scratch.path("top/sub")));
+  ASSERT_TRUE(scratch.mount("-o loop,subvol=sub", scratch.path("pool.img"), "sub"));
+  std::filesystem::create_directories(scratch.path("sub/docs"));
+  std::fclose(std::fopen(scratch.path("sub/docs/a.halyard").c_str(), "w"));
+  auto alias = createAliasObjectFromNSPath(scratch.path("sub/docs/a.halyard"));
+  ASSERT_TRUE(alias);
+  ASSERT_TRUE(scratch.unmount("sub") && scratch.unmount("top"));
+  EXPECT_FALSE(getNSPathFromAliasObject(alias, true)) << "the volume is not mounted";
+  ASSERT_TRUE(scratch.mount("-o loop,subvol=sub", scratch.path("pool.img"), "elsewhere"));
+  EXPECT_EQ(getNSPathFromAliasObject(alias, true), scratch.path("elsewhere/docs/a.halyard"));
+  ASSERT_TRUE(scratch.unmount("elsewhere"));
+  ASSERT_TRUE(scratch.mount("-o loop", scratch.path("pool.img"), "whole"));
+  EXPECT_EQ(getNSPathFromAliasObject(alias, true), scratch.path("whole/sub/docs/a.halyard"))
+      << "the top of the file system shows the subvolume as a folder";
 }
 
 TEST(DocumentAliasTest, HostileAliasesGiveAbsentOrThePath) {
