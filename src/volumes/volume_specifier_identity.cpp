@@ -58,7 +58,9 @@ IdentityMismatch VolumeSpecifier::firstMismatch(VolumeSpecifier& other, bool aud
   using enum IdentityMismatch;
   const auto& mine = *_fileManager;
   const auto& theirs = *other.fileManager();
-  if (mine.hostName() != theirs.hostName()) return HostName;
+  // One manager is one host: its name is read from the machine only when
+  // two managers are compared.
+  if (&mine != &theirs && mine.hostName() != theirs.hostName()) return HostName;
   if (mine.isRemote() != theirs.isRemote() || mine.isDistantRemote() != theirs.isDistantRemote()) return RemoteKind;
   if (!equalIgnoringCase(_volumeName, other.volumeName())) return Name;
   if (_blockSize != other.blockSize()) return BlockSize;
