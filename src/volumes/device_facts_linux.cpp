@@ -5,10 +5,7 @@
 #include <blkid/blkid.h>
 #include <libudev.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
 
-#include <climits>
-#include <cstdlib>
 #include <filesystem>
 
 #include "foundation/file_io.h"

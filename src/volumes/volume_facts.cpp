@@ -56,13 +56,22 @@ bool hasReliableIdentity(std::uint32_t fsType) {
   return false;
 }
 
-std::optional<VolumeLocation> locateMount(const VolumeQueries& queries, const std::vector<MountEntry>& table,
-                                          const MountEntry& mount) {
+std::optional<VolumeLocation> locateMountStatistics(const VolumeQueries& queries,
+                                                    const std::vector<MountEntry>& table, const MountEntry& mount) {
   const MountEntry& standing = canonicalMount(table, mount);
   const auto stats = queries.fileSystemStats(standing.mountPoint);
   if (!stats) return std::nullopt;
-  VolumeLocation volume{standing, *stats, {}};
-  if (!isNetworkFileSystem(standing.fsType)) volume.device = queries.deviceProperties(standing);
+  return VolumeLocation{standing, *stats, {}};
+}
+
+void addDeviceFacts(const VolumeQueries& queries, VolumeLocation& volume) {
+  if (!isNetworkFileSystem(volume.mount.fsType)) volume.device = queries.deviceProperties(volume.mount);
+}
+
+std::optional<VolumeLocation> locateMount(const VolumeQueries& queries, const std::vector<MountEntry>& table,
+                                          const MountEntry& mount) {
+  auto volume = locateMountStatistics(queries, table, mount);
+  if (volume) addDeviceFacts(queries, *volume);
   return volume;
 }
 

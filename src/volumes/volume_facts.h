@@ -78,6 +78,11 @@ std::optional<VolumeLocation> locateVolume(const VolumeQueries& queries, const s
 // The volume a mount of `table` shows, read at the mount that stands for it.
 std::optional<VolumeLocation> locateMount(const VolumeQueries& queries, const std::vector<MountEntry>& table,
                                           const MountEntry& mount);
+// The same in two steps, for callers that can stop after the statistics:
+// the location without device facts, then its device facts.
+std::optional<VolumeLocation> locateMountStatistics(const VolumeQueries& queries,
+                                                    const std::vector<MountEntry>& table, const MountEntry& mount);
+void addDeviceFacts(const VolumeQueries& queries, VolumeLocation& volume);
 
 // The volume's name: its label, else the mount point's last component ("/"
 // for the root).

@@ -131,24 +131,30 @@ bool VolumeSpecifier::deviceInfoMatches(const VolumeSpecifier& other, bool audit
          deviceGUID() == other.deviceGUID();
 }
 
-// The fields that cost no more than the mount's statistics and its label:
-// a volume that differs in them fails the identity test whatever the rest,
-// so only the volumes that agree are made into full records (birth time,
-// case test). Those skipped write no audit lines.
-bool VolumeSpecifier::cheapFieldsAgree(const VolumeLocation& volume) const {
-  return _blockSize == volume.stats.blockSize && fsKind() == volume.stats.type &&
-         _volumeName && halyard::equalIgnoringCase(*_volumeName, volumeNameOf(volume));
+// A volume whose statistics (type, block size) or name differ fails the
+// identity test whatever the rest, so only the volumes that agree in them
+// are made into full records (birth time, case test); those skipped write no
+// audit lines. The name needs the device facts, read only for volumes whose
+// statistics agree.
+bool VolumeSpecifier::statisticsAgree(const VolumeLocation& volume) const {
+  return _blockSize == volume.stats.blockSize && fsKind() == volume.stats.type;
 }
 
-// One reading of the mount table; the statistics and device facts of each
-// volume; full records only of the volumes whose cheap fields agree.
+bool VolumeSpecifier::nameAgrees(const VolumeLocation& volume) const {
+  return _volumeName && halyard::equalIgnoringCase(*_volumeName, volumeNameOf(volume));
+}
+
+// One reading of the mount table, and of each volume's statistics; device
+// facts and full records only as far as the cheaper fields agree.
 bool VolumeSpecifier::isMounted(TimeInterval now) {
   if (!_fileManager->isConnected()) return false;
   const auto machine = queries();
   const auto table = machine->mountTable();
   for (const MountEntry& mount : localVolumeMounts(table)) {
-    const auto volume = locateMount(*machine, table, mount);
-    if (!volume || !cheapFieldsAgree(*volume)) continue;
+    auto volume = locateMountStatistics(*machine, table, mount);
+    if (!volume || !statisticsAgree(*volume)) continue;
+    addDeviceFacts(*machine, *volume);
+    if (!nameAgrees(*volume)) continue;
     auto candidate = std::make_shared<VolumeSpecifier>(_fileManager);
     candidate->initWithVolume(*machine, *volume);
     if (!isEqual(candidate.get())) continue;
