@@ -1,5 +1,7 @@
 #include "volumes/fake_volume_queries.h"
 
+#include <cerrno>
+
 namespace halyard {
 namespace {
 
@@ -65,6 +67,8 @@ std::optional<PathPlace> FakeVolumeQueries::placeOf(const std::string& path) con
   if (!holder) return std::nullopt;
   return PathPlace{mountIDOf(*holder), path};
 }
+
+int FakeVolumeQueries::pathStatus(const std::string& path) const { return exists(path) ? 0 : ENOENT; }
 
 std::optional<std::uint64_t> FakeVolumeQueries::deviceOf(const std::string& path) const {
   const FakeVolume* holder = holderOf(path);

@@ -38,6 +38,7 @@ class FakeVolumeQueries final : public VolumeQueries {
 
   std::vector<MountEntry> mountTable() const override;
   std::optional<PathPlace> placeOf(const std::string& path) const override;
+  int pathStatus(const std::string& path) const override;
   std::optional<std::uint64_t> deviceOf(const std::string& path) const override;
   std::optional<FileSystemStats> fileSystemStats(const std::string& path) const override;
   std::optional<KernelTime> birthTime(const std::string& path) const override;

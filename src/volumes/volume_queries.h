@@ -78,6 +78,9 @@ class VolumeQueries {
   virtual std::vector<MountEntry> mountTable() const = 0;
   // Where an existing path is mounted; absent when it does not exist.
   virtual std::optional<PathPlace> placeOf(const std::string& path) const = 0;
+  // 0 when a path can be reached, else the errno stat(2) answers for it
+  // (ENOENT, EACCES, EIO, ...): the status a failed volume call reports.
+  virtual int pathStatus(const std::string& path) const = 0;
   // st_dev of an existing path. On btrfs and overlayfs it is not the mount
   // table's device number, so it never tells which mount holds a path.
   virtual std::optional<std::uint64_t> deviceOf(const std::string& path) const = 0;

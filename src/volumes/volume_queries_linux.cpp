@@ -11,6 +11,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <memory>
@@ -56,6 +57,11 @@ class LinuxVolumeQueries final : public VolumeQueries {
       place.mountID = info.stx_mnt_id;
     }
     return place;
+  }
+
+  int pathStatus(const std::string& path) const override {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 ? 0 : errno;
   }
 
   std::optional<std::uint64_t> deviceOf(const std::string& path) const override {

@@ -180,16 +180,22 @@ void VolumeSpecifier::setInsertVolumePanel(std::shared_ptr<void> window, std::sh
   _insertPromptField = std::move(promptField);
 }
 
+// A call that fails answers the status the root path gets from the machine;
+// a path that can be reached but lies on no volume answers no-such-volume.
 VolumeSpecifier::Status VolumeSpecifier::refreshDynamicProperties() {
   const auto machine = queries();
   const std::string root = _volumeRootPath.value_or("");
+  const auto failed = [&] {
+    const int status = machine->pathStatus(root);
+    return status != 0 ? status : kNoSuchVolume;
+  };
   const auto flags = statfsPath(*machine, root);
-  if (!flags) return kNoSuchVolume;
+  if (!flags) return failed();
   _ignoresOwnership = flags->ignoresOwnership;
   _readOnly = flags->readOnly;
   if (!machine->deviceOf(root)) return 0;
   const auto parms = getParms(*machine, root);
-  if (!parms) return kNoSuchVolume;
+  if (!parms) return failed();
   _supportsACLs = parms->acls;
   return 0;
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <functional>
 
 #include "foundation/log_sink.h"
@@ -289,6 +290,20 @@ TEST(CaseTest, AVolumeReportingCaseSensitivityIsTestedAndTheTestWins) {
   machine->files = {{"/v/Readme", 1}, {"/v/rEADME", 1}};
   auto record = VolumeSpecifier::volumeSpecifierWithPath("/v", managerFor(machine));
   EXPECT_FALSE(record->isCaseSensitive());
+}
+
+TEST(DynamicProperties, AreRefreshedOrAnswerTheFailingCallsStatus) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  machine->volumes = {diskVolume("/v", 1)};
+  auto record = VolumeSpecifier::volumeSpecifierWithPath("/v", managerFor(machine));
+  machine->volumes[0].stats.readOnly = true;
+  machine->volumes[0].mount.options = "ro,noacl";
+  EXPECT_EQ(record->refreshDynamicProperties(), 0);
+  EXPECT_TRUE(record->isReadOnly());
+  EXPECT_FALSE(record->supportsACLs());
+  machine->volumes.clear();
+  EXPECT_EQ(record->refreshDynamicProperties(), ENOENT) << "statfs of a root that is gone";
+  EXPECT_TRUE(record->isReadOnly()) << "nothing changes on failure";
 }
 
 TEST(BufferSize, FollowsTheVolumeGrade) {
