@@ -11,6 +11,7 @@
 
 #include "volumes/device_facts.h"
 #include "volumes/mount_namespace_support.h"
+#include "volumes/volume_specifier.h"
 
 namespace halyard {
 namespace {
@@ -111,6 +112,34 @@ TEST(DeviceFacts, TheSameWithAndWithoutUdev) {
   EXPECT_EQ(readDeviceFacts(image, device, {udev, sysfs}), withoutUdev)
       << "a device udev has not probed is read from its superblock";
   EXPECT_EQ(readDeviceFacts(image, makedev(8, 33), {nullptr, sysfs}).model, std::nullopt);
+}
+
+// A mounted volume's record made where udev knows the device equals,
+// strictly, its record made where there is no udev.
+TEST(DeviceFacts, ARecordMadeWithUdevEqualsOneMadeWithout) {
+  RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE();
+  testing::Scratch scratch;
+  if (!scratch.makeFileSystem("label.img", "16M", "mkfs.ext4 -q -F -L 'Sauvegarde \xc3\xa9t\xc3\xa9'")) {
+    GTEST_SKIP() << "mkfs.ext4 cannot make an image here";
+  }
+  if (!scratch.mount("-o loop", scratch.path("label.img"), "v")) GTEST_SKIP() << "this machine cannot loop-mount";
+  const auto blkid = readDeviceFacts(scratch.path("label.img"), 0, {nullptr, scratch.path("no-sysfs")});
+  auto udev = std::make_shared<FakeUdev>();
+  udev->record = {{"ID_FS_LABEL", "Sauvegarde_\xc3\xa9t\xc3\xa9"},
+                  {"ID_FS_LABEL_ENC", "Sauvegarde\\x20\xc3\xa9t\xc3\xa9"},
+                  {"ID_FS_UUID", blkid.uuid.value_or("")},
+                  {"ID_FS_TYPE", "ext4"}};
+  const auto recordWith = [&](std::shared_ptr<const UdevDatabase> database) {
+    auto manager = fileservices::VTFileManager::make();
+    manager->setVolumeQueries(linuxVolumeQueriesWith({std::move(database)}));
+    return VolumeSpecifier::volumeSpecifierWithPath(scratch.path("v"), manager);
+  };
+  auto withUdev = recordWith(udev);
+  auto withoutUdev = recordWith(nullptr);
+  EXPECT_EQ(withUdev->volumeName(), "Sauvegarde \xc3\xa9t\xc3\xa9");
+  EXPECT_TRUE(withUdev->strictVolumeIdentification());
+  EXPECT_EQ(withUdev->identityMismatch(*withoutUdev), IdentityMismatch::None);
+  EXPECT_EQ(withoutUdev->identityMismatch(*withUdev), IdentityMismatch::None);
 }
 
 }  // namespace
