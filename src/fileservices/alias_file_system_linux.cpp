@@ -1,47 +1,32 @@
 // The Linux file system as a document alias sees it: inodes from stat(2),
-// volumes from /proc/self/mountinfo, UUIDs from the udev links in
-// /dev/disk/by-uuid (each names a block device by its file-system UUID).
+// a path's mount from its mount ID, and file-system UUIDs from the device
+// facts of the volume machine layer (udev's record, else the superblock).
 
-#include <dirent.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
-#include <climits>
-#include <cstdlib>
+#include <map>
 
 #include "fileservices/alias_file_system.h"
-#include "foundation/file_io.h"
+#include "volumes/mount_table.h"
+#include "volumes/volume_mounts.h"
 
 namespace halyard {
 namespace {
 
-constexpr const char* kByUUID = "/dev/disk/by-uuid";
-
-bool isUnder(const std::string& path, const std::string& folder) {
-  if (folder == "/") return true;
-  return path.compare(0, folder.size(), folder) == 0 && (path.size() == folder.size() || path[folder.size()] == '/');
+std::string withoutLeadingSlash(std::string path) {
+  if (!path.empty() && path[0] == '/') path.erase(0, 1);
+  return path;
 }
 
-std::vector<MountInfoEntry> mountTable() {
-  auto text = readWholeFile("/proc/self/mountinfo");
-  return text ? parseMountInfo(*text) : std::vector<MountInfoEntry>();
+std::string joinBelow(const std::string& folder, const std::string& below) {
+  if (below.empty()) return folder;
+  return folder == "/" ? "/" + below : folder + "/" + below;
 }
 
-std::optional<std::string> uuidOfDevice(dev_t device) {
-  DIR* folder = ::opendir(kByUUID);
-  if (!folder) return std::nullopt;
-  std::optional<std::string> uuid;
-  while (const dirent* entry = ::readdir(folder)) {
-    struct stat info {};
-    const std::string link = std::string(kByUUID) + "/" + entry->d_name;
-    if (entry->d_name[0] != '.' && ::stat(link.c_str(), &info) == 0 && S_ISBLK(info.st_mode) &&
-        info.st_rdev == device) {
-      uuid = entry->d_name;
-      break;
-    }
-  }
-  ::closedir(folder);
-  return uuid;
+// Pseudo file systems and network shares have no UUID to find them by.
+std::optional<std::string> uuidOf(const VolumeQueries& machine, const MountEntry& mount) {
+  if (!mount.sourceIsBlockDevice || kindOfMount(mount) != MountKind::Volume) return std::nullopt;
+  return machine.deviceProperties(mount).uuid;
 }
 
 class LinuxAliasFileSystem final : public AliasFileSystem {
@@ -52,34 +37,32 @@ class LinuxAliasFileSystem final : public AliasFileSystem {
     return static_cast<std::uint64_t>(info.st_ino);
   }
 
-  // The mount of the path's device whose mount point holds the path most
-  // closely (bind mounts repeat a device at several places).
   std::optional<AliasVolume> volumeOf(const std::string& path) const override {
-    char resolved[PATH_MAX];
-    struct stat info {};
-    if (!::realpath(path.c_str(), resolved) || ::stat(resolved, &info) != 0) return std::nullopt;
-    const std::string real(resolved);
-    const MountInfoEntry* best = nullptr;
-    const auto table = mountTable();
-    for (const MountInfoEntry& entry : table) {
-      if (makedev(entry.major, entry.minor) != info.st_dev || !isUnder(real, entry.mountPoint)) continue;
-      if (!best || entry.mountPoint.size() > best->mountPoint.size()) best = &entry;
-    }
-    if (!best) return std::nullopt;
-    std::string relative = real.substr(std::min(real.size(), best->mountPoint.size()));
-    if (!relative.empty() && relative[0] == '/') relative.erase(0, 1);
-    return AliasVolume{best->mountPoint, uuidOfDevice(info.st_dev), relative};
+    const auto place = machine_->placeOf(path);
+    if (!place) return std::nullopt;
+    const auto table = machine_->mountTable();
+    const MountEntry* mount = mountHolding(table, *place);
+    if (!mount) return std::nullopt;
+    const std::string below = withoutLeadingSlash(place->resolvedPath.substr(
+        std::min(place->resolvedPath.size(), mount->mountPoint == "/" ? 0 : mount->mountPoint.size())));
+    return AliasVolume{mount->mountPoint, uuidOf(*machine_, *mount), withoutLeadingSlash(joinBelow(mount->root, below))};
   }
 
-  std::optional<std::string> mountPointOf(const std::string& uuid) const override {
-    struct stat info {};
-    const std::string link = std::string(kByUUID) + "/" + uuid;
-    if (::stat(link.c_str(), &info) != 0 || !S_ISBLK(info.st_mode)) return std::nullopt;
-    for (const MountInfoEntry& entry : mountTable()) {
-      if (makedev(entry.major, entry.minor) == info.st_rdev && entry.root == "/") return entry.mountPoint;
+  std::optional<std::string> pathOnVolume(const std::string& uuid, const std::string& relativePath) const override {
+    const std::string onTop = "/" + relativePath;
+    std::map<std::uint64_t, std::optional<std::string>> uuids;
+    for (const MountEntry& mount : machine_->mountTable()) {
+      if (!isWithinFolder(onTop, mount.root)) continue;
+      auto known = uuids.find(mount.sourceDevice);
+      if (known == uuids.end()) known = uuids.emplace(mount.sourceDevice, uuidOf(*machine_, mount)).first;
+      if (known->second != uuid) continue;
+      return joinBelow(mount.mountPoint, withoutLeadingSlash(onTop.substr(mount.root == "/" ? 0 : mount.root.size())));
     }
     return std::nullopt;
   }
+
+ private:
+  std::shared_ptr<const VolumeQueries> machine_ = linuxVolumeQueries();
 };
 
 }  // namespace

@@ -31,10 +31,8 @@ std::optional<std::string> findOnVolume(const Dictionary& alias, const AliasFile
       *uuid == ".." || !staysBelow(*relative)) {
     return std::nullopt;
   }
-  auto mountPoint = fileSystem.mountPointOf(*uuid);
-  if (!mountPoint) return std::nullopt;
-  std::string path = *mountPoint == "/" ? "/" + *relative : *mountPoint + "/" + *relative;
-  if (!fileSystem.inodeOf(path)) return std::nullopt;
+  auto path = fileSystem.pathOnVolume(*uuid, *relative);
+  if (!path || !fileSystem.inodeOf(*path)) return std::nullopt;
   return path;
 }
 

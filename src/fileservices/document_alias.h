@@ -2,7 +2,8 @@
 // The document alias: a small bookmark that finds a document again after its
 // volume has been mounted somewhere else. It is the archive of a dictionary
 // {"path": absolute path, "volumeUUID": the volume's UUID (when known),
-// "relativePath": the path below the volume's mount point, "inode": the
+// "relativePath": the path below the top of the volume's file system (below
+// its mount point when the whole file system is mounted), "inode": the
 // file's inode number}. Resolving tries the volume by UUID where it is
 // mounted now, then the absolute path, and answers absent when neither
 // exists. Resolution never mounts anything.

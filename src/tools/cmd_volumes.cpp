@@ -1,10 +1,13 @@
-// `halyardctl volumes [--json]`: every mounted volume with its identity
-// fields, as the agent's mount check sees them.
+// `halyardctl volumes [--json]`: every mount of the mount table, marked
+// whether mounting it can start a volume-mount item and, if not, why; the
+// volumes that can, with their identity fields as the agent's mount check
+// sees them.
 
 #include <cstdio>
 #include <iostream>
 
 #include "tools/cmd_volumes.h"
+#include "volumes/mount_table.h"
 #include "volumes/volume_mounts.h"
 
 namespace halyard::tools {
@@ -79,6 +82,60 @@ void writeIdentity(JsonWriter& json, VolumeSpecifier& record) {
 
 }  // namespace volumes
 
+namespace volumes {
+namespace {
+
+// Whether a mount can start an item, and the record that lets it.
+struct Verdict {
+  std::shared_ptr<VolumeSpecifier> record;
+  std::string whyNot;  // empty when the mount can start an item
+};
+
+// A mount event comes only for a volume's first mount, and a volume is
+// recognised again only by a record with a name.
+Verdict verdictOf(const std::vector<MountEntry>& table, const MountEntry& mount,
+                  const std::shared_ptr<fileservices::VTFileManager>& fileManager) {
+  switch (kindOfMount(mount)) {
+    case MountKind::PseudoFileSystem:
+      return {nullptr, "pseudo file system"};
+    case MountKind::DiskImage:
+      return {nullptr, "read-only image"};
+    case MountKind::Volume:
+      break;
+  }
+  if (const MountEntry& standing = canonicalMount(table, mount); standing.mountID != mount.mountID) {
+    return {nullptr, "another mount of the volume at " + standing.mountPoint};
+  }
+  auto record = VolumeSpecifier::volumeSpecifierWithPath(mount.mountPoint, fileManager);
+  if (!record || !record->volumeName()) return {nullptr, "no identity: the volume cannot be read"};
+  return {record, ""};
+}
+
+void printVerdict(const MountEntry& mount, const Verdict& verdict) {
+  if (!verdict.record) {
+    std::cout << mount.mountPoint << " (" << mount.fsType << "): cannot start an item: " << verdict.whyNot << "\n";
+    return;
+  }
+  std::cout << mount.mountPoint << ": can start an item\n";
+  printIdentity(std::cout, *verdict.record, "  ");
+}
+
+void writeVerdict(JsonWriter& json, const MountEntry& mount, const Verdict& verdict) {
+  json.beginObject();
+  json.key("path").string(mount.mountPoint);
+  json.key("type").string(mount.fsType);
+  json.key("canStartItem").boolean(verdict.record != nullptr);
+  json.key("whyNot").string(verdict.whyNot);
+  if (verdict.record) {
+    json.key("identity");
+    writeIdentity(json, *verdict.record);
+  }
+  json.endObject();
+}
+
+}  // namespace
+}  // namespace volumes
+
 int runVolumes(const Arguments& args) {
   if (!args.empty() && args[0] == "check") return volumes::runCheck(Arguments(args.begin() + 1, args.end()));
   const bool json = args.size() == 1 && args[0] == "--json";
@@ -89,14 +146,13 @@ int runVolumes(const Arguments& args) {
   auto fileManager = fileservices::VTFileManager::sharedFileManager().shared_from_this();
   JsonWriter writer;
   if (json) writer.beginArray();
-  for (const std::string& path : mountedLocalVolumePaths(*linuxVolumeQueries())) {
-    auto record = VolumeSpecifier::volumeSpecifierWithPath(path, fileManager);
-    if (!record) continue;
+  const auto table = linuxVolumeQueries()->mountTable();
+  for (const MountEntry& mount : table) {
+    const auto verdict = volumes::verdictOf(table, mount, fileManager);
     if (json) {
-      volumes::writeIdentity(writer, *record);
+      volumes::writeVerdict(writer, mount, verdict);
     } else {
-      std::cout << path << "\n";
-      volumes::printIdentity(std::cout, *record, "  ");
+      volumes::printVerdict(mount, verdict);
     }
   }
   if (json) {

@@ -1,7 +1,8 @@
 // `halyardctl volumes check N`: for scheduled item N, whether each target
-// volume is mounted now and where; if not, the mounted volume that comes
-// nearest (passes the most identity checks) and the check it fails, so
-// that a user can see why a mount did not start a run.
+// volume is mounted now and where; if not, each mounted volume with the
+// first identity check it fails, and the identity of the one that comes
+// nearest (passes the most checks), so that a user can see why a mount did
+// not start a run.
 
 #include <ctime>
 #include <iostream>
@@ -19,14 +20,21 @@ struct Candidate {
   IdentityMismatch mismatch = IdentityMismatch::None;
 };
 
-// Checks run in order, so a later failed check means more checks passed.
-std::optional<Candidate> nearestCandidate(VolumeSpecifier& wanted) {
-  std::optional<Candidate> nearest;
+// Each candidate with the first check it fails, in the table's order.
+std::vector<Candidate> candidatesFor(VolumeSpecifier& wanted) {
+  std::vector<Candidate> candidates;
   for (const std::string& path : mountedLocalVolumePaths(*linuxVolumeQueries())) {
     auto record = VolumeSpecifier::volumeSpecifierWithPath(path, wanted.fileManager());
-    if (!record) continue;
-    const IdentityMismatch mismatch = wanted.identityMismatch(*record);
-    if (!nearest || mismatch > nearest->mismatch) nearest = Candidate{path, record, mismatch};
+    if (record) candidates.push_back(Candidate{path, record, wanted.identityMismatch(*record)});
+  }
+  return candidates;
+}
+
+// Checks run in order, so a later failed check means more checks passed.
+const Candidate* nearestOf(const std::vector<Candidate>& candidates) {
+  const Candidate* nearest = nullptr;
+  for (const Candidate& candidate : candidates) {
+    if (!nearest || candidate.mismatch > nearest->mismatch) nearest = &candidate;
   }
   return nearest;
 }
@@ -44,13 +52,17 @@ void reportSide(const char* side, const ObjectRef& object, bool triggers, TimeIn
     std::cout << "  mounted at " << wanted->volumePath().value_or("") << "\n";
     return;
   }
-  const auto nearest = nearestCandidate(*wanted);
+  const auto candidates = candidatesFor(*wanted);
+  const Candidate* nearest = nearestOf(candidates);
   if (!nearest) {
     std::cout << "  not mounted; no volume is mounted\n";
     return;
   }
-  std::cout << "  not mounted; nearest volume: " << nearest->path << ": "
-            << describeIdentityMismatch(nearest->mismatch) << "\n";
+  std::cout << "  not mounted; the first identity check each mounted volume fails:\n";
+  for (const Candidate& candidate : candidates) {
+    std::cout << "    " << candidate.path << ": " << describeIdentityMismatch(candidate.mismatch) << "\n";
+  }
+  std::cout << "  nearest volume: " << nearest->path << "\n";
   printIdentity(std::cout, *nearest->record, "    ");
 }
 

@@ -1,5 +1,7 @@
 #include "volumes/fake_volume_queries.h"
 
+#include <cerrno>
+
 namespace halyard {
 namespace {
 
@@ -21,8 +23,16 @@ bool isWithin(const std::string& path, const std::string& folder) {
 std::vector<MountEntry> FakeVolumeQueries::mountTable() const {
   ++mountTableReads;
   std::vector<MountEntry> table;
-  for (const FakeVolume& volume : volumes) table.push_back(volume.mount);
+  for (const FakeVolume& volume : volumes) {
+    table.push_back(volume.mount);
+    table.back().mountID = mountIDOf(volume);
+  }
   return table;
+}
+
+std::uint64_t FakeVolumeQueries::mountIDOf(const FakeVolume& volume) const {
+  if (volume.mount.mountID != 0) return volume.mount.mountID;
+  return 1000 + static_cast<std::uint64_t>(&volume - volumes.data());
 }
 
 bool FakeVolumeQueries::exists(const std::string& path) const {
@@ -42,21 +52,34 @@ const FakeVolume* FakeVolumeQueries::volumeOfDevice(std::uint64_t device) const 
   return nullptr;
 }
 
-std::optional<std::uint64_t> FakeVolumeQueries::deviceOf(const std::string& path) const {
-  if (!exists(path)) return std::nullopt;
+const FakeVolume* FakeVolumeQueries::holderOf(const std::string& path) const {
+  if (!exists(path)) return nullptr;
   const FakeVolume* holder = nullptr;
   for (const FakeVolume& volume : volumes) {
     if (!isWithin(path, volume.mount.mountPoint)) continue;
     if (!holder || volume.mount.mountPoint.size() > holder->mount.mountPoint.size()) holder = &volume;
   }
+  return holder;
+}
+
+std::optional<PathPlace> FakeVolumeQueries::placeOf(const std::string& path) const {
+  const FakeVolume* holder = holderOf(path);
   if (!holder) return std::nullopt;
-  return holder->mount.device;
+  return PathPlace{mountIDOf(*holder), path};
+}
+
+int FakeVolumeQueries::pathStatus(const std::string& path) const { return exists(path) ? 0 : ENOENT; }
+
+std::optional<std::uint64_t> FakeVolumeQueries::deviceOf(const std::string& path) const {
+  const FakeVolume* holder = holderOf(path);
+  if (!holder) return std::nullopt;
+  return holder->pathDevice.value_or(holder->mount.device);
 }
 
 std::optional<FileSystemStats> FakeVolumeQueries::fileSystemStats(const std::string& path) const {
-  const auto device = deviceOf(path);
-  if (!device) return std::nullopt;
-  return volumeOfDevice(*device)->stats;
+  const FakeVolume* holder = holderOf(path);
+  if (!holder) return std::nullopt;
+  return holder->stats;
 }
 
 std::optional<KernelTime> FakeVolumeQueries::birthTime(const std::string& path) const {

@@ -3,8 +3,12 @@
 // the volume logic. Each volume is one mount with its file-system statistics,
 // root birth time and device properties; `files` gives the paths that exist
 // beside the mount points, with their file numbers (folders are the parents
-// of the files listed). It counts how often the mount table is read, so that
-// a test can tell whether a check looked at the machine.
+// of the files listed). A path belongs to the volume with the longest mount
+// point that holds it; its st_dev can be told to differ from the mount
+// table's device number, as btrfs and overlayfs do. Mounts without a mount
+// ID get one from their place in the list. It counts how often the mount
+// table is read, so that a test can tell whether a check looked at the
+// machine.
 //
 //   auto machine = std::make_shared<FakeVolumeQueries>();
 //   machine->volumes.push_back({.mount = {.source = "/dev/sdb1", .mountPoint = "/media/u/Backup", ...}});
@@ -22,6 +26,7 @@ struct FakeVolume {
   FileSystemStats stats;
   std::optional<KernelTime> birth;
   DeviceProperties device;
+  std::optional<std::uint64_t> pathDevice;  // st_dev of its paths, when not the table's number
 };
 
 class FakeVolumeQueries final : public VolumeQueries {
@@ -32,6 +37,8 @@ class FakeVolumeQueries final : public VolumeQueries {
   mutable std::atomic<int> mountTableReads{0};
 
   std::vector<MountEntry> mountTable() const override;
+  std::optional<PathPlace> placeOf(const std::string& path) const override;
+  int pathStatus(const std::string& path) const override;
   std::optional<std::uint64_t> deviceOf(const std::string& path) const override;
   std::optional<FileSystemStats> fileSystemStats(const std::string& path) const override;
   std::optional<KernelTime> birthTime(const std::string& path) const override;
@@ -43,6 +50,8 @@ class FakeVolumeQueries final : public VolumeQueries {
  private:
   bool exists(const std::string& path) const;
   const FakeVolume* volumeOfDevice(std::uint64_t device) const;
+  const FakeVolume* holderOf(const std::string& path) const;
+  std::uint64_t mountIDOf(const FakeVolume& volume) const;
 };
 
 }  // namespace halyard

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "volumes/mount_table.h"
 #include "volumes/volume_mounts.h"
 
 namespace halyard {
@@ -10,23 +11,6 @@ namespace {
 // Seconds from 1904-01-01 to 1970-01-01.
 constexpr std::int64_t kUnixFrom1904 = 2082844800;
 constexpr std::int64_t kMax48Bits = (std::int64_t{1} << 48) - 1;
-
-// The volume that holds a path: the mount standing for its file system.
-struct Located {
-  MountEntry mount;
-  FileSystemStats stats;
-};
-
-std::optional<Located> locate(const VolumeQueries& queries, const std::string& path) {
-  const auto device = queries.deviceOf(path);
-  if (!device) return std::nullopt;
-  const auto table = queries.mountTable();
-  const MountEntry* mount = canonicalMount(table, *device);
-  if (!mount) return std::nullopt;
-  const auto stats = queries.fileSystemStats(mount->mountPoint);
-  if (!stats) return std::nullopt;
-  return Located{*mount, *stats};
-}
 
 bool isOneOf(const std::string& type, std::initializer_list<std::string_view> types) {
   for (std::string_view t : types) {
@@ -72,35 +56,61 @@ bool hasReliableIdentity(std::uint32_t fsType) {
   return false;
 }
 
-std::optional<VolumeParms> getParms(const VolumeQueries& queries, const std::string& path) {
-  const auto located = locate(queries, path);
-  if (!located) return std::nullopt;
-  const MountEntry& mount = located->mount;
+std::optional<VolumeLocation> locateMountStatistics(const VolumeQueries& queries,
+                                                    const std::vector<MountEntry>& table, const MountEntry& mount) {
+  const MountEntry& standing = canonicalMount(table, mount);
+  const auto stats = queries.fileSystemStats(standing.mountPoint);
+  if (!stats) return std::nullopt;
+  return VolumeLocation{standing, *stats, {}};
+}
+
+void addDeviceFacts(const VolumeQueries& queries, VolumeLocation& volume) {
+  if (!isNetworkFileSystem(volume.mount.fsType)) volume.device = queries.deviceProperties(volume.mount);
+}
+
+std::optional<VolumeLocation> locateMount(const VolumeQueries& queries, const std::vector<MountEntry>& table,
+                                          const MountEntry& mount) {
+  auto volume = locateMountStatistics(queries, table, mount);
+  if (volume) addDeviceFacts(queries, *volume);
+  return volume;
+}
+
+std::optional<VolumeLocation> locateVolume(const VolumeQueries& queries, const std::string& path) {
+  const auto place = queries.placeOf(path);
+  if (!place) return std::nullopt;
+  const auto table = queries.mountTable();
+  const MountEntry* mount = mountHolding(table, *place);
+  if (!mount) return std::nullopt;
+  return locateMount(queries, table, *mount);
+}
+
+std::string volumeNameOf(const VolumeLocation& volume) {
+  const auto& label = volume.device.label;
+  return label && !label->empty() ? *label : lastComponent(volume.mount.mountPoint);
+}
+
+VolumeParms getParms(const VolumeLocation& volume) {
+  const MountEntry& mount = volume.mount;
   VolumeParms parms;
   parms.onServer = isNetworkFileSystem(mount.fsType);
-  parms.removable = !parms.onServer && queries.deviceProperties(mount).removable;
+  parms.removable = !parms.onServer && volume.device.removable;
   const bool fat = isOneOf(mount.fsType, {"vfat", "msdos"});
   parms.largeFiles = !fat;
   parms.symbolicLinks = !fat && mount.fsType != "exfat";
   parms.acls = !fat && mount.fsType != "exfat" && !hasMountOption(mount.options, "noacl");
   parms.caseSensitive = !fat && !isOneOf(mount.fsType, {"exfat", "ntfs", "ntfs3", "fuseblk"});
-  parms.nameLengthLimit = located->stats.nameMax;
+  parms.nameLengthLimit = volume.stats.nameMax;
   parms.mountInfo = serverMountInfo(mount);
   parms.url = serverURL(mount);
   return parms;
 }
 
-std::optional<VolumeInfo> getInfoForVolume(const VolumeQueries& queries, const std::string& path) {
-  const auto located = locate(queries, path);
-  if (!located) return std::nullopt;
-  const MountEntry& mount = located->mount;
-  const FileSystemStats& stats = located->stats;
+VolumeInfo getInfoForVolume(const VolumeQueries& queries, const VolumeLocation& volume) {
+  const FileSystemStats& stats = volume.stats;
   VolumeInfo info;
-  std::optional<std::string> label;
-  if (!isNetworkFileSystem(mount.fsType)) label = queries.deviceProperties(mount).label;
-  info.name = label && !label->empty() ? *label : lastComponent(mount.mountPoint);
-  info.rootPath = mount.mountPoint;
-  if (auto born = queries.birthTime(mount.mountPoint)) info.creationDate = utcDateTimeFromKernelTime(*born);
+  info.name = volumeNameOf(volume);
+  info.rootPath = volume.mount.mountPoint;
+  if (auto born = queries.birthTime(info.rootPath)) info.creationDate = utcDateTimeFromKernelTime(*born);
   info.blockSize = stats.blockSize;
   info.fileSystemID = static_cast<std::uint16_t>(stats.type >> 16);
   info.signature = static_cast<std::uint16_t>(stats.type & 0xFFFF);
@@ -109,26 +119,46 @@ std::optional<VolumeInfo> getInfoForVolume(const VolumeQueries& queries, const s
   return info;
 }
 
-std::optional<MountFlags> statfsPath(const VolumeQueries& queries, const std::string& path) {
-  const auto located = locate(queries, path);
-  if (!located) return std::nullopt;
-  return MountFlags{located->stats.noSuid || keepsNoOwnership(located->mount), located->stats.readOnly};
+MountFlags statfsPath(const VolumeLocation& volume) {
+  return MountFlags{volume.stats.noSuid || keepsNoOwnership(volume.mount), volume.stats.readOnly};
 }
 
-std::map<std::string, std::string> getDetailedDiskInformation(const VolumeQueries& queries, const std::string& path) {
+std::map<std::string, std::string> getDetailedDiskInformation(const VolumeLocation& volume) {
   std::map<std::string, std::string> description;
-  const auto located = locate(queries, path);
-  if (!located || isNetworkFileSystem(located->mount.fsType)) return description;
-  const DeviceProperties device = queries.deviceProperties(located->mount);
+  if (isNetworkFileSystem(volume.mount.fsType)) return description;
+  const DeviceProperties& device = volume.device;
   if (device.model) description["DADeviceModel"] = *device.model;
   if (device.bus) description["DADeviceProtocol"] = *device.bus;
   if (device.uuid) description["DAVolumeUUID"] = *device.uuid;
   return description;
 }
 
+std::optional<VolumeParms> getParms(const VolumeQueries& queries, const std::string& path) {
+  const auto volume = locateVolume(queries, path);
+  if (!volume) return std::nullopt;
+  return getParms(*volume);
+}
+
+std::optional<VolumeInfo> getInfoForVolume(const VolumeQueries& queries, const std::string& path) {
+  const auto volume = locateVolume(queries, path);
+  if (!volume) return std::nullopt;
+  return getInfoForVolume(queries, *volume);
+}
+
+std::optional<MountFlags> statfsPath(const VolumeQueries& queries, const std::string& path) {
+  const auto volume = locateVolume(queries, path);
+  if (!volume) return std::nullopt;
+  return statfsPath(*volume);
+}
+
+std::map<std::string, std::string> getDetailedDiskInformation(const VolumeQueries& queries, const std::string& path) {
+  const auto volume = locateVolume(queries, path);
+  return volume ? getDetailedDiskInformation(*volume) : std::map<std::string, std::string>();
+}
+
 std::string fileSystemFormatStringForNSPath(const VolumeQueries& queries, const std::string& path) {
-  const auto located = locate(queries, path);
-  return located ? located->mount.fsType : std::string();
+  const auto volume = locateVolume(queries, path);
+  return volume ? volume->mount.fsType : std::string();
 }
 
 }  // namespace halyard

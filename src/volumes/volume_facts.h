@@ -1,14 +1,17 @@
 #pragma once
 // The file manager's volume calls as this platform answers them: the volume
 // parameters (what a volume can do), the volume information (who it is), its
-// mount flags, its disk description and its format name. Each call finds the
-// volume that holds a path (the file system of the path's device, at the
-// mount that stands for it) and reads it through VolumeQueries.
+// mount flags, its disk description and its format name. Each call by path
+// finds the volume that holds the path (the path's mount by its mount ID, and
+// the mount that stands for that mount's volume) and reads it through
+// VolumeQueries; the calls on a VolumeLocation read nothing more, so that a
+// record is made from one reading of the machine.
 
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "foundation/dates.h"
 #include "volumes/volume_queries.h"
@@ -61,6 +64,36 @@ struct MountFlags {
   bool readOnly = false;
 };
 
+// A volume as read from the machine once: the mount that stands for it, its
+// file-system statistics and the facts of its device (none for network
+// volumes and pseudo file systems).
+struct VolumeLocation {
+  MountEntry mount;
+  FileSystemStats stats;
+  DeviceProperties device;
+};
+
+// The volume that holds an existing path; absent when none does.
+std::optional<VolumeLocation> locateVolume(const VolumeQueries& queries, const std::string& path);
+// The volume a mount of `table` shows, read at the mount that stands for it.
+std::optional<VolumeLocation> locateMount(const VolumeQueries& queries, const std::vector<MountEntry>& table,
+                                          const MountEntry& mount);
+// The same in two steps, for callers that can stop after the statistics:
+// the location without device facts, then its device facts.
+std::optional<VolumeLocation> locateMountStatistics(const VolumeQueries& queries,
+                                                    const std::vector<MountEntry>& table, const MountEntry& mount);
+void addDeviceFacts(const VolumeQueries& queries, VolumeLocation& volume);
+
+// The volume's name: its label, else the mount point's last component ("/"
+// for the root).
+std::string volumeNameOf(const VolumeLocation& volume);
+
+VolumeParms getParms(const VolumeLocation& volume);
+VolumeInfo getInfoForVolume(const VolumeQueries& queries, const VolumeLocation& volume);
+MountFlags statfsPath(const VolumeLocation& volume);
+std::map<std::string, std::string> getDetailedDiskInformation(const VolumeLocation& volume);
+
+// The same calls by path; absent (or empty) when no volume holds the path.
 std::optional<VolumeParms> getParms(const VolumeQueries& queries, const std::string& path);
 std::optional<VolumeInfo> getInfoForVolume(const VolumeQueries& queries, const std::string& path);
 std::optional<MountFlags> statfsPath(const VolumeQueries& queries, const std::string& path);

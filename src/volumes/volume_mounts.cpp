@@ -56,23 +56,54 @@ std::optional<std::pair<std::string, std::string>> splitHostPath(std::string_vie
 
 bool isNetworkFileSystem(std::string_view fsType) { return networkType(fsType) != nullptr; }
 
-const MountEntry* canonicalMount(const std::vector<MountEntry>& table, std::uint64_t device) {
+MountKind kindOfMount(const MountEntry& mount) {
+  if (mount.sourceIsBlockDevice && (mount.fsType == "squashfs" || mount.fsType == "erofs") &&
+      startsWith(mount.source, "/dev/loop")) {
+    return MountKind::DiskImage;
+  }
+  if (mount.sourceIsBlockDevice || isNetworkFileSystem(mount.fsType)) return MountKind::Volume;
+  return MountKind::PseudoFileSystem;
+}
+
+// btrfs names the subvolume a mount shows in its options; a bind mount of a
+// folder inside it names the same subvolume with another root.
+std::string volumeRootOf(const MountEntry& mount) {
+  if (mount.fsType != "btrfs") return "/";
+  std::string_view options = mount.options;
+  while (!options.empty()) {
+    const std::size_t comma = std::min(options.find(','), options.size());
+    if (startsWith(options.substr(0, comma), "subvol=")) return std::string(options.substr(7, comma - 7));
+    options.remove_prefix(std::min(comma + 1, options.size()));
+  }
+  return "/";
+}
+
+namespace {
+
+bool isSameVolume(const MountEntry& a, const MountEntry& b) {
+  return a.device == b.device && volumeRootOf(a) == volumeRootOf(b);
+}
+
+}  // namespace
+
+const MountEntry& canonicalMount(const std::vector<MountEntry>& table, const MountEntry& mount) {
+  const std::string root = volumeRootOf(mount);
   const MountEntry* first = nullptr;
   for (const MountEntry& entry : table) {
-    if (entry.device != device) continue;
-    if (entry.root == "/") return &entry;
+    if (!isSameVolume(entry, mount)) continue;
+    if (entry.root == root) return entry;
     if (!first) first = &entry;
   }
-  return first;
+  return first ? *first : mount;
 }
 
 std::vector<MountEntry> localVolumeMounts(const std::vector<MountEntry>& table) {
   std::vector<MountEntry> volumes;
-  std::set<std::uint64_t> seen;
+  std::set<std::pair<std::uint64_t, std::string>> seen;
   for (const MountEntry& entry : table) {
-    if (!entry.sourceIsBlockDevice && !isNetworkFileSystem(entry.fsType)) continue;
-    if (!seen.insert(entry.device).second) continue;
-    volumes.push_back(*canonicalMount(table, entry.device));
+    if (kindOfMount(entry) != MountKind::Volume) continue;
+    if (!seen.emplace(entry.device, volumeRootOf(entry)).second) continue;
+    volumes.push_back(canonicalMount(table, entry));
   }
   std::stable_partition(volumes.begin(), volumes.end(), [](const MountEntry& e) { return e.mountPoint == "/"; });
   return volumes;
@@ -89,7 +120,7 @@ std::vector<MountEntry> newlyMountedVolumes(const std::vector<MountEntry>& previ
   std::vector<MountEntry> appeared;
   for (const MountEntry& entry : current) {
     const bool known = std::any_of(previous.begin(), previous.end(), [&](const MountEntry& old) {
-      return old.mountPoint == entry.mountPoint && old.device == entry.device;
+      return old.mountPoint == entry.mountPoint && isSameVolume(old, entry);
     });
     if (!known) appeared.push_back(entry);
   }

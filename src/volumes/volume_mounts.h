@@ -1,9 +1,11 @@
 #pragma once
 // The mount table read as volumes: which mounts are volumes a user would call
-// mounted (block devices and network file systems, never pseudo file
-// systems), which mount stands for a file system that is mounted at several
-// places (bind mounts are one volume), and what a network mount looks like as
-// a mount-info block and a URL. Pure functions over MountEntry lists.
+// mounted (block devices and network file systems, never pseudo file systems
+// or the read-only images that packaging systems loop-mount), which mount
+// stands for a volume that is mounted at several places (bind mounts are one
+// volume; a btrfs subvolume mounted on its own is a volume of its own), and
+// what a network mount looks like as a mount-info block and a URL. Pure
+// functions over MountEntry lists.
 
 #include <cstdint>
 #include <optional>
@@ -17,16 +19,29 @@ namespace halyard {
 
 bool isNetworkFileSystem(std::string_view fsType);
 
-// The mounts that are volumes, each file system once (at its first mount
+// Why a mount is or is not a volume.
+enum class MountKind {
+  Volume,            // a block device or a network file system
+  PseudoFileSystem,  // proc, tmpfs, overlay, ...: no device behind it
+  DiskImage,         // a squashfs or erofs image on a loop device (snaps, app images)
+};
+MountKind kindOfMount(const MountEntry& mount);
+
+// The folder of the file system that the mount's volume is: "/" for a whole
+// file system, the subvolume for a btrfs subvolume ("subvol=/@home").
+std::string volumeRootOf(const MountEntry& mount);
+
+// The mounts that are volumes, each volume once (at its first mount
 // point), the root folder first, then in the table's order.
 std::vector<MountEntry> localVolumeMounts(const std::vector<MountEntry>& table);
 
 // The mount points of localVolumeMounts.
 std::vector<std::string> mountedLocalVolumePaths(const VolumeQueries& queries);
 
-// The mount that stands for the file system with this device: its first
-// mount of the whole file system, else its first mount; null when none.
-const MountEntry* canonicalMount(const std::vector<MountEntry>& table, std::uint64_t device);
+// The mount that stands for the volume `mount` shows: the volume's first
+// mount of its whole root, else its first mount (`mount` itself when the
+// table does not hold it).
+const MountEntry& canonicalMount(const std::vector<MountEntry>& table, const MountEntry& mount);
 
 // The volumes of `current` that `previous` did not have (a mount point that
 // now holds another file system counts as new).

@@ -91,23 +91,25 @@ std::shared_ptr<const VolumeQueries> VolumeSpecifier::queries() const {
   return installed ? installed : linuxVolumeQueries();
 }
 
-// A failing parameter call leaves the record with its file manager only; a
-// failing information call leaves name, path and the numbers unset while the
-// later steps still run.
+// A failing parameter call (no volume holds the path) leaves the record with
+// its file manager only.
 void VolumeSpecifier::initWithPath(const std::string& path) {
   const auto machine = queries();
-  const auto parms = getParms(*machine, path);
-  if (!parms) return;
-  takeParms(*parms);
-  if (auto info = getInfoForVolume(*machine, path)) takeInfo(*info);
-  const std::string root = _volumeRootPath.value_or("");
-  if (auto flags = statfsPath(*machine, root)) {
-    _ignoresOwnership = flags->ignoresOwnership;
-    _readOnly = flags->readOnly;
-  }
-  if (!_fsOnServer) takeDiskInformation(getDetailedDiskInformation(*machine, root));
-  if (auto format = fileSystemFormatStringForNSPath(*machine, root); !format.empty()) _volumeFormat = format;
+  if (auto volume = locateVolume(*machine, path)) initWithVolume(*machine, *volume);
+}
+
+// Every step reads the one location: the root path, its statistics and its
+// device facts are those of the volume found.
+void VolumeSpecifier::initWithVolume(const VolumeQueries& machine, const VolumeLocation& volume) {
+  takeParms(getParms(volume));
+  takeInfo(getInfoForVolume(machine, volume));
+  const MountFlags flags = statfsPath(volume);
+  _ignoresOwnership = flags.ignoresOwnership;
+  _readOnly = flags.readOnly;
+  if (!_fsOnServer) takeDiskInformation(getDetailedDiskInformation(volume));
+  if (!volume.mount.fsType.empty()) _volumeFormat = volume.mount.fsType;
   _volumePercentFull = -1.0f;
+  const std::string root = _volumeRootPath.value_or("");
   if (_fsOnServer || _fsOnRemovableMedia) _serverAlias = _fileManager->createAliasObjectFromNSPath(root);
   _strictVolumeIdentification = hasReliableIdentity(fsKind());
   runCaseTestUnlessExempt();
@@ -178,16 +180,22 @@ void VolumeSpecifier::setInsertVolumePanel(std::shared_ptr<void> window, std::sh
   _insertPromptField = std::move(promptField);
 }
 
+// A call that fails answers the status the root path gets from the machine;
+// a path that can be reached but lies on no volume answers no-such-volume.
 VolumeSpecifier::Status VolumeSpecifier::refreshDynamicProperties() {
   const auto machine = queries();
   const std::string root = _volumeRootPath.value_or("");
+  const auto failed = [&] {
+    const int status = machine->pathStatus(root);
+    return status != 0 ? status : kNoSuchVolume;
+  };
   const auto flags = statfsPath(*machine, root);
-  if (!flags) return kNoSuchVolume;
+  if (!flags) return failed();
   _ignoresOwnership = flags->ignoresOwnership;
   _readOnly = flags->readOnly;
   if (!machine->deviceOf(root)) return 0;
   const auto parms = getParms(*machine, root);
-  if (!parms) return kNoSuchVolume;
+  if (!parms) return failed();
   _supportsACLs = parms->acls;
   return 0;
 }

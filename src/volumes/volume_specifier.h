@@ -169,6 +169,9 @@ class VolumeSpecifier final : public Object {
 
  private:
   void initWithPath(const std::string& path);
+  void initWithVolume(const VolumeQueries& machine, const VolumeLocation& volume);
+  bool statisticsAgree(const VolumeLocation& volume) const;
+  bool nameAgrees(const VolumeLocation& volume) const;
   void takeParms(const VolumeParms& parms);
   void takeInfo(const VolumeInfo& info);
   void takeDiskInformation(const std::map<std::string, std::string>& description);

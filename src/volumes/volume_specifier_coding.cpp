@@ -27,7 +27,9 @@ std::optional<std::string> nonEmptyTextOf(const ArchivedValues& values, const ch
 }
 
 ObjectRef textObject(const std::optional<std::string>& text) { return text ? String::make(*text) : nullptr; }
-ObjectRef unsignedObject(std::uint32_t v) { return std::make_shared<Number>('I', std::uint64_t{v}); }
+// The format's writers keep 32-bit fields as int ('i'), whatever their sign
+// in the record: the reader takes the bits back as unsigned.
+ObjectRef int32Object(std::uint32_t v) { return Number::fromInt32(static_cast<std::int32_t>(v)); }
 
 }  // namespace
 
@@ -55,10 +57,10 @@ std::shared_ptr<Dictionary> VolumeSpecifier::archiveDictionary() const {
       {"vs22", Number::fromBool(_strictVolumeIdentification)},
       {"vs07", Number::fromInt32(_nameLengthLimit)},
       {"vs08", Data::make(creationDateToBigEndian(_creationDate))},
-      {"vs09", unsignedObject(_blockSize)},
+      {"vs09", int32Object(_blockSize)},
       {"vs10", Number::fromInt32(_fileSystemID)},
       {"vs11", Number::fromInt32(_signature)},
-      {"vs16", unsignedObject(_bufferSize)},
+      {"vs16", int32Object(_bufferSize)},
       {"vs21", String::make(volumeFormat())},
       {"vs24", Number::fromBool(deviceInfoValid())},
       {"vs25", String::make(deviceModel())},
@@ -76,7 +78,7 @@ std::shared_ptr<Dictionary> VolumeSpecifier::archiveDictionary() const {
   if (_fileManager && _fileFormatToSave >= kFormatWithFileManager) {
     archive->set("vs17", std::make_shared<ArchivedFileManager>());
   }
-  archive->set("vs15", unsignedObject(_serverMedia));
+  archive->set("vs15", int32Object(_serverMedia));
   return archive;
 }
 

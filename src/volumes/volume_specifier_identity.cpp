@@ -58,7 +58,9 @@ IdentityMismatch VolumeSpecifier::firstMismatch(VolumeSpecifier& other, bool aud
   using enum IdentityMismatch;
   const auto& mine = *_fileManager;
   const auto& theirs = *other.fileManager();
-  if (mine.hostName() != theirs.hostName()) return HostName;
+  // One manager is one host: its name is read from the machine only when
+  // two managers are compared.
+  if (&mine != &theirs && mine.hostName() != theirs.hostName()) return HostName;
   if (mine.isRemote() != theirs.isRemote() || mine.isDistantRemote() != theirs.isDistantRemote()) return RemoteKind;
   if (!equalIgnoringCase(_volumeName, other.volumeName())) return Name;
   if (_blockSize != other.blockSize()) return BlockSize;
@@ -129,11 +131,33 @@ bool VolumeSpecifier::deviceInfoMatches(const VolumeSpecifier& other, bool audit
          deviceGUID() == other.deviceGUID();
 }
 
+// A volume whose statistics (type, block size) or name differ fails the
+// identity test whatever the rest, so only the volumes that agree in them
+// are made into full records (birth time, case test); those skipped write no
+// audit lines. The name needs the device facts, read only for volumes whose
+// statistics agree.
+bool VolumeSpecifier::statisticsAgree(const VolumeLocation& volume) const {
+  return _blockSize == volume.stats.blockSize && fsKind() == volume.stats.type;
+}
+
+bool VolumeSpecifier::nameAgrees(const VolumeLocation& volume) const {
+  return _volumeName && halyard::equalIgnoringCase(*_volumeName, volumeNameOf(volume));
+}
+
+// One reading of the mount table, and of each volume's statistics; device
+// facts and full records only as far as the cheaper fields agree.
 bool VolumeSpecifier::isMounted(TimeInterval now) {
   if (!_fileManager->isConnected()) return false;
-  for (const std::string& path : mountedLocalVolumePaths(*queries())) {
-    auto candidate = volumeSpecifierWithPath(path, _fileManager);
-    if (!candidate || !isEqual(candidate.get())) continue;
+  const auto machine = queries();
+  const auto table = machine->mountTable();
+  for (const MountEntry& mount : localVolumeMounts(table)) {
+    auto volume = locateMountStatistics(*machine, table, mount);
+    if (!volume || !statisticsAgree(*volume)) continue;
+    addDeviceFacts(*machine, *volume);
+    if (!nameAgrees(*volume)) continue;
+    auto candidate = std::make_shared<VolumeSpecifier>(_fileManager);
+    candidate->initWithVolume(*machine, *volume);
+    if (!isEqual(candidate.get())) continue;
     _volumeRootPath = candidate->volumePath();
     _lastMountCheck = now;
     return true;

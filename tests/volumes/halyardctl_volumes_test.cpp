@@ -1,7 +1,8 @@
 // `halyardctl volumes` and `halyardctl volumes check N` on loop-mounted
-// images in a private mount namespace: the listing shows each volume's
-// identity, and the check says where a target is mounted or which identity
-// check the nearest mounted volume fails.
+// images in a private mount namespace: the listing marks which mounts can
+// start an item and why the others cannot, with each volume's identity; the
+// check says where a target is mounted or which identity check each mounted
+// volume fails.
 
 #include <gtest/gtest.h>
 
@@ -42,18 +43,25 @@ TEST(HalyardctlVolumes, CheckTellsWhyAMountDidNotMatch) {
   ASSERT_TRUE(scratch.unmount("a"));
   ASSERT_TRUE(scratch.mount("-o loop", scratch.path("b.img"), "b"));
 
+  ASSERT_TRUE(scratch.mount("--bind", scratch.path("b"), "bound"));
   const std::string listing = halyardctl("volumes");
-  EXPECT_NE(listing.find(scratch.path("b") + "\n  name: Twin\n  type: ext4, signature 0xEF53"), std::string::npos)
+  EXPECT_NE(listing.find(scratch.path("b") + ": can start an item\n  name: Twin\n  type: ext4, signature 0xEF53"),
+            std::string::npos)
+      << listing;
+  EXPECT_NE(listing.find("/proc (proc): cannot start an item: pseudo file system\n"), std::string::npos) << listing;
+  EXPECT_NE(listing.find(scratch.path("bound") + " (ext4): cannot start an item: another mount of the volume at " +
+                         scratch.path("b") + "\n"),
+            std::string::npos)
       << listing;
   EXPECT_NE(listing.find("created: 2020-09-13 12:26:41 +0000"), std::string::npos) << listing;
   EXPECT_NE(halyardctl("volumes --json").find("\"path\": \"" + scratch.path("b") + "\""), std::string::npos);
 
   std::string check = halyardctl("volumes check 1 --file " + schedule);
   EXPECT_NE(check.find("left target (a mount starts a run):"), std::string::npos) << check;
-  EXPECT_NE(check.find("not mounted; nearest volume: " + scratch.path("b") +
-                       ": the creation dates differ (strict identification)"),
+  EXPECT_NE(check.find("    " + scratch.path("b") + ": the creation dates differ (strict identification)\n"),
             std::string::npos)
       << check;
+  EXPECT_NE(check.find("  nearest volume: " + scratch.path("b") + "\n"), std::string::npos) << check;
   EXPECT_NE(check.find("right target: none"), std::string::npos) << check;
 
   ASSERT_TRUE(scratch.mount("-o loop", scratch.path("a.img"), "again"));

@@ -86,9 +86,13 @@ class Scratch {
   // Root folders carry a birth time in whole seconds: `made` (Unix seconds)
   // gives images made within one second their own creation dates.
   bool makeImage(const std::string& name, const std::string& label, long made) const {
-    return run("truncate -s 16M " + path(name)) &&
-           run("E2FSPROGS_FAKE_TIME=" + std::to_string(made) + " mkfs.ext4 -q -F -I 256 -L " + label + " " +
-               path(name));
+    return makeFileSystem(name, "16M",
+                          "E2FSPROGS_FAKE_TIME=" + std::to_string(made) + " mkfs.ext4 -q -F -I 256 -L " + label);
+  }
+  // An image of `size` formatted by `mkfs` (a command that takes the image
+  // path last).
+  bool makeFileSystem(const std::string& name, const std::string& size, const std::string& mkfs) const {
+    return run("truncate -s " + size + " " + path(name)) && run(mkfs + " " + path(name));
   }
   bool mount(const std::string& options, const std::string& what, const std::string& where) {
     std::filesystem::create_directories(path(where));

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <functional>
 
 #include "foundation/log_sink.h"
@@ -216,6 +217,31 @@ TEST(MountCheck, FindsTheVolumeUnderItsNewMountPoint) {
   EXPECT_FALSE(wanted->lastMountCheck());
 }
 
+// btrfs gives a path a device number (40) that the mount table does not
+// show (39), and here another volume's table number is 40: a lookup by
+// st_dev would find that one or none.
+TEST(MountCheck, APathsVolumeIsFoundByItsMountNotItsDeviceNumber) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  FakeVolume pool = diskVolume("/media/u/Pool", 39, "Pool");
+  pool.mount.fsType = "btrfs";
+  pool.mount.options = "rw,subvolid=5,subvol=/";
+  pool.stats.type = 0x9123683E;
+  pool.pathDevice = 40;
+  machine->volumes = {diskVolume("/", 1, "root"), diskVolume("/media/u/Other", 40, "Other"), pool};
+  machine->files = {{"/media/u/Pool/a/b/deep.txt", 7}};
+  auto fm = managerFor(machine);
+  auto deep = VolumeSpecifier::volumeSpecifierWithPath("/media/u/Pool/a/b/deep.txt", fm);
+  auto top = VolumeSpecifier::volumeSpecifierWithPath("/media/u/Pool", fm);
+  EXPECT_EQ(deep->volumeName(), "Pool");
+  EXPECT_EQ(deep->volumePath(), "/media/u/Pool");
+  EXPECT_EQ(deep->volumeFormat(), "btrfs");
+  EXPECT_TRUE(deep->strictVolumeIdentification());
+  EXPECT_TRUE(deep->isEqual(top));
+  machine->volumes[2].mount.mountPoint = "/mnt/pool";
+  EXPECT_TRUE(deep->isMounted(1.0));
+  EXPECT_EQ(deep->volumePath(), "/mnt/pool");
+}
+
 TEST(MountCheck, CoalescedRemembersOnlyAPositiveAnswerForOneSecond) {
   auto machine = std::make_shared<FakeVolumeQueries>();
   machine->volumes = {diskVolume("/media/u/Backup", 2)};
@@ -264,6 +290,20 @@ TEST(CaseTest, AVolumeReportingCaseSensitivityIsTestedAndTheTestWins) {
   machine->files = {{"/v/Readme", 1}, {"/v/rEADME", 1}};
   auto record = VolumeSpecifier::volumeSpecifierWithPath("/v", managerFor(machine));
   EXPECT_FALSE(record->isCaseSensitive());
+}
+
+TEST(DynamicProperties, AreRefreshedOrAnswerTheFailingCallsStatus) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  machine->volumes = {diskVolume("/v", 1)};
+  auto record = VolumeSpecifier::volumeSpecifierWithPath("/v", managerFor(machine));
+  machine->volumes[0].stats.readOnly = true;
+  machine->volumes[0].mount.options = "ro,noacl";
+  EXPECT_EQ(record->refreshDynamicProperties(), 0);
+  EXPECT_TRUE(record->isReadOnly());
+  EXPECT_FALSE(record->supportsACLs());
+  machine->volumes.clear();
+  EXPECT_EQ(record->refreshDynamicProperties(), ENOENT) << "statfs of a root that is gone";
+  EXPECT_TRUE(record->isReadOnly()) << "nothing changes on failure";
 }
 
 TEST(BufferSize, FollowsTheVolumeGrade) {

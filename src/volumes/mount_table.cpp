@@ -1,0 +1,111 @@
+#include "volumes/mount_table.h"
+
+#include <charconv>
+
+namespace halyard {
+namespace {
+
+// A table with more lines than this is not the kernel's; the rest is dropped.
+constexpr std::size_t kMaxMounts = 1 << 16;
+
+std::vector<std::string_view> splitFields(std::string_view line) {
+  std::vector<std::string_view> fields;
+  std::size_t pos = 0;
+  while (pos < line.size()) {
+    const std::size_t start = line.find_first_not_of(' ', pos);
+    if (start == std::string_view::npos) break;
+    const std::size_t end = std::min(line.find(' ', start), line.size());
+    fields.push_back(line.substr(start, end - start));
+    pos = end;
+  }
+  return fields;
+}
+
+template <class Number>
+bool parseNumber(std::string_view text, Number& value) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+// "major:minor" as the kernel's dev_t encoding (glibc's makedev).
+bool parseDevice(std::string_view field, std::uint64_t& device) {
+  const std::size_t colon = field.find(':');
+  std::uint32_t major = 0, minor = 0;
+  if (colon == std::string_view::npos || !parseNumber(field.substr(0, colon), major) ||
+      !parseNumber(field.substr(colon + 1), minor)) {
+    return false;
+  }
+  device = (std::uint64_t{major & 0xFFFFF000u} << 32) | (std::uint64_t{major & 0xFFFu} << 8) |
+           (std::uint64_t{minor & 0xFFFFFF00u} << 12) | (minor & 0xFFu);
+  return true;
+}
+
+// id parent major:minor root mount-point options [optional fields] - type source super-options
+std::optional<MountEntry> parseLine(std::string_view line) {
+  const auto fields = splitFields(line);
+  std::size_t dash = 6;
+  while (dash < fields.size() && fields[dash] != "-") ++dash;
+  if (dash + 2 >= fields.size()) return std::nullopt;
+  MountEntry entry;
+  if (!parseNumber(fields[0], entry.mountID) || !parseDevice(fields[2], entry.device)) return std::nullopt;
+  entry.root = unescapeMountField(fields[3]);
+  entry.mountPoint = unescapeMountField(fields[4]);
+  entry.fsType = unescapeMountField(fields[dash + 1]);
+  entry.source = unescapeMountField(fields[dash + 2]);
+  entry.options = unescapeMountField(fields[5]);
+  if (dash + 3 < fields.size()) entry.options += "," + unescapeMountField(fields[dash + 3]);
+  if (entry.root.empty() || entry.root[0] != '/' || entry.mountPoint.empty() || entry.mountPoint[0] != '/') {
+    return std::nullopt;
+  }
+  return entry;
+}
+
+}  // namespace
+
+std::string unescapeMountField(std::string_view field) {
+  std::string out;
+  for (std::size_t i = 0; i < field.size(); ++i) {
+    if (field[i] == '\\' && i + 3 < field.size()) {
+      const std::string_view digits = field.substr(i + 1, 3);
+      if (digits.find_first_not_of("01234567") == std::string_view::npos && digits[0] <= '3') {
+        out.push_back(static_cast<char>(((digits[0] - '0') << 6) | ((digits[1] - '0') << 3) | (digits[2] - '0')));
+        i += 3;
+        continue;
+      }
+    }
+    out.push_back(field[i]);
+  }
+  return out;
+}
+
+std::vector<MountEntry> parseMountTable(std::string_view text) {
+  std::vector<MountEntry> entries;
+  while (!text.empty() && entries.size() < kMaxMounts) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    if (auto entry = parseLine(text.substr(0, end))) entries.push_back(std::move(*entry));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return entries;
+}
+
+bool isWithinFolder(std::string_view path, std::string_view folder) {
+  if (folder == "/") return !path.empty() && path.front() == '/';
+  return path.substr(0, folder.size()) == folder && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+// A mount point can be mounted over; the later line is the one on top.
+const MountEntry* mountHolding(const std::vector<MountEntry>& table, const PathPlace& place) {
+  if (place.mountID) {
+    for (const MountEntry& entry : table) {
+      if (entry.mountID == *place.mountID) return &entry;
+    }
+  }
+  const MountEntry* holder = nullptr;
+  for (const MountEntry& entry : table) {
+    if (!isWithinFolder(place.resolvedPath, entry.mountPoint)) continue;
+    if (!holder || entry.mountPoint.size() >= holder->mountPoint.size()) holder = &entry;
+  }
+  return holder;
+}
+
+}  // namespace halyard

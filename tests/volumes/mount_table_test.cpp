@@ -1,0 +1,85 @@
+// The mount table as data: mountinfo lines parsed and unescaped, a path tied
+// to its mount by mount ID (never by device number), volumes told apart by
+// device and btrfs subvolume, images and pseudo file systems left out.
+
+#include <gtest/gtest.h>
+
+#include "volumes/mount_table.h"
+#include "volumes/volume_mounts.h"
+
+namespace halyard {
+namespace {
+
+// A btrfs file system (0:39 in the table) with its top at /data and its
+// subvolume "home" at /home, a bind mount of a folder of the top, an ext4
+// root, a snap's squashfs image and a tmpfs mounted over a folder of /data.
+constexpr const char* kTable =
+    "22 1 254:0 / / rw,relatime shared:1 - ext4 /dev/vda rw\n"
+    "40 22 0:39 / /data rw,relatime shared:7 - btrfs /dev/loop0 rw,space_cache=v2,subvolid=5,subvol=/\n"
+    "41 22 0:39 /home /home rw master:2 - btrfs /dev/loop0 rw,subvolid=256,subvol=/home\n"
+    "42 22 0:39 /pics /srv/My\\040Pictures rw - btrfs /dev/loop0 rw,subvolid=5,subvol=/\n"
+    "43 22 7:3 / /snap/core/1 ro,nodev - squashfs /dev/loop3 ro\n"
+    "44 40 0:45 / /data/tmp rw - tmpfs tmpfs rw\n"
+    "bad line\n"
+    "45 22 x:1 / /broken rw - tmpfs tmpfs rw\n"
+    "46 22 0:46 / /no-type rw -\n"
+    "47 22 0:47 relative /odd rw - tmpfs tmpfs rw\n";
+
+std::vector<MountEntry> table() {
+  auto entries = parseMountTable(kTable);
+  for (MountEntry& e : entries) e.sourceIsBlockDevice = e.source.rfind("/dev/", 0) == 0;
+  return entries;
+}
+
+TEST(MountTable, LinesAreParsedAndUnescaped) {
+  const auto entries = table();
+  ASSERT_EQ(entries.size(), 6u);
+  EXPECT_EQ(entries[0].mountID, 22u);
+  EXPECT_EQ(entries[0].device, (254u << 8));
+  EXPECT_EQ(entries[1].fsType, "btrfs");
+  EXPECT_EQ(entries[1].source, "/dev/loop0");
+  EXPECT_EQ(entries[1].device, 39u);
+  EXPECT_EQ(entries[2].root, "/home");
+  EXPECT_EQ(entries[2].options, "rw,rw,subvolid=256,subvol=/home") << "mount options, then the file system's";
+  EXPECT_EQ(entries[3].mountPoint, "/srv/My Pictures");
+  EXPECT_EQ(unescapeMountField("tail\\134"), "tail\\");
+  EXPECT_EQ(unescapeMountField("\\777\\04"), "\\777\\04") << "escapes beyond a byte or cut short stay";
+}
+
+TEST(MountTable, APathIsTiedToItsMountByMountIDNeverByDevice) {
+  const auto entries = table();
+  struct Case {
+    const char* name;
+    PathPlace place;
+    const char* mountPoint;
+  } cases[] = {
+      {"mount ID of the subvolume", {41, "/home/ann/doc"}, "/home"},
+      {"mount ID wins over the path", {40, "/home/ann/doc"}, "/data"},
+      {"no ID: longest mount point", {std::nullopt, "/data/tmp/x"}, "/data/tmp"},
+      {"no ID: not a mere name prefix", {std::nullopt, "/database"}, "/"},
+      {"unknown ID: longest mount point", {99, "/srv/My Pictures/a"}, "/srv/My Pictures"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const MountEntry* mount = mountHolding(entries, c.place);
+    ASSERT_TRUE(mount);
+    EXPECT_EQ(mount->mountPoint, c.mountPoint);
+  }
+  EXPECT_FALSE(mountHolding({}, {std::nullopt, "/x"}));
+}
+
+TEST(MountTable, VolumesAreDevicesAndSubvolumesNotImagesOrPseudoFileSystems) {
+  const auto entries = table();
+  std::vector<std::string> points;
+  for (const MountEntry& e : localVolumeMounts(entries)) points.push_back(e.mountPoint);
+  EXPECT_EQ(points, (std::vector<std::string>{"/", "/data", "/home"}));
+  EXPECT_EQ(kindOfMount(entries[4]), MountKind::DiskImage);
+  EXPECT_EQ(kindOfMount(entries[5]), MountKind::PseudoFileSystem);
+  EXPECT_EQ(volumeRootOf(entries[2]), "/home");
+  EXPECT_EQ(volumeRootOf(entries[3]), "/") << "a bind mount of a folder is its subvolume's";
+  EXPECT_EQ(canonicalMount(entries, entries[3]).mountPoint, "/data");
+  EXPECT_EQ(canonicalMount(entries, entries[2]).mountPoint, "/home");
+}
+
+}  // namespace
+}  // namespace halyard
