@@ -37,6 +37,7 @@ class Data;
 namespace halyard::fileservices {
 
 struct CopyEngineSetup;
+class VTUserGroupMapper;
 using ErrorCode = std::int32_t;
 
 inline constexpr ErrorCode kUserCanceledErr = -128;
@@ -110,6 +111,16 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   void setDefaultGroupID(std::uint32_t gid) { _defaultGroupID = gid; }
   std::uint32_t defaultGroupID() const { return _defaultGroupID; }
   const std::vector<std::string>& eaExcludeList() const { return _eaExcludeList; }
+  // The user and group id mapper for transfers with another machine (none
+  // unless one is set).
+  void setIDMappingDelegate(std::shared_ptr<VTUserGroupMapper> delegate) {
+    std::lock_guard guard(*_threadLock);
+    _idMappingDelegate = std::move(delegate);
+  }
+  std::shared_ptr<VTUserGroupMapper> idMappingDelegate() const {
+    std::lock_guard guard(*_threadLock);
+    return _idMappingDelegate;
+  }
 
   // Copy buffers: uninitialised memory owned by the manager, reused while the
   // size asked for stays the same. Size 0 frees the buffer and answers null;
@@ -204,6 +215,7 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   std::thread::id _auditThread;
   std::shared_ptr<const HostIdentitySource> _identity;
   std::shared_ptr<const VolumeQueries> _volumeQueries;
+  std::shared_ptr<VTUserGroupMapper> _idMappingDelegate;
   VTThreadedCommandPool& _pool;
 };
 
