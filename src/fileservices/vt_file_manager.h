@@ -167,6 +167,20 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   void removeFileAtPathThreadedCommand(CommandID id);
   ErrorCode removeFileAtPath(const std::string& path);
 
+  // The ZIP family (zip_transfer.h): an item moved into a ZIP archive with
+  // its metadata as the member "metadata.plist", and extracted again (into
+  // the archive's folder when `dest` is absent).
+  CommandID asyncMovePathToZIPArchiveAtPath(const std::string& src, const std::string& archive,
+                                            bool preserveComments, bool preserveACLs);
+  void movePathToZIPArchiveThreadedCommand(CommandID id);
+  ErrorCode movePathToZIPArchiveAtPath(const std::string& src, const std::string& archive, bool preserveComments,
+                                       bool preserveACLs);
+  CommandID asyncExtractFile(const std::string& name, const std::string& archive,
+                             const std::optional<std::string>& dest, bool applyMetadata);
+  void extractFileFromZIPArchiveThreadedCommand(CommandID id);
+  ErrorCode extractFile(const std::string& name, const std::string& archive, const std::optional<std::string>& dest,
+                        bool applyMetadata);
+
   // The inherited operations, on this library's block-copy engine. Inside a
   // command they honour its "DCPY", "PAUSE" and "ABORT".
   ErrorCode copyPathHandler(const std::string& src, const std::string& dest);
