@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "foundation/archived_dictionary.h"
 #include "foundation/archived_values.h"
 #include "foundation/archiver.h"
 #include "foundation/json_writer.h"
@@ -189,13 +190,10 @@ void VTUserGroupMapper::applyArchiveDictionary(const Dictionary& archive) {
 }
 
 Expected<ObjectRef> VTUserGroupMapper::initWithCoder(Unarchiver& coder) {
-  const std::size_t at = coder.offset();
-  auto object = coder.decodeObject();
-  if (!object) return object.error();
-  auto archive = objectAs<Dictionary>(*object);
-  if (!archive) return coder.failureAt(at, "a mapper holds " + archivedClassName(*object) + ", not a dictionary");
+  auto archive = decodeArchivedDictionary(coder, "a user and group mapper");
+  if (!archive) return archive.error();
   auto mapper = std::make_shared<VTUserGroupMapper>();
-  mapper->applyArchiveDictionary(*archive);
+  mapper->applyArchiveDictionary(**archive);
   return ObjectRef{mapper};
 }
 

@@ -26,11 +26,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <type_traits>
 
 #include "fileservices/append_stream.h"
 #include "foundation/class_registry.h"
-#include "foundation/log_sink.h"
+#include "foundation/exception_guard.h"
 #include "foundation/values.h"
 #include "logging/generic_log_entry.h"
 #include "logging/log_collaborators.h"
@@ -147,20 +146,12 @@ class GenericLog final : public Object {
   std::function<void(std::string_view)> _guardFault;
 };
 
-// The exception guard of every locked accessor: the body runs under the
-// lock; an exception is logged with the selector and swallowed, and a getter
-// then answers its type's empty value.
+// Every locked accessor runs its body under the lock, inside the exception
+// guard.
 template <class Body>
 auto GenericLog::guarded(const char* selector, Body&& body) const {
-  using Result = std::invoke_result_t<Body&>;
-  Lock hold(_threadLock);
-  try {
-    if (_guardFault) _guardFault(selector);
-    return body();
-  } catch (...) {
-    logLine(std::string("<Error:> Exception caught in ") + selector, LogPriority::Error);
-    if constexpr (!std::is_void_v<Result>) return Result{};
-  }
+  const Lock hold(_threadLock);
+  return runGuarded(selector, _guardFault, std::forward<Body>(body));
 }
 
 // Adds the decoders of GenericLog and GenericLogEntry; decoded logs take

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "foundation/archived_dictionary.h"
 #include "foundation/archived_values.h"
 #include "foundation/archiver.h"
 #include "foundation/json_writer.h"
@@ -78,13 +79,10 @@ void GenericLog::applyArchiveDictionary(const Dictionary& archive) {
 }
 
 Expected<ObjectRef> GenericLog::initWithCoder(Unarchiver& coder, const Environment& environment) {
-  const std::size_t at = coder.offset();
-  auto object = coder.decodeObject();
-  if (!object) return object.error();
-  auto archive = objectAs<Dictionary>(*object);
-  if (!archive) return coder.failureAt(at, "a log holds " + archivedClassName(*object) + ", not a dictionary");
+  auto archive = decodeArchivedDictionary(coder, "a log");
+  if (!archive) return archive.error();
   auto log = std::make_shared<GenericLog>(environment);
-  log->applyArchiveDictionary(*archive);
+  log->applyArchiveDictionary(**archive);
   return ObjectRef{log};
 }
 

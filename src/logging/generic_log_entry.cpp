@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "foundation/archived_dictionary.h"
 #include "foundation/archived_values.h"
 #include "foundation/archiver.h"
 #include "foundation/json_writer.h"
@@ -60,16 +61,13 @@ void GenericLogEntry::writeJson(JsonWriter& json) const {
 }
 
 Expected<ObjectRef> GenericLogEntry::initWithCoder(Unarchiver& coder) {
-  const std::size_t at = coder.offset();
-  auto object = coder.decodeObject();
-  if (!object) return object.error();
-  auto archive = objectAs<Dictionary>(*object);
-  if (!archive) return coder.failureAt(at, "a log entry holds " + archivedClassName(*object) + ", not a dictionary");
-  const ArchivedValues values(*archive, "a log entry");
+  auto archive = decodeArchivedDictionary(coder, "a log entry");
+  if (!archive) return archive.error();
+  const ArchivedValues values(**archive, "a log entry");
   TimeInterval time = 0;
-  if (auto date = objectAs<Date>(archive->get("time"))) {
+  if (auto date = objectAs<Date>((*archive)->get("time"))) {
     time = date->seconds;
-  } else if (auto calendarDate = objectAs<CalendarDate>(archive->get("time"))) {
+  } else if (auto calendarDate = objectAs<CalendarDate>((*archive)->get("time"))) {
     time = calendarDate->seconds;
   }
   if (!std::isfinite(time)) time = 0;
