@@ -96,10 +96,11 @@ std::optional<std::uint64_t> unsignedAt(plist_t dict, const char* key) {
 std::optional<std::string> textAt(plist_t dict, const char* key) {
   plist_t node = itemOfType(dict, key, PLIST_STRING);
   if (!node) return std::nullopt;
-  char* raw = nullptr;
-  plist_get_string_val(node, &raw);
-  MallocText text(raw);
-  return text ? std::optional<std::string>(text.get()) : std::nullopt;
+  // By pointer and length: a string may hold a zero byte, which libplist's
+  // copying getter refuses by assertion.
+  std::uint64_t length = 0;
+  const char* text = plist_get_string_ptr(node, &length);
+  return text ? std::optional<std::string>(std::string(text, length)) : std::nullopt;
 }
 
 std::optional<std::string> dataOf(plist_t node) {
