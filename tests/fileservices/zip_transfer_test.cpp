@@ -9,7 +9,9 @@
 #include <acl/libacl.h>
 #include <sys/acl.h>
 #include <sys/ioctl.h>
+#include <grp.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -208,6 +210,33 @@ TEST_F(ZipTransferTest, AuditLinesOfTheOutermostCall) {
                                  prefix + "extractFile:\"x\" fromZIPArchiveAtPath:\"" + folder.path("none.zip") +
                                      "\" toPath:\"" + folder.path("dest") + "\" applyMetadata:NO",
                                  prefix + "extractFile:fromZIPArchiveAtPath:toPath:applyMetadata: errcode: -43"}));
+}
+
+// As another user than root, in a child process: the stored no-dump flag
+// comes back, the top-of-hierarchy flag (above the low 16 bits) does not.
+TEST_F(ZipTransferTest, NonRootExtractionSetsOnlyLowFlags) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to prepare a folder for another user";
+  const std::string tree = folder.path("flagged");
+  fs::create_directory(tree);
+  setInodeFlags(tree, inodeFlags(tree) | FS_NODUMP_FL | FS_TOPDIR_FL);
+  if (!(inodeFlags(tree) & FS_TOPDIR_FL)) GTEST_SKIP() << "this file system keeps no top-directory flag";
+  ASSERT_EQ(fm->movePathToZIPArchiveAtPath(tree, folder.path("flagged.zip"), false, false), 0);
+  const uid_t nobody = 65534;
+  chmod(folder.root().c_str(), 0755);
+  for (const char* name : {"dest", "tmp", "flagged.zip"}) chown(folder.path(name).c_str(), nobody, nobody);
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool dropped = setgroups(0, nullptr) == 0 && setresgid(nobody, nobody, nobody) == 0 &&
+                         setresuid(nobody, nobody, nobody) == 0;
+    _exit(dropped && VTFileManager::make()->extractFile("flagged", folder.path("flagged.zip"), folder.path("dest"),
+                                                        true) == 0 ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  ASSERT_EQ(status, 0) << "the extraction as another user failed";
+  const unsigned flags = inodeFlags(folder.path("dest/flagged"));
+  EXPECT_TRUE(flags & FS_NODUMP_FL);
+  EXPECT_FALSE(flags & FS_TOPDIR_FL);
 }
 
 TEST(InodeFlagsToSet, NonRootSetsOnlyUnprivilegedLowBits) {
