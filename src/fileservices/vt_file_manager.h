@@ -38,6 +38,7 @@ namespace halyard::fileservices {
 
 struct CopyEngineSetup;
 struct EngineReport;
+class VTUserGroupMapper;
 using ErrorCode = std::int32_t;
 
 inline constexpr ErrorCode kUserCanceledErr = -128;
@@ -116,6 +117,16 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   void setDefaultGroupID(std::uint32_t gid) { _defaultGroupID = gid; }
   std::uint32_t defaultGroupID() const { return _defaultGroupID; }
   const std::vector<std::string>& eaExcludeList() const { return _eaExcludeList; }
+  // The user and group id mapper for transfers with another machine (none
+  // unless one is set).
+  void setIDMappingDelegate(std::shared_ptr<VTUserGroupMapper> delegate) {
+    std::lock_guard guard(*_threadLock);
+    _idMappingDelegate = std::move(delegate);
+  }
+  std::shared_ptr<VTUserGroupMapper> idMappingDelegate() const {
+    std::lock_guard guard(*_threadLock);
+    return _idMappingDelegate;
+  }
 
   // Copy buffers: uninitialised memory owned by the manager, reused while the
   // size asked for stays the same. Size 0 frees the buffer and answers null;
@@ -161,6 +172,20 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   CommandID asyncRemoveFileAtPath(const std::string& path, std::shared_ptr<ProgressDelegate> delegate = nullptr);
   void removeFileAtPathThreadedCommand(CommandID id);
   ErrorCode removeFileAtPath(const std::string& path);
+
+  // The ZIP family (zip_transfer.h): an item moved into a ZIP archive with
+  // its metadata as the member "metadata.plist", and extracted again (into
+  // the archive's folder when `dest` is absent).
+  CommandID asyncMovePathToZIPArchiveAtPath(const std::string& src, const std::string& archive,
+                                            bool preserveComments, bool preserveACLs);
+  void movePathToZIPArchiveThreadedCommand(CommandID id);
+  ErrorCode movePathToZIPArchiveAtPath(const std::string& src, const std::string& archive, bool preserveComments,
+                                       bool preserveACLs);
+  CommandID asyncExtractFile(const std::string& name, const std::string& archive,
+                             const std::optional<std::string>& dest, bool applyMetadata);
+  void extractFileFromZIPArchiveThreadedCommand(CommandID id);
+  ErrorCode extractFile(const std::string& name, const std::string& archive, const std::optional<std::string>& dest,
+                        bool applyMetadata);
 
   // The inherited operations, on this library's block-copy engine. Inside a
   // command they honour its "DCPY", "PAUSE" and "ABORT".
@@ -213,6 +238,7 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   std::thread::id _auditThread;
   std::shared_ptr<const HostIdentitySource> _identity;
   std::shared_ptr<const VolumeQueries> _volumeQueries;
+  std::shared_ptr<VTUserGroupMapper> _idMappingDelegate;
   VTThreadedCommandPool& _pool;
 };
 

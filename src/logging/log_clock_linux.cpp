@@ -1,0 +1,26 @@
+// The system clock and the local zone of the process, read only here.
+
+#include <chrono>
+
+#include "logging/log_collaborators.h"
+
+namespace halyard {
+namespace {
+
+class SystemLogClock final : public LogClock {
+ public:
+  TimeInterval now() const override {
+    const auto since = std::chrono::system_clock::now().time_since_epoch();
+    return fromUnixSeconds(std::chrono::duration<double>(since).count());
+  }
+  cctz::time_zone zone() const override { return cctz::local_time_zone(); }
+};
+
+}  // namespace
+
+std::shared_ptr<const LogClock> systemLogClock() {
+  static const auto clock = std::make_shared<SystemLogClock>();
+  return clock;
+}
+
+}  // namespace halyard

@@ -1,0 +1,262 @@
+// The ZIP transfer on real files with the real zip and unzip: a tree's
+// metadata survives move and extraction field by field; archives without
+// metadata, locked items, missing tools and tool failures give their codes;
+// the temporary folder never outlives an operation.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <acl/libacl.h>
+#include <sys/acl.h>
+#include <sys/ioctl.h>
+#include <grp.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "fileservices/file_metadata.h"
+#include "fileservices/item_metadata_io.h"
+#include "fileservices/test_folder.h"
+#include "fileservices/zip_builder.h"
+#include "fileservices/zip_transfer.h"
+#include "foundation/log_sink.h"
+
+namespace halyard::fileservices {
+namespace {
+
+namespace fs = std::filesystem;
+
+unsigned inodeFlags(const std::string& path) {
+  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
+  int flags = 0;
+  if (fd >= 0) ioctl(fd, FS_IOC_GETFLAGS, &flags);
+  if (fd >= 0) close(fd);
+  return static_cast<unsigned>(flags);
+}
+
+void setInodeFlags(const std::string& path, unsigned flags) {
+  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
+  int value = static_cast<int>(flags);
+  ioctl(fd, FS_IOC_SETFLAGS, &value);
+  close(fd);
+}
+
+std::string aclText(const std::string& path) {
+  acl_t acl = acl_get_file(path.c_str(), ACL_TYPE_ACCESS);
+  char* text = acl ? acl_to_any_text(acl, nullptr, ',', 0) : nullptr;
+  std::string result = text ? text : "";
+  acl_free(text);
+  acl_free(acl);
+  return result;
+}
+
+std::string attribute(const std::string& path, const char* name) {
+  char value[256];
+  const ssize_t size = lgetxattr(path.c_str(), name, value, sizeof value);
+  return size < 0 ? "(none)" : std::string(value, static_cast<std::size_t>(size));
+}
+
+// The fields that must survive, as one comparable record. (The access time
+// is the one zip left, read after zip ran, so it is not the one set here.)
+struct Snapshot {
+  unsigned mode;
+  uid_t uid;
+  gid_t gid;
+  timespec mtime;
+  unsigned nodump;
+  std::string acl, userAttribute, comment;
+  static Snapshot of(const std::string& path) {
+    struct stat st {};
+    lstat(path.c_str(), &st);
+    return {st.st_mode,          st.st_uid,      st.st_gid,
+            st.st_mtim,          inodeFlags(path) & FS_NODUMP_FL,
+            aclText(path),       attribute(path, "user.test"), readComment(path).value_or("(none)")};
+  }
+};
+
+void expectSame(const Snapshot& a, const Snapshot& b) {
+  EXPECT_EQ(a.mode, b.mode);
+  EXPECT_EQ(a.uid, b.uid);
+  EXPECT_EQ(a.gid, b.gid);
+  EXPECT_EQ(a.mtime.tv_sec, b.mtime.tv_sec);
+  EXPECT_EQ(a.mtime.tv_nsec, b.mtime.tv_nsec);
+  EXPECT_EQ(a.nodump, b.nodump);
+  EXPECT_EQ(a.acl, b.acl);
+  EXPECT_EQ(a.userAttribute, b.userAttribute);
+  EXPECT_EQ(a.comment, b.comment);
+}
+
+class ZipTransferTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fs::create_directory(folder.path("tmp"));
+    fs::create_directory(folder.path("dest"));
+    const char* old = std::getenv("TMPDIR");
+    if (old) oldTmpdir = old;
+    setenv("TMPDIR", folder.path("tmp").c_str(), 1);
+  }
+  void TearDown() override {
+    EXPECT_TRUE(fs::is_empty(folder.path("tmp"))) << "a temporary folder was left behind";
+    if (oldTmpdir) setenv("TMPDIR", oldTmpdir->c_str(), 1); else unsetenv("TMPDIR");
+  }
+  ErrorCode waitFor(CommandID id) {
+    while (id > 0 && fm->statusForCommand(id) == kCommandNotFinished) id = fm->waitForCommandCompletion(id, 10.0);
+    return id < 0 ? 0 : fm->statusForCommand(id);
+  }
+
+  TestFolder folder;
+  std::shared_ptr<VTFileManager> fm = VTFileManager::make();
+  std::optional<std::string> oldTmpdir;
+};
+
+TEST_F(ZipTransferTest, TreeWithMetadataSurvivesMoveAndExtraction) {
+  const std::string tree = folder.path("tree");
+  folder.writeFile("tree/doc.txt", "hello");
+  symlink("doc.txt", folder.path("tree/link").c_str());
+  setxattr(tree.c_str(), "user.test", "v", 1, 0);
+  writeComment(tree, "a comment");
+  acl_t acl = acl_from_text("u::rwx,g::r-x,o::---,u:65534:r-x,m::r-x");
+  ASSERT_EQ(acl_set_file(tree.c_str(), ACL_TYPE_ACCESS, acl), 0);
+  acl_free(acl);
+  setInodeFlags(tree, inodeFlags(tree) | FS_NODUMP_FL);
+  const timespec times[2] = {{1000000000, 5}, {1200000000, 123456789}};
+  utimensat(AT_FDCWD, tree.c_str(), times, 0);
+  const Snapshot before = Snapshot::of(tree);
+  ASSERT_EQ(before.nodump, unsigned{FS_NODUMP_FL}) << "this file system keeps no inode flags";
+
+  const std::string archive = folder.path("tree.zip");
+  EXPECT_EQ(waitFor(fm->asyncMovePathToZIPArchiveAtPath(tree, archive, true, true)), 0);
+  EXPECT_FALSE(fs::exists(tree));
+  EXPECT_EQ(waitFor(fm->asyncExtractFile("tree", archive, folder.path("dest"), true)), 0);
+
+  const std::string extracted = folder.path("dest/tree");
+  expectSame(Snapshot::of(extracted), before);
+  EXPECT_EQ(fs::read_symlink(extracted + "/link"), "doc.txt");
+  std::ifstream doc(extracted + "/doc.txt");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(doc), {}), "hello");
+  EXPECT_FALSE(fs::exists(folder.path("dest/metadata.plist")));
+}
+
+TEST_F(ZipTransferTest, MetadataMemberRulesOnExtraction) {
+  folder.writeFile("with.txt", "kept");
+  ASSERT_EQ(fm->movePathToZIPArchiveAtPath(folder.path("with.txt"), folder.path("with.zip"), true, false), 0);
+  ASSERT_TRUE(ZipBuilder().add("plain.txt", "plain").write(folder.path("plain.zip")));
+  struct Case {
+    const char* name;
+    std::string item, archive;
+    bool apply;
+    ErrorCode code;
+    bool itemLeft;
+  } cases[] = {
+      {"no metadata member, applying it: -43 and nothing left", "plain.txt", "plain.zip", true, -43, false},
+      {"no metadata member, not applying it", "plain.txt", "plain.zip", false, 0, true},
+      {"a metadata member, not applying it, leaves no plist", "with.txt", "with.zip", false, 0, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(fm->extractFile(c.item, folder.path(c.archive), folder.path("dest"), c.apply), c.code);
+    EXPECT_EQ(fm->lastError(), c.code);
+    EXPECT_EQ(fs::exists(folder.path("dest/" + c.item)), c.itemLeft);
+    EXPECT_FALSE(fs::exists(folder.path("dest/metadata.plist")));
+    fs::remove_all(folder.path("dest/" + c.item));
+  }
+}
+
+TEST_F(ZipTransferTest, LockedItemMoves) {
+  if (!canChangeLock()) GTEST_SKIP() << "the process may not set the immutable flag";
+  const std::string file = folder.writeFile("locked.txt", "locked");
+  ASSERT_EQ(setLocked(file, true), 0);
+  EXPECT_EQ(fm->movePathToZIPArchiveAtPath(file, folder.path("locked.zip"), false, false), 0);
+  EXPECT_FALSE(fs::exists(file));
+  EXPECT_EQ(fm->extractFile("locked.txt", folder.path("locked.zip"), std::nullopt, true), 0);
+  EXPECT_TRUE(isLocked(file)) << "the lock comes back with the metadata, as root";
+}
+
+TEST_F(ZipTransferTest, ToolFailuresAreStatusCodes) {
+  const std::string file = folder.writeFile("item.txt", "item");
+  folder.writeFile("not-a.zip", "this is no archive");
+  ZipTransfer missingTools(*fm, {"/nonexistent/zip", "/nonexistent/unzip"});
+  struct Case {
+    const char* name;
+    std::function<ErrorCode()> run;
+    ErrorCode code;
+  } cases[] = {
+      {"zip missing", [&] { return missingTools.moveToArchive(file, folder.path("a.zip"), true, true); }, ENOENT},
+      {"unzip missing", [&] { return missingTools.extract("x", folder.path("not-a.zip"), std::nullopt, false); }, ENOENT},
+      {"archive in a missing folder: zip status 15",
+       [&] { return fm->movePathToZIPArchiveAtPath(file, folder.path("none/a.zip"), false, false); }, -2540},
+      {"not an archive: unzip status 9", [&] { return fm->extractFile("x", folder.path("not-a.zip"), {}, false); }, -43},
+      {"a name that is a path", [&] { return fm->extractFile("../x", folder.path("not-a.zip"), {}, false); }, kParamErr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(c.run(), c.code);
+    EXPECT_TRUE(fs::exists(file)) << "a failed move leaves the item";
+    EXPECT_FALSE(fs::exists(folder.path("a.zip")));
+  }
+}
+
+TEST_F(ZipTransferTest, AuditLinesOfTheOutermostCall) {
+  LogCapture capture;
+  fm->setAuditEnabled(true);
+  fm->extractFile("x", folder.path("none.zip"), folder.path("dest"), false);
+  fm->setAuditEnabled(false);
+  const std::string prefix = "<FMAudit> VTFileManager: ";
+  EXPECT_EQ(capture.lines(), (std::vector<std::string>{
+                                 prefix + "extractFile:\"x\" fromZIPArchiveAtPath:\"" + folder.path("none.zip") +
+                                     "\" toPath:\"" + folder.path("dest") + "\" applyMetadata:NO",
+                                 prefix + "extractFile:fromZIPArchiveAtPath:toPath:applyMetadata: errcode: -43"}));
+}
+
+// As another user than root, in a child process: the stored no-dump flag
+// comes back, the top-of-hierarchy flag (above the low 16 bits) does not.
+TEST_F(ZipTransferTest, NonRootExtractionSetsOnlyLowFlags) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to prepare a folder for another user";
+  const std::string tree = folder.path("flagged");
+  fs::create_directory(tree);
+  setInodeFlags(tree, inodeFlags(tree) | FS_NODUMP_FL | FS_TOPDIR_FL);
+  if (!(inodeFlags(tree) & FS_TOPDIR_FL)) GTEST_SKIP() << "this file system keeps no top-directory flag";
+  ASSERT_EQ(fm->movePathToZIPArchiveAtPath(tree, folder.path("flagged.zip"), false, false), 0);
+  const uid_t nobody = 65534;
+  chmod(folder.root().c_str(), 0755);
+  for (const char* name : {"dest", "tmp", "flagged.zip"}) chown(folder.path(name).c_str(), nobody, nobody);
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool dropped = setgroups(0, nullptr) == 0 && setresgid(nobody, nobody, nobody) == 0 &&
+                         setresuid(nobody, nobody, nobody) == 0;
+    _exit(dropped && VTFileManager::make()->extractFile("flagged", folder.path("flagged.zip"), folder.path("dest"),
+                                                        true) == 0 ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  ASSERT_EQ(status, 0) << "the extraction as another user failed";
+  const unsigned flags = inodeFlags(folder.path("dest/flagged"));
+  EXPECT_TRUE(flags & FS_NODUMP_FL);
+  EXPECT_FALSE(flags & FS_TOPDIR_FL);
+}
+
+TEST(InodeFlagsToSet, NonRootSetsOnlyUnprivilegedLowBits) {
+  struct Case {
+    const char* name;
+    unsigned stored, current;
+    bool root;
+    unsigned expected;
+  } cases[] = {
+      {"root sets the stored flags whole", FS_NODUMP_FL | FS_IMMUTABLE_FL | 0x20000, FS_EXTENT_FL, true,
+       FS_NODUMP_FL | FS_IMMUTABLE_FL | 0x20000},
+      {"non-root: no immutable, no high bits", FS_NODUMP_FL | FS_IMMUTABLE_FL | 0x20000, FS_EXTENT_FL, false,
+       FS_NODUMP_FL | FS_EXTENT_FL},
+      {"non-root keeps a current append-only flag", 0, FS_APPEND_FL | FS_NOATIME_FL, false, FS_APPEND_FL},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(inodeFlagsToSet(c.stored, c.current, c.root), c.expected);
+  }
+}
+
+}  // namespace
+}  // namespace halyard::fileservices
