@@ -20,6 +20,7 @@ DaemonFixture::DaemonFixture()
   recorderConnection_.interface()->isServiceRegistered("org.freedesktop.DBus");  // match rule in place
   preferences_ = std::make_unique<Preferences>(QString::fromStdString(path("halyard.conf")));
   launcher_ = std::make_unique<LinuxLaunchPlatform>(agentConnection_);
+  waitUntil([this] { return launcher_->knowsApplicationState(); });
   QDir(dir_.path()).mkpath("media");
   QDir(dir_.path()).mkpath("data");
 }
@@ -52,6 +53,7 @@ void DaemonFixture::makeDaemon() {
                                                               .paths = paths(),
                                                               .mounts = &mounts_,
                                                               .fileManager = fileManager_,
+                                                              .statusItem = &statusItem_,
                                                               .standardOutput = &out_,
                                                               .terminate = [this] { ++terminations_; },
                                                               .steppedBeats = true});

@@ -17,6 +17,18 @@
 
 namespace halyard::agent::testing {
 
+// The user interface seam as the test sees it: installed or not, and beeps.
+class TestStatusItem final : public StatusItemHost {
+ public:
+  bool isInstalled() const override { return installed; }
+  void installStatusItem(bool) override { installed = true; }
+  void removeStatusItem() override { installed = false; }
+  void showSchedulerState(bool) override {}
+  void beep() override { ++beeps; }
+  bool installed = false;
+  int beeps = 0;
+};
+
 class DaemonFixture : public ::testing::Test {
  protected:
   DaemonFixture();
@@ -31,11 +43,16 @@ class DaemonFixture : public ::testing::Test {
   std::vector<std::string> parked();
   // The notifications of that name the recorder has seen so far.
   std::vector<QVariantMap> seen(const QString& name) const;
+  // Waits until the launcher has heard that the main application runs.
+  bool waitForApplication() {
+    return waitUntil([&] { return launcher_->findApplication() == launch_status::kNoError; });
+  }
   // Waits until the recorder has seen `count` notifications of that name.
   bool waitForSeen(const QString& name, std::size_t count = 1);
 
   QTemporaryDir dir_;
-  PrivateBus bus_;
+  // Activation gives up after 4 s, so that a service that never starts fails soon.
+  PrivateBus bus_{"session", 4000};
   FakeClock clock_;
   QString agentName_, recorderName_;
   QDBusConnection agentConnection_;
@@ -45,6 +62,7 @@ class DaemonFixture : public ::testing::Test {
   std::unique_ptr<Preferences> preferences_;
   std::unique_ptr<LinuxLaunchPlatform> launcher_;
   TestMountSource mounts_;
+  TestStatusItem statusItem_;
   // The machine the mounted-volume check reads; null: this one.
   std::shared_ptr<fileservices::VTFileManager> fileManager_;
   std::ostringstream out_;
