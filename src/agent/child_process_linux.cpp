@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <variant>
 
 #include <QStandardPaths>
 
@@ -89,48 +90,55 @@ void waitForExit(pid_t pid, int* status) {
   }
 }
 
+// A forked child and the read end of its exec report.
+struct Forked {
+  pid_t pid;
+  int report;
+};
+
+// Forks; the child runs `inChild` with the report pipe's write end and never
+// returns. Answers the child, or the errno of the pipe or the fork.
+template <class InChild>
+std::variant<Forked, int> forkWithReport(InChild inChild) {
+  int report[2];
+  if (pipe2(report, O_CLOEXEC) != 0) return errno;
+  const pid_t child = fork();
+  if (child == 0) inChild(report[1]);
+  const int forkError = errno;
+  close(report[1]);
+  if (child >= 0) return Forked{child, report[0]};
+  close(report[0]);
+  return forkError;
+}
+
 }  // namespace
 
 std::int16_t spawnDetached(const std::vector<std::string>& argv) {
   if (argv.empty()) return launch_status::kFileNotFound;
   const Command command(argv);
-  int report[2];
-  if (pipe2(report, O_CLOEXEC) != 0) return static_cast<std::int16_t>(-errno);
-  const pid_t child = fork();
-  if (child == 0) forkDetached(command, report[1]);
-  const int forkError = errno;
-  close(report[1]);
-  if (child < 0) {
-    close(report[0]);
-    return static_cast<std::int16_t>(-forkError);
-  }
+  const auto forked = forkWithReport([&](int reportFd) { forkDetached(command, reportFd); });
+  if (const int* error = std::get_if<int>(&forked)) return static_cast<std::int16_t>(-*error);
+  const Forked child = std::get<Forked>(forked);
   int status = 0;
-  waitForExit(child, &status);
-  return readExecError(report[0]) == 0 ? launch_status::kNoError : launch_status::kFileNotFound;
+  waitForExit(child.pid, &status);
+  return readExecError(child.report) == 0 ? launch_status::kNoError : launch_status::kFileNotFound;
 }
 
 Expected<ChildProcess> spawnChild(const std::vector<std::string>& argv) {
   if (argv.empty()) return makeError("no program to start");
   const Command command(argv);
-  int report[2];
-  if (pipe2(report, O_CLOEXEC) != 0) return makeError(std::string("pipe: ") + std::strerror(errno));
-  const pid_t child = fork();
-  if (child == 0) execOrReport(command, report[1]);
-  const int forkError = errno;
-  close(report[1]);
-  if (child < 0) {
-    close(report[0]);
-    return makeError(std::string("fork: ") + std::strerror(forkError));
-  }
-  if (const int error = readExecError(report[0]); error != 0) {
+  const auto forked = forkWithReport([&](int reportFd) { execOrReport(command, reportFd); });
+  if (const int* error = std::get_if<int>(&forked)) return makeError(std::string("fork: ") + std::strerror(*error));
+  const Forked child = std::get<Forked>(forked);
+  if (const int error = readExecError(child.report); error != 0) {
     int status = 0;
-    waitForExit(child, &status);
+    waitForExit(child.pid, &status);
     return makeError(command.path + ": " + std::strerror(error));
   }
   // Called directly: the C library's header for it lacks C linkage here.
-  const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+  const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, child.pid, 0));
   if (pidfd < 0) return makeError(std::string("pidfd_open: ") + std::strerror(errno));
-  return ChildProcess{child, pidfd};
+  return ChildProcess{child.pid, pidfd};
 }
 
 int reapChild(const ChildProcess& child) {

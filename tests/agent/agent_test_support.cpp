@@ -6,6 +6,8 @@
 #include <QDir>
 #include <QFile>
 
+#include <gtest/gtest.h>
+
 #include "schedule/schedule_file.h"
 
 namespace halyard::agent::testing {
@@ -154,6 +156,13 @@ FakeVolume fakeVolume(const std::string& label, std::uint64_t device, const std:
   v.device.label = label;
   v.device.uuid = "uuid-" + label;
   return v;
+}
+
+std::unique_ptr<TestProcess> startFakeLogind(const PrivateBus& session, const PrivateBus& system) {
+  auto logind = std::make_unique<TestProcess>("/usr/bin/python3", std::vector<std::string>{fakeLogindPath()},
+                                              session.address(), system.address());
+  EXPECT_TRUE(logind->waitForOutput("ready"));
+  return logind;
 }
 
 std::string childStateProbePath() { return HALYARD_BINARY_DIR "/tests/agent/child_state_probe"; }

@@ -44,9 +44,9 @@ AgentPaths DaemonFixture::paths() const {
   return paths;
 }
 
-void DaemonFixture::makeDaemon() {
+void DaemonFixture::makeDaemon(Clock& clock, bool steppedBeats) {
   daemon_.reset();  // the old monitor lets go of the mount source first
-  daemon_ = std::make_unique<HalyardDaemon>(DaemonEnvironment{.clock = clock_,
+  daemon_ = std::make_unique<HalyardDaemon>(DaemonEnvironment{.clock = clock,
                                                               .bus = *notifications_,
                                                               .preferences = *preferences_,
                                                               .launcher = *launcher_,
@@ -56,7 +56,7 @@ void DaemonFixture::makeDaemon() {
                                                               .statusItem = &statusItem_,
                                                               .standardOutput = &out_,
                                                               .terminate = [this] { ++terminations_; },
-                                                              .steppedBeats = true});
+                                                              .steppedBeats = steppedBeats});
 }
 
 void DaemonFixture::beatAt(int h, int m, int s, double fraction) {

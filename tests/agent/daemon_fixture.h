@@ -36,7 +36,10 @@ class DaemonFixture : public ::testing::Test {
 
   std::string path(const std::string& relative) const { return dir_.path().toStdString() + "/" + relative; }
   AgentPaths paths() const;
-  void makeDaemon();
+  // Beats are stepped by the test on the fake clock; with another clock the
+  // daemon's own timer drives them.
+  void makeDaemon() { makeDaemon(clock_, true); }
+  void makeDaemon(Clock& clock, bool steppedBeats);
   // Sets the clock to 2026-03-04 (a Wednesday) h:m:s + fraction, Berlin time, and beats.
   void beatAt(int h, int m, int s, double fraction = 0);
   // The descriptions of the items parked in the monitor.

@@ -88,18 +88,9 @@ TEST_F(MountProbeLimitTest, EveryBeatDuringTheBlockComesWithinItsSecond) {
   item->setLeftTargetVolumeSpecifier(VolumeSpecifier::volumeSpecifierWithPath(path("media/Left"), fileManager_));
   item->setScheduledLeftTargetMounts(true);
   writeSchedule(path("ScheduleData.sched"), {item});
-  daemon_ = std::make_unique<HalyardDaemon>(DaemonEnvironment{.clock = realClock_,
-                                                              .bus = *notifications_,
-                                                              .preferences = *preferences_,
-                                                              .launcher = *launcher_,
-                                                              .paths = paths(),
-                                                              .mounts = &mounts_,
-                                                              .fileManager = fileManager_,
-                                                              .standardOutput = &out_,
-                                                              .terminate = {},
-                                                              .steppedBeats = false});
+  makeDaemon(realClock_, false);
   LogCapture log;
-  daemon_->awakeFromNib();  // the real heartbeat timer
+  daemon_->awakeFromNib();  // the heartbeat timer on the real clock
   mounts_.mount(path("media/Left"));
   mounts_.mount(path("media/Net"));
   ASSERT_TRUE(waitUntil([&] { return blocking_->blockedCalls() > 0; }));

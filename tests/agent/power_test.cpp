@@ -59,12 +59,7 @@ class SleepTest : public DaemonFixture {
     QDBusConnection::disconnectFromBus(name);
     return reply;
   }
-  std::unique_ptr<TestProcess> startLogind() {
-    auto logind = std::make_unique<TestProcess>("/usr/bin/python3", std::vector<std::string>{fakeLogindPath()},
-                                                bus_.address(), system_.address());
-    EXPECT_TRUE(logind->waitForOutput("ready"));
-    return logind;
-  }
+  std::unique_ptr<TestProcess> startLogind() { return startFakeLogind(bus_, system_); }
   PrivateBus system_;
   QDBusConnection systemConnection_;
   int connections_ = 0;

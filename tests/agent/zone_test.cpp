@@ -39,16 +39,6 @@ class ZoneChangeTest : public DaemonFixture {
     unlink(path("localtime").c_str());
     ASSERT_EQ(symlink(("/usr/share/zoneinfo/" + zone).c_str(), path("localtime").c_str()), 0);
   }
-  void makeZoneDaemon() {
-    daemon_ = std::make_unique<HalyardDaemon>(DaemonEnvironment{.clock = zoneClock_,
-                                                                .bus = *notifications_,
-                                                                .preferences = *preferences_,
-                                                                .launcher = *launcher_,
-                                                                .paths = paths(),
-                                                                .standardOutput = &out_,
-                                                                .terminate = {},
-                                                                .steppedBeats = true});
-  }
   // Beats at a civil moment of `zone` on 2026-03-04.
   void beatInZone(const std::string& zone, int h, int m) {
     cctz::time_zone tz;
@@ -63,7 +53,7 @@ class ZoneChangeTest : public DaemonFixture {
 
 TEST_F(ZoneChangeTest, AfterTheLinkChangesA0900ItemRunsAt0900OfTheNewZone) {
   writeSchedule(path("ScheduleData.sched"), {makeItem("nine", 9, 0)});
-  makeZoneDaemon();
+  makeDaemon(zoneClock_, true);
   beatInZone("Europe/Berlin", 9, 0);  // 03:00 in New York: not yet
   EXPECT_EQ(parked(), std::vector<std::string>{});
   link("Europe/Berlin");
