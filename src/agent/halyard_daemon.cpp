@@ -87,7 +87,7 @@ void HalyardDaemon::runCheck(HeartbeatMode mode) {
       added = checkForNewJobs(items, &due);
       break;
     case HeartbeatMode::MountedVolume:
-      startMountedVolumeCheck(std::move(items), std::move(_notifyMonitor->mountedVolumes()));
+      startMountedVolumeCheck(started, std::move(items), std::move(_notifyMonitor->mountedVolumes()));
       _notifyMonitor->mountedVolumes().clear();
       break;
     case HeartbeatMode::None:
@@ -95,11 +95,13 @@ void HalyardDaemon::runCheck(HeartbeatMode mode) {
   }
   _lastCheckDate = env_.clock.now();
   lastCheckMode_ = mode;
-  timings_.checkDuration.record(*_lastCheckDate, *_lastCheckDate - started);
+  // The mounted-volume check is timed when its probing is done.
+  if (mode != HeartbeatMode::MountedVolume) timings_.checkDuration.record(*_lastCheckDate, *_lastCheckDate - started);
   if (added) launchJobs(due);
 }
 
-void HalyardDaemon::startMountedVolumeCheck(std::optional<ScheduledItems> items, std::vector<std::string> paths) {
+void HalyardDaemon::startMountedVolumeCheck(TimeInterval started, std::optional<ScheduledItems> items,
+                                            std::vector<std::string> paths) {
   if (!_schedulerActive || !items) return;
   const auto fileManager =
       env_.fileManager ? env_.fileManager : fileservices::VTFileManager::sharedFileManager().shared_from_this();
@@ -109,8 +111,10 @@ void HalyardDaemon::startMountedVolumeCheck(std::optional<ScheduledItems> items,
       [items = std::move(*items), paths = std::move(paths), fileManager, now]() mutable {
         return mountedVolumeJobs(items, std::move(paths), fileManager, now);
       },
-      [this](ScheduledItems due) {
+      [this, started](ScheduledItems due) {
         --pendingMountChecks_;
+        const TimeInterval finished = env_.clock.now();
+        timings_.checkDuration.record(finished, finished - started);
         if (!due.empty()) launchJobs(due);
       });
 }

@@ -138,7 +138,8 @@ class HalyardDaemon {
   void runCheck(HeartbeatMode mode);
   // The mounted-volume check: probing runs in the background, the due items
   // are launched on the event loop when it is done.
-  void startMountedVolumeCheck(std::optional<ScheduledItems> items, std::vector<std::string> paths);
+  void startMountedVolumeCheck(TimeInterval started, std::optional<ScheduledItems> items,
+                               std::vector<std::string> paths);
   void reportActivation(std::int16_t status);
   void documentFailedToOpen(const std::string& path, int exitStatus);
   std::ostream& standardOutput() const;

@@ -17,7 +17,8 @@ int main(int argc, char** argv) {
   sigprocmask(SIG_SETMASK, nullptr, &mask);
   for (int signal = 1; signal < NSIG; ++signal) {
     struct sigaction action {};
-    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL) ignored += " " + std::to_string(signal);
+    const bool changed = sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL;
+    if (changed) ignored += " " + std::to_string(signal);
     if (sigismember(&mask, signal) == 1) blocked += " " + std::to_string(signal);
   }
   for (int fd = 0; fd < 1024; ++fd) {

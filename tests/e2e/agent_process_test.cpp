@@ -12,11 +12,12 @@
 #include <sstream>
 
 #include "agent/agent_test_support.h"
+#include "agent/daemon_fixture.h"
+#include "agent/dbus_notification_bus.h"
 #include "agent/halyard_daemon.h"
+#include "agent/hand_over.h"
 #include "agent/launch_platform_linux.h"
 #include "foundation/file_io.h"
-#include "agent/dbus_notification_bus.h"
-#include "agent/hand_over.h"
 #include "schedule/scheduled_item.h"
 
 namespace halyard::agent::testing {
@@ -211,6 +212,7 @@ TEST(SlowActivation, ALaunchAtSecond53LeavesTheNextMinutesSecondZeroOnTime) {
     EXPECT_LT(*agent->daemon().lastCheckDate() - due, 1.0) << "the check ran in the due second";
     EXPECT_LT(*agent->daemon().timings().beatLateness.worst(fromUnixSeconds(unixNow())), 1.0);
   }
+  EXPECT_EQ(descriptions(silent.daemon().notifyMonitor()->addedItems()), std::vector<std::string>{"next-minute"});
   // The slow application gets the item of second 0 once it is up; the silent
   // one's start fails with the bus's own error.
   const auto served = [&] {
