@@ -1,5 +1,6 @@
 #include "agent/halyard_daemon.h"
 
+#include <cmath>
 #include <iostream>
 
 #include "agent/desktop_entry.h"
@@ -20,7 +21,8 @@ AgentPaths AgentPaths::forCurrentUser() {
   return paths;
 }
 
-HalyardDaemon::HalyardDaemon(DaemonEnvironment environment) : env_(std::move(environment)) {
+HalyardDaemon::HalyardDaemon(DaemonEnvironment environment)
+    : env_(std::move(environment)), startedAt_(env_.clock.now()) {
   env_.bus.observe(this, notifications::kSchedulerStateChanged,
                    [this](const QVariantMap& info) { schedulerStateChanged(info); });
   env_.bus.observe(this, notifications::kStatusMenuStateChanged,
@@ -39,7 +41,8 @@ HalyardDaemon::~HalyardDaemon() { env_.bus.removeObserver(this); }
 
 void HalyardDaemon::awakeFromNib() {
   if (!env_.steppedBeats) {
-    _heartbeatTimer = std::make_unique<HeartbeatTimer>(env_.clock, [this] { heartbeat(); });
+    _heartbeatTimer =
+        std::make_unique<HeartbeatTimer>(env_.clock, [this](TimeInterval lateness) { heartbeat(lateness); });
     _heartbeatTimer->start();
   }
   if (!env_.preferences.boolValue(prefs::kShowStatusMenu)) env_.preferences.setBool(prefs::kShowStatusMenu, true);
@@ -58,9 +61,11 @@ void HalyardDaemon::shutdown() {
   logLine(kTerminatedMessage);
 }
 
-void HalyardDaemon::heartbeat() {
+void HalyardDaemon::heartbeat(std::optional<TimeInterval> lateness) {
   if (!_notifyMonitor) return;  // shut down
+  env_.clock.followZone();
   const TimeInterval now = env_.clock.now();
+  timings_.beatLateness.record(now, lateness.value_or(now - std::floor(now)));
   const HeartbeatMode mode = chooseHeartbeatMode({_awokeFromSleep, _lastCheckDate, now,
                                                   secondOfMinute(now, env_.clock.zone()),
                                                   !_notifyMonitor->mountedVolumes().empty()});
@@ -69,7 +74,8 @@ void HalyardDaemon::heartbeat() {
 }
 
 void HalyardDaemon::runCheck(HeartbeatMode mode) {
-  const std::optional<ScheduledItems> items = loadItems();
+  const TimeInterval started = env_.clock.now();
+  std::optional<ScheduledItems> items = loadItems();
   ScheduledItems due;
   bool added = false;
   switch (mode) {
@@ -81,14 +87,51 @@ void HalyardDaemon::runCheck(HeartbeatMode mode) {
       added = checkForNewJobs(items, &due);
       break;
     case HeartbeatMode::MountedVolume:
-      added = checkForMountedVolumeJobs(items, &_notifyMonitor->mountedVolumes(), &due);
+      startMountedVolumeCheck(started, std::move(items), std::move(_notifyMonitor->mountedVolumes()));
       _notifyMonitor->mountedVolumes().clear();
       break;
     case HeartbeatMode::None:
       return;
   }
   _lastCheckDate = env_.clock.now();
+  lastCheckMode_ = mode;
+  // The mounted-volume check is timed when its probing is done.
+  if (mode != HeartbeatMode::MountedVolume) timings_.checkDuration.record(*_lastCheckDate, *_lastCheckDate - started);
   if (added) launchJobs(due);
+}
+
+void HalyardDaemon::startMountedVolumeCheck(TimeInterval started, std::optional<ScheduledItems> items,
+                                            std::vector<std::string> paths) {
+  if (!_schedulerActive || !items) return;
+  const auto fileManager =
+      env_.fileManager ? env_.fileManager : fileservices::VTFileManager::sharedFileManager().shared_from_this();
+  const TimeInterval now = env_.clock.now();
+  ++pendingMountChecks_;
+  background_.run<ScheduledItems>(
+      [items = std::move(*items), paths = std::move(paths), fileManager, now]() mutable {
+        return mountedVolumeJobs(items, std::move(paths), fileManager, now);
+      },
+      [this, started](ScheduledItems due) {
+        --pendingMountChecks_;
+        const TimeInterval finished = env_.clock.now();
+        timings_.checkDuration.record(finished, finished - started);
+        if (!due.empty()) launchJobs(due);
+      });
+}
+
+AgentStatus HalyardDaemon::status() const {
+  const TimeInterval now = env_.clock.now();
+  const auto items = loadItems();
+  return {.uptime = now - startedAt_,
+          .schedulerActive = _schedulerActive,
+          .scheduleFile = env_.paths.scheduleFile,
+          .itemCount = items ? std::optional<std::size_t>(items->size()) : std::nullopt,
+          .lastCheckMode = lastCheckMode_,
+          .lastCheckDate = _lastCheckDate,
+          .worstBeatLateness = timings_.beatLateness.worst(now),
+          .medianBeatLateness = timings_.beatLateness.median(now),
+          .worstCheckTime = timings_.checkDuration.worst(now),
+          .medianCheckTime = timings_.checkDuration.median(now)};
 }
 
 void HalyardDaemon::schedulerStateChanged(const QVariantMap& userInfo) {

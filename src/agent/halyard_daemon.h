@@ -17,6 +17,7 @@
 
 #include <QVariantMap>
 
+#include "agent/background_task.h"
 #include "agent/clock.h"
 #include "agent/heartbeat.h"
 #include "agent/launch_platform.h"
@@ -26,12 +27,14 @@
 #include "agent/preferences.h"
 #include "agent/scheduled_items.h"
 #include "agent/status_item_host.h"
+#include "agent/timings.h"
 #include "fileservices/vt_file_manager.h"
 
 namespace halyard::agent {
 
 inline constexpr char kRunningMessage[] = "Halyard Backgrounder v4.0.5 is running.";
 inline constexpr char kTerminatedMessage[] = "Halyard Backgrounder v4.0.5 has terminated.";
+inline constexpr char kAgentVersion[] = "4.0.5";
 
 // Where the daemon finds its files and the main application.
 struct AgentPaths {
@@ -46,7 +49,7 @@ struct AgentPaths {
 };
 
 struct DaemonEnvironment {
-  const Clock& clock;
+  Clock& clock;
   NotificationBus& bus;
   Preferences& preferences;
   LaunchPlatform& launcher;
@@ -63,6 +66,23 @@ struct DaemonEnvironment {
   bool steppedBeats = false;
 };
 
+// The mounted-volume check's matching, safe on a thread of its own: the items
+// that the newly mounted `paths` make due, from the last path to the first.
+ScheduledItems mountedVolumeJobs(const ScheduledItems& items, std::vector<std::string> paths,
+                                 const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now);
+
+// What the agent tells of itself (`halyardctl status`).
+struct AgentStatus {
+  TimeInterval uptime = 0;
+  bool schedulerActive = true;
+  std::string scheduleFile;
+  std::optional<std::size_t> itemCount;  // absent when the schedule cannot be read
+  HeartbeatMode lastCheckMode = HeartbeatMode::None;
+  std::optional<TimeInterval> lastCheckDate;
+  // Over the last hour, in seconds; absent before the first sample.
+  std::optional<TimeInterval> worstBeatLateness, medianBeatLateness, worstCheckTime, medianCheckTime;
+};
+
 class HalyardDaemon {
  public:
   // init: observers, the monitor, the scheduler state, an early loadItems().
@@ -76,7 +96,9 @@ class HalyardDaemon {
   void awakeFromNib();
   // The will-terminate path: observers, timer, monitor and status item go.
   void shutdown();
-  void heartbeat();
+  // One beat. `lateness`: how long after its whole second the beat came, as
+  // the timer saw it; absent, the fraction of the clock's present second.
+  void heartbeat(std::optional<TimeInterval> lateness = std::nullopt);
 
   void schedulerStateChanged(const QVariantMap& userInfo);
   void statusMenuStateChanged(const QVariantMap& userInfo);
@@ -89,12 +111,20 @@ class HalyardDaemon {
   bool checkForMountedVolumeJobs(const std::optional<ScheduledItems>& items, std::vector<std::string>* mountedVolumes,
                                  ScheduledItems* dueList) const;
 
-  // Job launching (halyard_daemon_launch.cpp).
+  // Job launching (halyard_daemon_launch.cpp). When the application has to be
+  // activated through the bus, launchJobs answers 0 at once and prints the
+  // outcome when the bus answers.
   std::int16_t launchJobs(const ScheduledItems& items);
   std::int16_t launchApplication(const std::string& path, bool inBackground);
   void launchHalyard();
   // Opens the item's document, or with the Alt key held runs a copy of it now.
+  // A failed opening beeps and logs one line when the opener has ended.
   void openSyncDocument(const ScheduledItem& item, bool optionHeld);
+
+  AgentStatus status() const;
+  const AgentTimings& timings() const { return timings_; }
+  // Mounted-volume checks whose probing still runs off the event loop.
+  int pendingMountChecks() const { return pendingMountChecks_; }
 
   bool awokeFromSleep() const { return _awokeFromSleep; }
   void setAwokeFromSleep(bool awoke) { _awokeFromSleep = awoke; }
@@ -106,7 +136,21 @@ class HalyardDaemon {
 
  private:
   void runCheck(HeartbeatMode mode);
+  // The mounted-volume check: probing runs in the background, the due items
+  // are launched on the event loop when it is done.
+  void startMountedVolumeCheck(TimeInterval started, std::optional<ScheduledItems> items,
+                               std::vector<std::string> paths);
+  void reportActivation(std::int16_t status);
+  void documentFailedToOpen(const std::string& path, int exitStatus);
   std::ostream& standardOutput() const;
+  // Wraps a handler called later on the event loop so that it does nothing
+  // once this daemon is gone.
+  template <class Handler>
+  auto whileAlive(Handler handler) {
+    return [alive = std::weak_ptr<char>(alive_), handler = std::move(handler)](auto&&... args) {
+      if (!alive.expired()) handler(std::forward<decltype(args)>(args)...);
+    };
+  }
 
   DaemonEnvironment env_;
   std::unique_ptr<HeartbeatTimer> _heartbeatTimer;
@@ -114,6 +158,13 @@ class HalyardDaemon {
   std::optional<TimeInterval> _lastCheckDate;
   bool _schedulerActive = true;
   bool _awokeFromSleep = false;
+
+  TimeInterval startedAt_;
+  HeartbeatMode lastCheckMode_ = HeartbeatMode::None;
+  AgentTimings timings_;
+  int pendingMountChecks_ = 0;
+  std::shared_ptr<char> alive_ = std::make_shared<char>();
+  BackgroundTasks background_;
 };
 
 }  // namespace halyard::agent

@@ -118,18 +118,24 @@ bool HalyardDaemon::checkForMountedVolumeJobs(const std::optional<ScheduledItems
   if (!_schedulerActive || !items || !mountedVolumes || !dueList || mountedVolumes->empty()) return false;
   const auto fileManager =
       env_.fileManager ? env_.fileManager : fileservices::VTFileManager::sharedFileManager().shared_from_this();
-  bool added = false;
+  const ScheduledItems due = mountedVolumeJobs(*items, std::move(*mountedVolumes), fileManager, env_.clock.now());
+  mountedVolumes->clear();
+  dueList->insert(dueList->end(), due.begin(), due.end());
+  return !due.empty();
+}
+
+ScheduledItems mountedVolumeJobs(const ScheduledItems& items, std::vector<std::string> paths,
+                                 const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now) {
+  ScheduledItems due;
   // From the last path to the first; a path is removed with every repetition.
-  while (!mountedVolumes->empty()) {
-    const std::string path = mountedVolumes->back();
-    for (const auto& item : *items) {
-      if (!item || !mountTriggersRun(*item, path, fileManager, env_.clock.now())) continue;
-      dueList->push_back(item);
-      added = true;
+  while (!paths.empty()) {
+    const std::string path = paths.back();
+    for (const auto& item : items) {
+      if (item && mountTriggersRun(*item, path, fileManager, now)) due.push_back(item);
     }
-    std::erase(*mountedVolumes, path);
+    std::erase(paths, path);
   }
-  return added;
+  return due;
 }
 
 }  // namespace halyard::agent

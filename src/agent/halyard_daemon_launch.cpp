@@ -9,6 +9,7 @@
 #include "agent/halyard_daemon.h"
 #include "agent/hand_over.h"
 #include "foundation/file_io.h"
+#include "foundation/log_sink.h"
 
 namespace halyard::agent {
 
@@ -53,7 +54,11 @@ std::int16_t HalyardDaemon::launchJobs(const ScheduledItems& items) {
     status = launchApplication(path, true);
     if (status == launch_status::kNoError) return status;
   }
-  status = env_.launcher.activateApplication();
+  env_.launcher.activateApplication(whileAlive([this](std::int16_t activated) { reportActivation(activated); }));
+  return launch_status::kNoError;
+}
+
+void HalyardDaemon::reportActivation(std::int16_t status) {
   std::ostream& out = standardOutput();
   const std::string signature = signatureBytes();
   if (status == launch_status::kFileNotFound || status == launch_status::kApplicationNotFound) {
@@ -65,7 +70,6 @@ std::int16_t HalyardDaemon::launchJobs(const ScheduledItems& items) {
     out << "Error " << status << " (signature '" << signature << "').\n";
   }
   out.flush();
-  return status;
 }
 
 std::int16_t HalyardDaemon::launchApplication(const std::string& path, bool inBackground) {
@@ -94,7 +98,16 @@ void HalyardDaemon::openSyncDocument(const ScheduledItem& item, bool optionHeld)
     return;
   }
   const auto& path = item.documentPathName();
-  if ((!path || !env_.launcher.openDocument(*path)) && env_.statusItem) env_.statusItem->beep();
+  if (!path) return documentFailedToOpen("", -1);
+  env_.launcher.openDocument(*path, whileAlive([this, path = *path](int exitStatus) {
+    if (exitStatus != 0) documentFailedToOpen(path, exitStatus);
+  }));
+}
+
+void HalyardDaemon::documentFailedToOpen(const std::string& path, int exitStatus) {
+  logLine("<Error:> Could not open \"" + path + "\": the opener ended with status " + std::to_string(exitStatus),
+          LogPriority::Error);
+  if (env_.statusItem) env_.statusItem->beep();
 }
 
 }  // namespace halyard::agent

@@ -35,7 +35,7 @@ BeatPlan planBeat(TimeInterval now, TimeInterval target) {
   return {true, next, millis(next - now)};
 }
 
-HeartbeatTimer::HeartbeatTimer(const Clock& clock, std::function<void()> beat)
+HeartbeatTimer::HeartbeatTimer(const Clock& clock, Beat beat)
     : clock_(clock), beat_(std::move(beat)) {
   timer_.setSingleShot(true);
   timer_.setTimerType(Qt::PreciseTimer);
@@ -51,10 +51,13 @@ void HeartbeatTimer::start() {
 void HeartbeatTimer::stop() { timer_.stop(); }
 
 void HeartbeatTimer::fire() {
-  const BeatPlan plan = planBeat(clock_.now(), target_);
+  const TimeInterval now = clock_.now();
+  const BeatPlan plan = planBeat(now, target_);
+  // A clock set back leaves the target ahead: the beat belongs to its own second.
+  const TimeInterval lateness = now >= target_ ? now - target_ : now - std::floor(now);
   target_ = plan.nextTarget;
   timer_.start(plan.wait);
-  if (plan.beatNow) beat_();
+  if (plan.beatNow) beat_(lateness);
 }
 
 }  // namespace halyard::agent

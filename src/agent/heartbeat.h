@@ -47,11 +47,13 @@ BeatPlan planBeat(TimeInterval now, TimeInterval target);
 TimeInterval nextWholeSecond(TimeInterval now);
 
 // Fires `beat` once per wall-clock second of `clock`, just after the second
-// turns; a late or early timer is realigned at every beat.
+// turns, telling how late after that whole second it fired; a late or early
+// timer is realigned at every beat.
 class HeartbeatTimer final : public QObject {
   Q_OBJECT
  public:
-  HeartbeatTimer(const Clock& clock, std::function<void()> beat);
+  using Beat = std::function<void(TimeInterval lateness)>;
+  HeartbeatTimer(const Clock& clock, Beat beat);
   void start();
   void stop();
 
@@ -59,7 +61,7 @@ class HeartbeatTimer final : public QObject {
   void fire();
 
   const Clock& clock_;
-  std::function<void()> beat_;
+  Beat beat_;
   QTimer timer_;
   TimeInterval target_ = 0;
 };

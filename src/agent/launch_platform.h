@@ -2,9 +2,12 @@
 // LaunchPlatform: how the agent finds and starts the main application. The
 // application is "running" when its session bus name has an owner; it is
 // started by path as a detached child, or by D-Bus activation of its name.
-// Results are the platform's launch status codes.
+// Results are the platform's launch status codes. Nothing here makes the
+// caller wait on the bus or on the application: what takes time answers
+// later, through a handler called on the event loop.
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,19 +27,27 @@ inline constexpr char kApplicationBusName[] = "com.vantrel.halyard";
 
 class LaunchPlatform {
  public:
+  using StatusHandler = std::function<void(std::int16_t status)>;
+  // The opener's exit status: 0 when the document opened; -1 when the
+  // opener could not be started or was killed.
+  using OpenHandler = std::function<void(int exitStatus)>;
   virtual ~LaunchPlatform() = default;
-  // 0 when the application runs, -600 when not, another code when the lookup failed.
+  // 0 when the application runs, -600 when not, another code when the
+  // lookup failed. Answers at once, from what the bus last said of the name.
   virtual std::int16_t findApplication() = 0;
-  // Starts the application through the bus's service activation: 0, -10814
-  // when the bus knows no such service, -10810 on any other refusal.
-  virtual std::int16_t activateApplication() = 0;
+  // Asks the bus to start the application through its service activation
+  // and returns at once; `done` gets 0 once the application owns its name,
+  // -10814 when the bus knows no such service, -10810 on any other refusal
+  // (a start that timed out among them).
+  virtual void activateApplication(StatusHandler done) = 0;
   // Starts argv[0] (a path, or a name looked up in PATH) detached in its own
   // session with stdin, stdout and stderr on /dev/null; in the foreground the
   // application is also asked to activate once its bus name appears. -43
   // when the program cannot be executed.
   virtual std::int16_t launchProgram(const std::vector<std::string>& argv, bool inBackground) = 0;
-  // Opens a document with its default application; false when that failed.
-  virtual bool openDocument(const std::string& path) = 0;
+  // Opens a document with its default application; `done` gets the opener's
+  // exit status when it ends.
+  virtual void openDocument(const std::string& path, OpenHandler done) = 0;
 };
 
 }  // namespace halyard::agent

@@ -1,6 +1,8 @@
 // halyard-backgrounder: the agent process. Registers for system power
 // events, claims the session's agent name, makes the one HalyardDaemon and
-// runs the event loop until a quit request, SIGTERM or SIGINT.
+// runs the event loop until a quit request, SIGTERM or SIGINT. When the
+// session bus goes, it stops with status 2 so that its service manager
+// starts it again: without the bus it can hand nothing over.
 
 #include <cstring>
 #include <iostream>
@@ -9,18 +11,27 @@
 #include <QDBusConnection>
 
 #include "agent/clock.h"
+#include "agent/connection_watch.h"
 #include "agent/dbus_notification_bus.h"
 #include "agent/halyard_daemon.h"
 #include "agent/launch_platform_linux.h"
 #include "agent/libmount_event_source.h"
 #include "agent/power_logind.h"
+#include "agent/status_service.h"
 #include "agent/termination_signals.h"
 #include "foundation/log_sink.h"
+#include "volumes/time_limited_volume_queries.h"
 
 namespace {
 
-// One agent per session: two would hand every item over twice.
-constexpr char kAgentBusName[] = "com.vantrel.halyard.Backgrounder";
+constexpr int kSessionBusLostStatus = 2;
+
+// A fresh connection to the system bus each time, so that one made after the
+// bus restarted is not the dead one again.
+QDBusConnection connectToSystemBus() {
+  static int made = 0;
+  return QDBusConnection::connectToBus(QDBusConnection::SystemBus, QString("halyard-system-%1").arg(++made));
+}
 
 bool hasArgument(int argc, char** argv, const char* wanted) {
   for (int i = 1; i < argc; ++i) {
@@ -41,10 +52,6 @@ int main(int argc, char** argv) {
     std::cout << "IORegisterForSystemPower failed" << std::endl;
     return 1;
   };
-  // Power events come from logind on the system bus: without it there is no registration.
-  QDBusConnection system = QDBusConnection::systemBus();
-  if (!system.isConnected()) return registrationFailed();
-
   QDBusConnection session = QDBusConnection::sessionBus();
   if (!session.isConnected()) {
     std::cerr << "halyard-backgrounder: cannot reach the session bus\n";
@@ -58,16 +65,20 @@ int main(int argc, char** argv) {
 
   // The daemon instance the power callback reaches; set once it exists.
   HalyardDaemon* daemonInstance = nullptr;
-  LogindPower power(system, [&daemonInstance](PowerMessage message) {
+  // Power events come from logind on the system bus: without it there is no registration.
+  LogindPower power(connectToSystemBus, [&daemonInstance](PowerMessage message) {
     if (message == PowerMessage::HasPoweredOn && daemonInstance) daemonInstance->setAwokeFromSleep(true);
   });
   if (!power.registerForSystemPower()) return registrationFailed();
 
+  // Volumes are probed with a time limit: a dead network mount must not hold a check.
+  auto volumeQueries = std::make_shared<halyard::TimeLimitedVolumeQueries>(halyard::linuxVolumeQueries());
+  halyard::fileservices::VTFileManager::sharedFileManager().setVolumeQueries(volumeQueries);
   SystemClock clock;
   DBusNotificationBus bus(session);
   Preferences preferences(Preferences::defaultFilePath());
   LinuxLaunchPlatform launcher(session);
-  auto mounts = LibmountEventSource::open(halyard::linuxVolumeQueries());
+  auto mounts = LibmountEventSource::open(volumeQueries);
   if (!mounts) halyard::logLine("<Error:> No mount events: " + mounts.error().describe(), halyard::LogPriority::Error);
   HalyardDaemon daemon({.clock = clock,
                         .bus = bus,
@@ -77,6 +88,12 @@ int main(int argc, char** argv) {
                         .mounts = mounts ? mounts->get() : nullptr,
                         .terminate = [] { QCoreApplication::quit(); }});
   daemonInstance = &daemon;
+  StatusService statusService([&daemon] { return daemon.status(); });
+  statusService.exportOn(session);
+  ConnectionWatch sessionWatch(session, [] {
+    halyard::logLine("<Error:> The session bus is gone; the agent stops.", halyard::LogPriority::Error);
+    QCoreApplication::exit(kSessionBusLostStatus);
+  });
   QObject::connect(&app, &QCoreApplication::aboutToQuit, [&daemon] { daemon.shutdown(); });
   onTerminationSignals([] { QCoreApplication::quit(); });
   daemon.awakeFromNib();

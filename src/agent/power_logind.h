@@ -3,12 +3,23 @@
 // PrepareForSleep(true) is "the system will sleep", PrepareForSleep(false)
 // "the system has powered on". A delay inhibitor is held while awake, so the
 // agent is told before the machine sleeps; letting it go allows the sleep.
+//
+// The system bus and logind may restart under a running agent: when the bus
+// goes, the agent connects again as soon as it is back and subscribes anew;
+// whenever logind (re)appears on the bus, the delay inhibitor is taken again.
+// Each step is logged.
 
 #include <functional>
+#include <memory>
 
 #include <QDBusConnection>
+#include <QDBusServiceWatcher>
 #include <QDBusUnixFileDescriptor>
 #include <QObject>
+#include <QTimer>
+
+#include "agent/background_task.h"
+#include "agent/connection_watch.h"
 
 namespace halyard::agent {
 
@@ -18,23 +29,39 @@ class LogindPower final : public QObject {
   Q_OBJECT
  public:
   using Callback = std::function<void(PowerMessage)>;
-  LogindPower(QDBusConnection system, Callback callback);
+  // Makes a new connection to the system bus (it may fail to connect); the
+  // connection is made again after the bus restarts.
+  using Connector = std::function<QDBusConnection()>;
+  LogindPower(Connector connector, Callback callback);
+  ~LogindPower() override;
 
   // Subscribes to PrepareForSleep and asks for the delay inhibitor; false when
   // the system bus cannot be reached. A bus without logind is no failure:
   // the signal simply never comes.
   bool registerForSystemPower();
   bool holdsInhibitor() const { return inhibitor_.isValid(); }
+  // How many times the subscription was made after a lost system bus.
+  int resubscriptions() const { return resubscriptions_; }
 
  private Q_SLOTS:
   void onPrepareForSleep(bool start);
 
  private:
+  bool subscribe();
   void takeDelayInhibitor();
+  void systemBusLost();
+  void tryToReconnect();
 
-  QDBusConnection system_;
+  Connector connector_;
   Callback callback_;
+  QDBusConnection system_;
   QDBusUnixFileDescriptor inhibitor_;
+  std::unique_ptr<QDBusServiceWatcher> logindWatch_;
+  std::unique_ptr<ConnectionWatch> connectionWatch_;
+  QTimer reconnectTimer_;
+  bool reconnecting_ = false;
+  int resubscriptions_ = 0;
+  BackgroundTasks background_;
 };
 
 }  // namespace halyard::agent

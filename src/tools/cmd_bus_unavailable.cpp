@@ -17,5 +17,6 @@ int unavailable() {
 int runServeApp(const Arguments&) { return unavailable(); }
 int runWatch(const Arguments&) { return unavailable(); }
 int runNotify(const Arguments&) { return unavailable(); }
+int runStatus(const Arguments&) { return unavailable(); }
 
 }  // namespace halyard::tools

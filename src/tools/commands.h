@@ -16,5 +16,6 @@ int runWatch(const Arguments& args);
 int runNotify(const Arguments& args);
 int runSchedule(const Arguments& args);
 int runVolumes(const Arguments& args);
+int runStatus(const Arguments& args);
 
 }  // namespace halyard::tools

@@ -22,6 +22,7 @@ constexpr Command kCommands[] = {
     {"schedule", halyard::tools::runSchedule, "schedule ACTION [N] [...]  list|show|add|edit|remove|enable|disable|next items"},
     {"notify", halyard::tools::runNotify, "notify NAME [--state B]   post a notification (B: true or false)"},
     {"volumes", halyard::tools::runVolumes, "volumes [--json]          mounted volumes; volumes check N: item N's targets"},
+    {"status", halyard::tools::runStatus, "status                    the running agent's state and timing"},
 };
 
 void printUsage(std::FILE* to) {

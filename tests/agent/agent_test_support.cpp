@@ -6,6 +6,8 @@
 #include <QDir>
 #include <QFile>
 
+#include <gtest/gtest.h>
+
 #include "schedule/schedule_file.h"
 
 namespace halyard::agent::testing {
@@ -37,7 +39,11 @@ void FakeClock::setCivil(int y, int mo, int d, int h, int mi, int s, double frac
   now_ = civil(y, mo, d, h, mi, s, fraction);
 }
 
-PrivateBus::PrivateBus(const std::string& type) {
+TimeInterval RealTimeClock::now() const {
+  return fromUnixSeconds(std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
+}
+
+PrivateBus::PrivateBus(const std::string& type, int startTimeoutMs) {
   const QString root = dir_.path();
   const QString listen = type == "system" ? "unix:path=" + root + "/system_bus_socket" : "unix:dir=" + root;
   QFile config(root + "/bus.conf");
@@ -49,27 +55,41 @@ PrivateBus::PrivateBus(const std::string& type) {
   <listen>%2</listen>
   <auth>EXTERNAL</auth>
   <servicedir>%3/services</servicedir>
+  %4
   <policy context="default">
     <allow user="*"/> <allow send_destination="*" eavesdrop="true"/>
     <allow receive_sender="*"/> <allow eavesdrop="true"/> <allow own="*"/>
   </policy>
 </busconfig>
 )")
-                   .arg(QString::fromStdString(type), listen, root)
+                   .arg(QString::fromStdString(type), listen, root,
+                        startTimeoutMs ? QString("<limit name=\"service_start_timeout\">%1</limit>").arg(startTimeoutMs)
+                                       : QString())
                    .toUtf8());
   config.close();
   QDir(root).mkpath("services");
+  start();
+}
+
+void PrivateBus::start() {
   daemon_.setProcessChannelMode(QProcess::SeparateChannels);
-  daemon_.start("dbus-daemon", {"--nofork", "--print-address=1", "--config-file=" + config.fileName()});
+  daemon_.start("dbus-daemon", {"--nofork", "--print-address=1", "--config-file=" + dir_.path() + "/bus.conf"});
   QDeadlineTimer deadline(std::chrono::seconds(10));
   while (!daemon_.canReadLine() && !deadline.hasExpired()) daemon_.waitForReadyRead(100);
   address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
 }
 
-PrivateBus::~PrivateBus() {
+void PrivateBus::stop() {
   daemon_.terminate();
   daemon_.waitForFinished(5000);
 }
+
+void PrivateBus::restart() {
+  stop();
+  start();
+}
+
+PrivateBus::~PrivateBus() { stop(); }
 
 std::string PrivateBus::serviceDir() const { return dir_.path().toStdString() + "/services"; }
 
@@ -126,6 +146,26 @@ bool TestProcess::waitForExit(std::chrono::milliseconds timeout) {
 
 std::string halyardctlPath() { return HALYARD_BINARY_DIR "/src/tools/halyardctl"; }
 std::string backgrounderPath() { return HALYARD_BINARY_DIR "/src/agent/halyard-backgrounder"; }
+FakeVolume fakeVolume(const std::string& label, std::uint64_t device, const std::string& mountPoint) {
+  FakeVolume v;
+  v.mount = {.source = "/dev/sd" + std::to_string(device), .mountPoint = mountPoint, .fsType = "ext4",
+             .options = "rw", .root = "/", .device = device, .sourceIsBlockDevice = true};
+  v.stats = {.type = 0xEF53, .blockSize = 4096, .nameMax = 255, .totalBlocks = 10, .freeBlocks = 5,
+             .fragmentSize = 4096};
+  v.birth = KernelTime{1600000000 + static_cast<std::int64_t>(device), 0};
+  v.device.label = label;
+  v.device.uuid = "uuid-" + label;
+  return v;
+}
+
+std::unique_ptr<TestProcess> startFakeLogind(const PrivateBus& session, const PrivateBus& system) {
+  auto logind = std::make_unique<TestProcess>("/usr/bin/python3", std::vector<std::string>{fakeLogindPath()},
+                                              session.address(), system.address());
+  EXPECT_TRUE(logind->waitForOutput("ready"));
+  return logind;
+}
+
+std::string childStateProbePath() { return HALYARD_BINARY_DIR "/tests/agent/child_state_probe"; }
 std::string fakeLogindPath() { return HALYARD_SOURCE_DIR "/tests/agent/fake_logind.py"; }
 
 std::shared_ptr<KSScheduledItem> makeItem(const std::string& description, int hour, int minute, int type) {

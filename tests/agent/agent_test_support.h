@@ -16,6 +16,7 @@
 #include "agent/clock.h"
 #include "agent/mount_event_source.h"
 #include "schedule/scheduled_item.h"
+#include "volumes/fake_volume_queries.h"
 
 namespace halyard::agent::testing {
 
@@ -24,6 +25,17 @@ void ensureApplication();
 
 // Runs the event loop until `condition` holds or `timeout` passes; answers the condition.
 bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+// The real time in a named zone, never the host's.
+class RealTimeClock final : public Clock {
+ public:
+  explicit RealTimeClock(const std::string& zoneName = "UTC") { cctz::load_time_zone(zoneName, &zone_); }
+  TimeInterval now() const override;
+  const cctz::time_zone& zone() const override { return zone_; }
+
+ private:
+  cctz::time_zone zone_;
+};
 
 // A clock the test sets; the zone is a named one, never the host's.
 class FakeClock final : public Clock {
@@ -55,10 +67,16 @@ class TestMountSource final : public MountEventSource {
 
 // A dbus-daemon of its own ("session" or "system" type), with a service
 // folder for activation; stopped and removed when the object goes.
+// `startTimeoutMs` (when not 0) is how long the bus waits for an activated
+// service to take its name.
 class PrivateBus {
  public:
-  explicit PrivateBus(const std::string& type = "session");
+  explicit PrivateBus(const std::string& type = "session", int startTimeoutMs = 0);
   ~PrivateBus();
+  // Stops the dbus-daemon (its clients lose their connections).
+  void stop();
+  // Stops it and starts it again; a "system" bus keeps its address.
+  void restart();
   const QString& address() const { return address_; }
   std::string serviceDir() const;
   // A new connection of this test process to the bus.
@@ -68,6 +86,8 @@ class PrivateBus {
   bool nameHasOwner(const QString& name) const;
 
  private:
+  void start();
+
   QTemporaryDir dir_;
   QProcess daemon_;
   QString address_;
@@ -92,10 +112,17 @@ class TestProcess {
   std::string output_;
 };
 
+// An ext4 volume of the fake machine, labelled `label`, mounted at `mountPoint`.
+FakeVolume fakeVolume(const std::string& label, std::uint64_t device, const std::string& mountPoint);
+
+// The fake logind on `system`, once it owns its name.
+std::unique_ptr<TestProcess> startFakeLogind(const PrivateBus& session, const PrivateBus& system);
+
 // Paths of the built programs and the test's scripts.
 std::string halyardctlPath();
 std::string backgrounderPath();
 std::string fakeLogindPath();
+std::string childStateProbePath();
 
 // A scheduled item for the tests: active, every day, month and weekday,
 // at one hour and minute, of `type`, with a start date long past.

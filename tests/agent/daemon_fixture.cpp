@@ -20,6 +20,7 @@ DaemonFixture::DaemonFixture()
   recorderConnection_.interface()->isServiceRegistered("org.freedesktop.DBus");  // match rule in place
   preferences_ = std::make_unique<Preferences>(QString::fromStdString(path("halyard.conf")));
   launcher_ = std::make_unique<LinuxLaunchPlatform>(agentConnection_);
+  waitUntil([this] { return launcher_->knowsApplicationState(); });
   QDir(dir_.path()).mkpath("media");
   QDir(dir_.path()).mkpath("data");
 }
@@ -43,18 +44,19 @@ AgentPaths DaemonFixture::paths() const {
   return paths;
 }
 
-void DaemonFixture::makeDaemon() {
+void DaemonFixture::makeDaemon(Clock& clock, bool steppedBeats) {
   daemon_.reset();  // the old monitor lets go of the mount source first
-  daemon_ = std::make_unique<HalyardDaemon>(DaemonEnvironment{.clock = clock_,
+  daemon_ = std::make_unique<HalyardDaemon>(DaemonEnvironment{.clock = clock,
                                                               .bus = *notifications_,
                                                               .preferences = *preferences_,
                                                               .launcher = *launcher_,
                                                               .paths = paths(),
                                                               .mounts = &mounts_,
                                                               .fileManager = fileManager_,
+                                                              .statusItem = &statusItem_,
                                                               .standardOutput = &out_,
                                                               .terminate = [this] { ++terminations_; },
-                                                              .steppedBeats = true});
+                                                              .steppedBeats = steppedBeats});
 }
 
 void DaemonFixture::beatAt(int h, int m, int s, double fraction) {

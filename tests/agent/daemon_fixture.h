@@ -17,6 +17,18 @@
 
 namespace halyard::agent::testing {
 
+// The user interface seam as the test sees it: installed or not, and beeps.
+class TestStatusItem final : public StatusItemHost {
+ public:
+  bool isInstalled() const override { return installed; }
+  void installStatusItem(bool) override { installed = true; }
+  void removeStatusItem() override { installed = false; }
+  void showSchedulerState(bool) override {}
+  void beep() override { ++beeps; }
+  bool installed = false;
+  int beeps = 0;
+};
+
 class DaemonFixture : public ::testing::Test {
  protected:
   DaemonFixture();
@@ -24,18 +36,26 @@ class DaemonFixture : public ::testing::Test {
 
   std::string path(const std::string& relative) const { return dir_.path().toStdString() + "/" + relative; }
   AgentPaths paths() const;
-  void makeDaemon();
+  // Beats are stepped by the test on the fake clock; with another clock the
+  // daemon's own timer drives them.
+  void makeDaemon() { makeDaemon(clock_, true); }
+  void makeDaemon(Clock& clock, bool steppedBeats);
   // Sets the clock to 2026-03-04 (a Wednesday) h:m:s + fraction, Berlin time, and beats.
   void beatAt(int h, int m, int s, double fraction = 0);
   // The descriptions of the items parked in the monitor.
   std::vector<std::string> parked();
   // The notifications of that name the recorder has seen so far.
   std::vector<QVariantMap> seen(const QString& name) const;
+  // Waits until the launcher has heard that the main application runs.
+  bool waitForApplication() {
+    return waitUntil([&] { return launcher_->findApplication() == launch_status::kNoError; });
+  }
   // Waits until the recorder has seen `count` notifications of that name.
   bool waitForSeen(const QString& name, std::size_t count = 1);
 
   QTemporaryDir dir_;
-  PrivateBus bus_;
+  // Activation gives up after 4 s, so that a service that never starts fails soon.
+  PrivateBus bus_{"session", 4000};
   FakeClock clock_;
   QString agentName_, recorderName_;
   QDBusConnection agentConnection_;
@@ -45,6 +65,7 @@ class DaemonFixture : public ::testing::Test {
   std::unique_ptr<Preferences> preferences_;
   std::unique_ptr<LinuxLaunchPlatform> launcher_;
   TestMountSource mounts_;
+  TestStatusItem statusItem_;
   // The machine the mounted-volume check reads; null: this one.
   std::shared_ptr<fileservices::VTFileManager> fileManager_;
   std::ostringstream out_;

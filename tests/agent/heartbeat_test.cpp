@@ -86,14 +86,18 @@ TEST(HeartbeatTiming, SecondZeroIsNeverSkippedUnderJitter) {
 TEST(HeartbeatTimer, FiresJustAfterEachWallClockSecond) {
   testing::ensureApplication();
   SystemClock clock;
-  std::vector<TimeInterval> beats;
-  HeartbeatTimer timer(clock, [&] { beats.push_back(clock.now()); });
+  std::vector<TimeInterval> beats, lateness;
+  HeartbeatTimer timer(clock, [&](TimeInterval late) {
+    beats.push_back(clock.now());
+    lateness.push_back(late);
+  });
   timer.start();
   ASSERT_TRUE(testing::waitUntil([&] { return beats.size() >= 3; }, std::chrono::seconds(6)));
   timer.stop();
   for (std::size_t i = 0; i < beats.size(); ++i) {
     SCOPED_TRACE(i);
     EXPECT_LT(beats[i] - std::floor(beats[i]), 0.25);  // early in its second, never before it
+    EXPECT_NEAR(lateness[i], beats[i] - std::floor(beats[i]), 0.01);  // measured against that second
     if (i > 0) {
       EXPECT_EQ(std::floor(beats[i]), std::floor(beats[i - 1]) + 1);
     }

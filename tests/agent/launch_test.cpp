@@ -30,6 +30,15 @@ class LaunchTest : public DaemonFixture {
   bool waitForLaunch(const std::string& text) {
     return waitUntil([&] { return launched().find(text) != std::string::npos; });
   }
+  // Waits for the one launch expected and answers the full path that ran.
+  std::string launchedProgram() {
+    waitUntil([&] { return !launched().empty(); });
+    const std::string line = launched();
+    return line.substr(0, line.find(' '));
+  }
+  bool waitForOutput(const std::string& text) {
+    return waitUntil([&] { return out_.str().find(text) != std::string::npos; });
+  }
   // serve-app on the test bus, its output appended to serve.log.
   std::string serveAppCommand() const {
     return "/bin/sh -c 'exec " + halyardctlPath() + " serve-app >> " + path("serve.log") + " 2>&1'";
@@ -45,6 +54,7 @@ TEST_F(LaunchTest, ARunningApplicationGetsTheItemsInTheDueSecondAndNothingIsLaun
   makeProgram("bin/halyard");
   TestProcess app(halyardctlPath(), {"serve-app"}, bus_.address());
   ASSERT_TRUE(app.waitForOutput("running as com.vantrel.halyard"));
+  ASSERT_TRUE(waitForApplication());
   writeSchedule(path("ScheduleData.sched"), {makeItem("due", 10, 1), makeItem("later", 10, 2)});
   beatAt(10, 1, 0, 0.3);
   ASSERT_TRUE(app.waitForOutput("item \"due\""));
@@ -62,7 +72,7 @@ TEST_F(LaunchTest, TheFirstFixedLocationThatLaunchesWins) {
   } cases[] = {
       {"only the second exists: the first is skipped", false, false, "local/bin/halyard"},
       {"the first cannot run: the second is tried", true, false, "local/bin/halyard"},
-      {"the first runs", true, true, "/bin/halyard"},
+      {"the first runs", true, true, "bin/halyard"},
   };
   makeProgram("local/bin/halyard");
   for (const Case& c : cases) {
@@ -74,7 +84,7 @@ TEST_F(LaunchTest, TheFirstFixedLocationThatLaunchesWins) {
       QFile::setPermissions(QString::fromStdString(path("bin/halyard")), QFile::ReadOwner);
     }
     EXPECT_EQ(daemon_->launchJobs({makeItem("x", 9, 0)}), 0);
-    ASSERT_TRUE(waitForLaunch(c.expected));
+    EXPECT_EQ(launchedProgram(), path(c.expected));
     EXPECT_EQ(parked(), Names{"x"});
     EXPECT_EQ(out_.str(), "");
   }
@@ -93,10 +103,30 @@ TEST_F(LaunchTest, ActivationStartsTheApplicationWhichThenGetsExactlyTheParkedIt
 }
 
 TEST_F(LaunchTest, WithNoApplicationAnywhereBothFailuresArePrintedAndTheItemsStayParked) {
-  EXPECT_EQ(daemon_->launchJobs({makeItem("stays", 9, 0)}), launch_status::kApplicationNotFound);
+  EXPECT_EQ(daemon_->launchJobs({makeItem("stays", 9, 0)}), 0);  // the bus answers later
+  EXPECT_EQ(parked(), Names{"stays"});
+  ASSERT_TRUE(waitForOutput("giving up!"));
   EXPECT_EQ(out_.str(), "No application with signature 'dylH' found.\nNSWorkspace failed, giving up!\n");
   EXPECT_EQ(parked(), Names{"stays"});
   EXPECT_TRUE(daemon_->notifyMonitor()->lastLaunchTime().has_value());
+}
+
+TEST_F(LaunchTest, ADesktopEntryThatCannotRunIsTheWorkspaceFailure) {
+  QDir().mkpath(QString::fromStdString(path("data/applications")));
+  ASSERT_TRUE(writeFileAtomically(path("data/applications/halyard.desktop"),
+                                  "[Desktop Entry]\nExec=" + path("opt/missing") + " %U\n")
+                  .ok());
+  daemon_->launchJobs({makeItem("x", 9, 0)});
+  ASSERT_TRUE(waitForOutput("giving up!"));
+  EXPECT_EQ(out_.str(), "No application with signature 'dylH' found.\nNSWorkspace failed, giving up!\n");
+}
+
+TEST_F(LaunchTest, AnApplicationThatNeverTakesItsNameIsAnErrorWithItsStatus) {
+  bus_.addActivatableService(kApplicationBusName, "/bin/sleep 30");
+  EXPECT_EQ(daemon_->launchJobs({makeItem("waits", 9, 0)}), 0);
+  EXPECT_EQ(parked(), Names{"waits"});
+  ASSERT_TRUE(waitForOutput("Error"));  // when the bus gives up on the start
+  EXPECT_EQ(out_.str(), "Error -10810 (signature 'dylH').\n");
 }
 
 TEST_F(LaunchTest, AnOptionClickAfterShutdownStillLaunchesWithNowhereToParkTheItems) {
@@ -104,7 +134,7 @@ TEST_F(LaunchTest, AnOptionClickAfterShutdownStillLaunchesWithNowhereToParkTheIt
   daemon_->shutdown();
   ASSERT_EQ(daemon_->notifyMonitor(), nullptr);
   daemon_->openSyncDocument(*makeItem("late", 9, 0), true);
-  ASSERT_TRUE(waitForLaunch("/bin/halyard"));
+  EXPECT_EQ(launchedProgram(), path("bin/halyard"));
 }
 
 TEST_F(LaunchTest, TheDesktopEntryIsTheLastResort) {
@@ -114,7 +144,7 @@ TEST_F(LaunchTest, TheDesktopEntryIsTheLastResort) {
                                   "[Desktop Entry]\nName=Halyard\nExec=" + program + " --background %U\n")
                   .ok());
   EXPECT_EQ(daemon_->launchJobs({makeItem("x", 9, 0)}), 0);
-  ASSERT_TRUE(waitForLaunch("opt/halyard-app --background"));
+  ASSERT_TRUE(waitForLaunch(program + " --background"));
   EXPECT_EQ(out_.str(), "No application with signature 'dylH' found.\n");
 }
 
@@ -123,15 +153,17 @@ TEST_F(LaunchTest, LaunchHalyardPrefersTheRecordedLocation) {
   makeProgram("bin/halyard");
   ASSERT_TRUE(writeFileAtomically(path("LaunchPath"), recorded + "\n").ok());
   daemon_->launchHalyard();
-  ASSERT_TRUE(waitForLaunch("elsewhere/halyard"));
+  EXPECT_EQ(launchedProgram(), recorded);
   QFile::remove(QString::fromStdString(path("LaunchPath")));
+  QFile::remove(QString::fromStdString(path("launched.log")));
   daemon_->launchHalyard();
-  ASSERT_TRUE(waitForLaunch("/bin/halyard"));
+  EXPECT_EQ(launchedProgram(), path("bin/halyard"));
 }
 
 TEST_F(LaunchTest, OptionClickRunsACopyWithTheForceFlag) {
   TestProcess app(halyardctlPath(), {"serve-app"}, bus_.address());
   ASSERT_TRUE(app.waitForOutput("running as com.vantrel.halyard"));
+  ASSERT_TRUE(waitForApplication());
   const auto item = makeItem("forced", 9, 0);
   daemon_->openSyncDocument(*item, true);
   ASSERT_TRUE(app.waitForOutput("item \"forced\""));

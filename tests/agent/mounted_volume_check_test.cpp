@@ -9,15 +9,7 @@ namespace halyard::agent::testing {
 namespace {
 
 FakeVolume volume(const std::string& label, std::uint64_t device) {
-  FakeVolume v;
-  v.mount = {.source = "/dev/sd" + std::to_string(device), .mountPoint = "/media/u/" + label, .fsType = "ext4",
-             .options = "rw", .root = "/", .device = device, .sourceIsBlockDevice = true};
-  v.stats = {.type = 0xEF53, .blockSize = 4096, .nameMax = 255, .totalBlocks = 10, .freeBlocks = 5,
-             .fragmentSize = 4096};
-  v.birth = KernelTime{1600000000 + static_cast<std::int64_t>(device), 0};
-  v.device.label = label;
-  v.device.uuid = "uuid-" + label;
-  return v;
+  return fakeVolume(label, device, "/media/u/" + label);
 }
 
 class MountedVolumeCheckTest : public DaemonFixture {

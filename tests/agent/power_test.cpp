@@ -1,9 +1,11 @@
 // Power registration with a fake logind on a private system bus, and a sleep
 // across a scheduled minute.
 
+#include <QDBusArgument>
 #include <QDBusMessage>
 
 #include "agent/power_logind.h"
+#include "foundation/log_sink.h"
 #include "daemon_fixture.h"
 
 namespace halyard::agent::testing {
@@ -11,24 +13,56 @@ namespace {
 
 TEST(LogindPower, NoSystemBusIsARegistrationFailure) {
   ensureApplication();
-  QDBusConnection none = QDBusConnection::connectToBus(QString("unix:path=/nonexistent/system_bus_socket"), "none");
-  LogindPower power(none, [](PowerMessage) {});
+  LogindPower power(
+      [] { return QDBusConnection::connectToBus(QString("unix:path=/nonexistent/system_bus_socket"), "none"); },
+      [](PowerMessage) {});
   EXPECT_FALSE(power.registerForSystemPower());
-  QDBusConnection::disconnectFromBus("none");
 }
 
 class SleepTest : public DaemonFixture {
  protected:
   SleepTest() : system_("system"), systemConnection_(system_.connect("system-" + agentName_)) {}
   ~SleepTest() override { QDBusConnection::disconnectFromBus("system-" + agentName_); }
+  // What the agent's power registration is given: a new connection to the
+  // private system bus each time, at its address of the moment.
+  LogindPower::Connector connector() {
+    return [this] { return system_.connect(QString("power-%1-%2").arg(agentName_).arg(++connections_)); };
+  }
   void emitPrepareForSleep(bool start) {
     QDBusMessage call = QDBusMessage::createMethodCall("org.freedesktop.login1", "/org/freedesktop/login1",
                                                       "test.FakeLogind", "EmitPrepareForSleep");
     call << start;
-    ASSERT_EQ(systemConnection_.call(call).type(), QDBusMessage::ReplyMessage);
+    ASSERT_EQ(callOnSystemBus(call).type(), QDBusMessage::ReplyMessage);
   }
+  // How many inhibitors the logind of the moment holds.
+  int inhibitors() {
+    const QDBusMessage reply = callOnSystemBus(QDBusMessage::createMethodCall(
+        "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "ListInhibitors"));
+    if (reply.type() != QDBusMessage::ReplyMessage) return -1;
+    const QDBusArgument list = reply.arguments().value(0).value<QDBusArgument>();
+    int count = 0;
+    list.beginArray();
+    for (; !list.atEnd(); ++count) {
+      QString what, who, why, mode;
+      uint uid = 0, pid = 0;
+      list.beginStructure();
+      list >> what >> who >> why >> mode >> uid >> pid;
+      list.endStructure();
+    }
+    list.endArray();
+    return count;
+  }
+  // A call over a connection of its own, so that it works across restarts of the bus.
+  QDBusMessage callOnSystemBus(const QDBusMessage& call) {
+    const QString name = QString("call-%1-%2").arg(agentName_).arg(++connections_);
+    QDBusMessage reply = system_.connect(name).call(call);
+    QDBusConnection::disconnectFromBus(name);
+    return reply;
+  }
+  std::unique_ptr<TestProcess> startLogind() { return startFakeLogind(bus_, system_); }
   PrivateBus system_;
   QDBusConnection systemConnection_;
+  int connections_ = 0;
 };
 
 TEST_F(SleepTest, AfterASleepAcrossAScheduledMinuteTheItemIsHandedOverOnce) {
@@ -36,10 +70,11 @@ TEST_F(SleepTest, AfterASleepAcrossAScheduledMinuteTheItemIsHandedOverOnce) {
   ASSERT_TRUE(logind.waitForOutput("ready"));
   TestProcess app(halyardctlPath(), {"serve-app"}, bus_.address());
   ASSERT_TRUE(app.waitForOutput("running as"));
+  ASSERT_TRUE(waitForApplication());
   writeSchedule(path("ScheduleData.sched"), {makeItem("asleep", 10, 2)});
   makeDaemon();
   std::vector<PowerMessage> messages;
-  LogindPower power(systemConnection_, [&](PowerMessage message) {
+  LogindPower power(connector(), [&](PowerMessage message) {
     messages.push_back(message);
     if (message == PowerMessage::HasPoweredOn) daemon_->setAwokeFromSleep(true);
   });
@@ -64,6 +99,52 @@ TEST_F(SleepTest, AfterASleepAcrossAScheduledMinuteTheItemIsHandedOverOnce) {
   const auto first = output.find("item \"asleep\"");
   ASSERT_NE(first, std::string::npos);
   EXPECT_EQ(output.find("item \"asleep\"", first + 1), std::string::npos) << output;
+}
+
+}  // namespace
+}  // namespace halyard::agent::testing
+
+namespace halyard::agent::testing {
+namespace {
+
+TEST_F(SleepTest, AfterLogindOrTheSystemBusRestartsAWakeStillMakesAMissedCheck) {
+  struct Case {
+    const char* name;
+    bool busRestarts;
+  } cases[] = {{"logind restarts", false}, {"the system bus and logind restart", true}};
+  writeSchedule(path("ScheduleData.sched"), {makeItem("asleep", 10, 2)});
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    LogCapture log;
+    auto logind = startLogind();
+    makeDaemon();
+    LogindPower power(connector(), [&](PowerMessage message) {
+      if (message == PowerMessage::HasPoweredOn) daemon_->setAwokeFromSleep(true);
+    });
+    ASSERT_TRUE(power.registerForSystemPower());
+    ASSERT_TRUE(waitUntil([&] { return power.holdsInhibitor(); }));
+    beatAt(10, 1, 0);
+
+    logind.reset();
+    if (c.busRestarts) system_.restart();
+    logind = startLogind();
+    ASSERT_TRUE(waitUntil([&] { return inhibitors() == 1; }));  // taken again from the new logind
+    EXPECT_EQ(power.resubscriptions(), c.busRestarts ? 1 : 0);
+    emitPrepareForSleep(true);
+    ASSERT_TRUE(logind->waitForOutput("inhibitor released"));  // the signal reached the agent
+    clock_.setCivil(2026, 3, 4, 10, 2, 40);
+    emitPrepareForSleep(false);
+    ASSERT_TRUE(waitUntil([&] { return daemon_->awokeFromSleep(); }));
+    beatAt(10, 2, 40);
+    EXPECT_EQ(daemon_->status().lastCheckMode, HeartbeatMode::Missed);
+    EXPECT_EQ(parked(), std::vector<std::string>{"asleep"});
+
+    std::string lines;
+    for (const std::string& line : log.lines()) lines += line + "\n";
+    EXPECT_NE(lines.find("taking the sleep delay inhibitor again"), std::string::npos) << lines;
+    EXPECT_EQ(lines.find("The system bus is gone") != std::string::npos, c.busRestarts) << lines;
+    EXPECT_EQ(lines.find("The system bus is back") != std::string::npos, c.busRestarts) << lines;
+  }
 }
 
 }  // namespace

@@ -1,0 +1,119 @@
+// What the agent's children inherit, and how the document opener's end is
+// reported: the agent ignores SIGPIPE and may hold descriptors of its own,
+// but a child starts as a fresh program would.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include <QDir>
+#include <QFile>
+
+#include "agent/child_process.h"
+#include "daemon_fixture.h"
+#include "foundation/file_io.h"
+#include "foundation/log_sink.h"
+
+namespace halyard::agent::testing {
+namespace {
+
+// While alive, the test process looks like a busy agent: SIGPIPE and SIGHUP
+// ignored, SIGUSR1 blocked, a descriptor open without close-on-exec.
+class InheritableState {
+ public:
+  InheritableState() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignore, &oldPipe_);
+    sigaction(SIGHUP, &ignore, &oldHup_);
+    sigset_t usr1;
+    sigemptyset(&usr1);
+    sigaddset(&usr1, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &usr1, &oldMask_);
+    fd_ = open("/dev/null", O_RDONLY);  // no O_CLOEXEC on purpose
+  }
+  ~InheritableState() {
+    close(fd_);
+    sigprocmask(SIG_SETMASK, &oldMask_, nullptr);
+    sigaction(SIGHUP, &oldHup_, nullptr);
+    sigaction(SIGPIPE, &oldPipe_, nullptr);
+  }
+
+ private:
+  struct sigaction oldPipe_ {}, oldHup_ {};
+  sigset_t oldMask_{};
+  int fd_ = -1;
+};
+
+class ChildrenTest : public DaemonFixture {
+ protected:
+  ChildrenTest() { makeDaemon(); }
+  std::string read(const std::string& relative) {
+    auto text = readWholeFile(path(relative));
+    return text ? *text : "";
+  }
+};
+
+TEST_F(ChildrenTest, TheApplicationStartsWithDefaultSignalsAnEmptyMaskAndOnlyTheStandardStreams) {
+  InheritableState agentLike;
+  struct Case {
+    const char* name;
+    bool detached;
+  } cases[] = {{"the application, detached", true}, {"the opener, a direct child", false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string report = path(std::string("state-") + (c.detached ? "detached" : "child"));
+    const std::vector<std::string> argv{childStateProbePath(), report};
+    if (c.detached) {
+      ASSERT_EQ(spawnDetached(argv), launch_status::kNoError);
+    } else {
+      auto child = spawnChild(argv);
+      ASSERT_TRUE(child) << child.error().describe();
+      EXPECT_EQ(reapChild(*child), 0);
+    }
+    ASSERT_TRUE(waitUntil([&] { return QFile::exists(QString::fromStdString(report)); }));
+    EXPECT_EQ(read(report.substr(dir_.path().size() + 1)), "ignored:\nblocked:\nfds: 0 1 2\n");
+  }
+}
+
+TEST_F(ChildrenTest, TheOpenersExitStatusIsReported) {
+  const std::string opener = path("bin/xdg-open");
+  QDir().mkpath(QString::fromStdString(path("bin")));
+  struct Case {
+    const char* name;
+    const char* script;
+    int expected;
+  } cases[] = {{"opened", "exit 0", 0}, {"no application for the type", "exit 3", 3}, {"killed", "kill -9 $$", -1}};
+  const std::string oldPath = std::getenv("PATH");
+  setenv("PATH", (path("bin") + ":" + oldPath).c_str(), 1);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_TRUE(writeFileAtomically(opener, std::string("#!/bin/sh\n") + c.script + "\n").ok());
+    QFile::setPermissions(QString::fromStdString(opener), QFile::ReadOwner | QFile::ExeOwner);
+    std::optional<int> status;
+    launcher_->openDocument("/tmp/document.hsync", [&](int exitStatus) { status = exitStatus; });
+    ASSERT_TRUE(waitUntil([&] { return status.has_value(); }));
+    EXPECT_EQ(*status, c.expected);
+  }
+  setenv("PATH", oldPath.c_str(), 1);
+}
+
+TEST_F(ChildrenTest, AFailedOpeningBeepsAndLogsOneLine) {
+  const std::string opener = path("bin/xdg-open");
+  QDir().mkpath(QString::fromStdString(path("bin")));
+  ASSERT_TRUE(writeFileAtomically(opener, "#!/bin/sh\nexit 4\n").ok());
+  QFile::setPermissions(QString::fromStdString(opener), QFile::ReadOwner | QFile::ExeOwner);
+  const std::string oldPath = std::getenv("PATH");
+  setenv("PATH", (path("bin") + ":" + oldPath).c_str(), 1);
+  LogCapture log;
+  daemon_->openSyncDocument(*makeItem("doc", 9, 0), false);
+  EXPECT_TRUE(waitUntil([&] { return statusItem_.beeps == 1; }));
+  setenv("PATH", oldPath.c_str(), 1);
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_EQ(log.lines()[0], "<Error:> Could not open \"/tmp/doc.hsync\": the opener ended with status 4");
+}
+
+}  // namespace
+}  // namespace halyard::agent::testing
