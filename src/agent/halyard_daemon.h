@@ -17,6 +17,7 @@
 
 #include <QVariantMap>
 
+#include "agent/alert_panel_host.h"
 #include "agent/clock.h"
 #include "agent/heartbeat.h"
 #include "agent/launch_platform.h"
@@ -26,6 +27,8 @@
 #include "agent/preferences.h"
 #include "agent/scheduled_items.h"
 #include "agent/status_item_host.h"
+#include "agent/status_menu_model.h"
+#include "agent/user_time_formats.h"
 #include "fileservices/vt_file_manager.h"
 
 namespace halyard::agent {
@@ -56,6 +59,9 @@ struct DaemonEnvironment {
   // the shared one.
   std::shared_ptr<fileservices::VTFileManager> fileManager = nullptr;
   StatusItemHost* statusItem = nullptr;
+  AlertPanelHost* alertPanel = nullptr;
+  // The user's time and date formats; null: the C library's for LC_TIME.
+  std::function<UserTimeFormats()> userTimeFormats = nullptr;
   std::ostream* standardOutput = nullptr;  // launch failures; null: std::cout
   // Asks the application to terminate (which leads to shutdown()).
   std::function<void()> terminate;
@@ -96,6 +102,13 @@ class HalyardDaemon {
   // Opens the item's document, or with the Alt key held runs a copy of it now.
   void openSyncDocument(const ScheduledItem& item, bool optionHeld);
 
+  // Status menu (halyard_daemon_menu.cpp).
+  StatusMenuModel menuNeedsUpdate();
+  // The time format of the menu, computed once.
+  const std::string& stdTimeFormat();
+  std::string preferredDateFormatter();
+  void toggleSchedulerState();
+
   bool awokeFromSleep() const { return _awokeFromSleep; }
   void setAwokeFromSleep(bool awoke) { _awokeFromSleep = awoke; }
   bool schedulerActive() const { return _schedulerActive; }
@@ -114,6 +127,7 @@ class HalyardDaemon {
   std::optional<TimeInterval> _lastCheckDate;
   bool _schedulerActive = true;
   bool _awokeFromSleep = false;
+  std::optional<std::string> _stdTimeFormat;
 };
 
 }  // namespace halyard::agent
