@@ -1,0 +1,59 @@
+#pragma once
+// What the tray tests need of X11: an Xvfb server of their own on a free
+// display, the programs that look at it (xwininfo, xdotool, import), and the
+// agent with a private session bus, a private system bus and the fake logind.
+
+#include <QRect>
+#include <QString>
+#include <QStringList>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "agent/agent_test_support.h"
+
+namespace halyard::agent::testing {
+
+// The programs of `names` that are not on PATH, space-separated; empty when all are.
+std::string missingPrograms(const QStringList& names);
+
+// Xvfb -displayfd on the first free display, 800x600x24; stopped when the object goes.
+class XvfbServer {
+ public:
+  XvfbServer();
+  ~XvfbServer();
+  const QString& display() const { return display_; }  // ":N", empty when it did not start
+  // Runs an X client on this display to its end; its standard output.
+  std::string run(const QString& program, const QStringList& args) const;
+  // Where an X window of the agent lies on the screen: the first window of
+  // class halyard-backgrounder whose size passes `accept` and that is viewable.
+  std::optional<QRect> agentWindow(bool (*accept)(const QRect&)) const;
+
+ private:
+  QProcess server_;
+  QString display_;
+};
+
+// The agent process and the buses it runs on, with its files in a
+// temporary folder; DISPLAY is the server's.
+class AgentOnDisplay {
+ public:
+  explicit AgentOnDisplay(const XvfbServer& x);
+  // Writes the preference file before the start.
+  void setPreference(const char* key, bool value);
+  std::string dataFolder() const { return home_.path().toStdString() + "/data/Halyard"; }
+  std::unique_ptr<TestProcess> start();
+  // A process of the test on the same buses and display (halyardctl, a fake).
+  std::unique_ptr<TestProcess> spawn(const std::string& program, const std::vector<std::string>& args);
+
+  PrivateBus session_;
+  PrivateBus system_{"system"};
+
+ private:
+  TestProcess::Environment environment() const;
+  const XvfbServer& x_;
+  QTemporaryDir home_;
+  std::unique_ptr<TestProcess> logind_;
+};
+
+}  // namespace halyard::agent::testing
