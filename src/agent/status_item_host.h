@@ -25,12 +25,12 @@ class StatusItemHost {
 };
 
 struct StatusMenuActions {
-  std::function<StatusMenuModel()> menuNeedsUpdate;
-  std::function<void()> toggleSchedulerState;
+  std::function<StatusMenuModel()> menuNeedsUpdate = nullptr;
+  std::function<void()> toggleSchedulerState = nullptr;
   // A document entry chosen, with the Alt key held or not.
-  std::function<void(const ScheduledItem& item, bool optionHeld)> openSyncDocument;
-  std::function<void()> launchHalyard;
-  std::function<void()> quit;
+  std::function<void(const ScheduledItem& item, bool optionHeld)> openSyncDocument = nullptr;
+  std::function<void()> launchHalyard = nullptr;
+  std::function<void()> quit = nullptr;
 };
 
 }  // namespace halyard::agent

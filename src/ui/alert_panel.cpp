@@ -42,12 +42,17 @@ agent::AlertResponse AlertPanel::runAlertPanel(const agent::AlertRequest& reques
   return stopped ? agent::AlertResponse::Stop : agent::AlertResponse::Abort;
 }
 
-void AlertPanel::okSelected() {
-  if (ok_) ok_->click();
+namespace {
+
+// Clicks the button while its alert still runs; an alert already ended keeps its choice.
+void clickWhileShown(QAbstractButton* button) {
+  if (button && button->window()->isVisible()) button->click();
 }
 
-void AlertPanel::cancelSelected() {
-  if (cancel_) cancel_->click();
-}
+}  // namespace
+
+void AlertPanel::okSelected() { clickWhileShown(ok_); }
+
+void AlertPanel::cancelSelected() { clickWhileShown(cancel_); }
 
 }  // namespace halyard::ui

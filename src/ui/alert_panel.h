@@ -18,7 +18,7 @@ class AlertPanel final : public QObject, public agent::AlertPanelHost {
   agent::AlertResponse runAlertPanel(const agent::AlertRequest& request) override;
 
   // The buttons' actions, also for whoever ends the alert otherwise; no-ops
-  // when no alert runs (or, for Cancel, when it is disabled).
+  // when no alert runs, when it has already ended, or for a disabled Cancel.
   void okSelected();
   void cancelSelected();
 
