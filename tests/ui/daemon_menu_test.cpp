@@ -4,17 +4,10 @@
 #include <QFile>
 
 #include "agent/daemon_fixture.h"
+#include "menu_titles.h"
 
 namespace halyard::agent::testing {
 namespace {
-
-using Titles = std::vector<std::string>;
-
-Titles titles(const std::vector<StatusMenuEntry>& entries) {
-  Titles result;
-  for (const auto& entry : entries) result.push_back(entry.title);
-  return result;
-}
 
 TEST_F(DaemonFixture, TheMenuFollowsTheScheduleFileAndTheToggle) {
   makeDaemon();

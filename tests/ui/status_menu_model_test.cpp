@@ -10,17 +10,10 @@
 #include "agent/agent_test_support.h"
 #include "agent/status_menu_model.h"
 #include "agent/user_time_formats.h"
+#include "menu_titles.h"
 
 namespace halyard::agent::testing {
 namespace {
-
-using Titles = std::vector<std::string>;
-
-Titles titles(const std::vector<StatusMenuEntry>& entries) {
-  Titles result;
-  for (const auto& entry : entries) result.push_back(entry.title);
-  return result;
-}
 
 class StatusMenuModelTest : public ::testing::Test {
  protected:
