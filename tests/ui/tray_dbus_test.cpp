@@ -9,7 +9,6 @@
 #include <QDBusInterface>
 #include <QDBusMessage>
 #include <QDBusVariant>
-#include <QFile>
 
 #include "agent/dbus_notification_bus.h"
 #include "agent/hand_over.h"
@@ -78,15 +77,6 @@ class TrayOverTheBusTest : public ::testing::Test {
   }
   void TearDown() override { QDBusConnection::disconnectFromBus("tray-test"); }
 
-  // Active "Photos" and inactive "Music" with their documents, "Laptop" whose document is gone.
-  void writeDemoSchedule() {
-    const auto photos = makeItem("Photos", 9, 30), music = makeItem("Music", 22, 0), laptop = makeItem("Laptop", 3, 15);
-    music->setActive(false);
-    laptop->setScheduledHours(std::string(24, '0'));  // never runs: "Photos" is the next run at any hour
-    for (const auto& item : {photos, music, laptop}) item->setDocumentPathName(agent_->dataFolder() + "/" + *item->description());
-    for (const auto& item : {photos, music}) QFile(QString::fromStdString(*item->documentPathName())).open(QIODevice::WriteOnly);
-    writeSchedule(scheduleFile(), {photos, music, laptop});
-  }
   std::string scheduleFile() const { return agent_->dataFolder() + "/ScheduleData.sched"; }
 
   // The bus name under which the item last registered with the watcher.
@@ -126,7 +116,7 @@ class TrayOverTheBusTest : public ::testing::Test {
 };
 
 TEST_F(TrayOverTheBusTest, TheExportedMenuCarriesTheModelAndItsToggle) {
-  writeDemoSchedule();
+  writeDemoSchedule(agent_->dataFolder());
   auto agent = agent_->start();
   ASSERT_TRUE(watcher_->waitForOutput("registered")) << agent->output();
   MenuNode menu = openMenu();
@@ -159,7 +149,7 @@ TEST_F(TrayOverTheBusTest, TheExportedMenuCarriesTheModelAndItsToggle) {
 }
 
 TEST_F(TrayOverTheBusTest, AnAltClickHandsOverAForcedCopyAndLeavesTheScheduleAlone) {
-  writeDemoSchedule();
+  writeDemoSchedule(agent_->dataFolder());
   const auto scheduleBefore = readWholeFile(scheduleFile());
   ASSERT_TRUE(scheduleBefore);
   // The test plays the running main application.

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QImage>
@@ -17,6 +19,7 @@ namespace {
 
 bool iconSized(const QRect& r) { return r.width() > 4 && r.width() <= 64 && r.height() <= 64; }
 bool menuSized(const QRect& r) { return r.width() >= 100 && r.height() >= 60; }
+bool popupSized(const QRect& r) { return r.width() > 64 && r.height() >= 20; }
 
 class TrayOnXvfbTest : public ::testing::Test {
  protected:
@@ -41,13 +44,18 @@ class TrayOnXvfbTest : public ::testing::Test {
     movePointer(at);
     x_->run("xdotool", {"click", "1"});
   }
+  // Where the icon is now: the tray may still be moving it while it lays itself out.
+  QRect icon() const {
+    const std::vector<QRect> icons = x_->agentWindows(iconSized);
+    return icons.empty() ? QRect() : icons.front();
+  }
   // Clicks the icon until its menu shows: an icon just embedded may not take the first click.
-  bool openMenu(const QPoint& icon) const {
+  bool openMenu() const {
     QElapsedTimer sinceClick;
     return waitUntil([&] {
-      if (x_->agentWindow(menuSized)) return true;
-      if (!sinceClick.isValid() || sinceClick.hasExpired(1000)) {
-        click(icon);
+      if (!x_->agentWindows(menuSized).empty()) return true;
+      if (!sinceClick.isValid() || sinceClick.hasExpired(1500)) {
+        click(icon().center());
         sinceClick.start();
       }
       return false;
@@ -59,32 +67,38 @@ class TrayOnXvfbTest : public ::testing::Test {
 };
 
 TEST_F(TrayOnXvfbTest, TheIconWaitsForTheTrayOpensItsMenuAndShowsTheState) {
-  writeSchedule(agent_->dataFolder() + "/ScheduleData.sched", {makeItem("Photos", 9, 30)});
+  writeDemoSchedule(agent_->dataFolder());
   auto agent = agent_->start();
   ASSERT_TRUE(agent->waitForOutput("is running"));
   EXPECT_NE(agent->output().find("No status area is available"), std::string::npos);
   auto trayer = agent_->spawn("trayer", {"--edge", "top", "--align", "right", "--widthtype", "request", "--height",
                                          "32", "--SetDockType", "true", "--transparent", "false", "--tint",
                                          "0xd0d0d0"});
-  std::optional<QRect> icon;
-  ASSERT_TRUE(waitUntil([&] { return (icon = x_->agentWindow(iconSized)).has_value(); })) << "never embedded";
+  // Embedded, and in its place: the same position twice in a row.
+  QRect iconRect, previous;
+  ASSERT_TRUE(waitUntil([&] {
+    previous = std::exchange(iconRect, icon());
+    return iconRect.isValid() && iconRect == previous;
+  })) << "never embedded";
 
   const QPoint away(100, 400);
   movePointer(away);
-  const QImage activeIcon = screenshot("tray_active").copy(*icon);
+  const QImage activeIcon = screenshot("tray_active").copy(iconRect);
   for (const char* state : {"active", "suspended"}) {
     SCOPED_TRACE(state);
     if (std::string(state) == "suspended") {
       agent_->spawn(halyardctlPath(), {"notify", notifications::kSchedulerStateChanged, "--state", "false"})
           ->waitForExit();
-      ASSERT_TRUE(waitUntil([&] { return screenshot("tray_suspended").copy(*icon) != activeIcon; }))
+      ASSERT_TRUE(waitUntil([&] { return screenshot("tray_suspended").copy(iconRect) != activeIcon; }))
           << "the image did not change";
     }
-    ASSERT_TRUE(openMenu(icon->center())) << "no menu";
-    movePointer(away);
+    ASSERT_TRUE(openMenu()) << "no menu";
+    // Over the second entry, "Scheduled Documents": its submenu opens beside the menu.
+    movePointer(x_->agentWindows(menuSized).front().topLeft() + QPoint(40, 36));
+    EXPECT_TRUE(waitUntil([&] { return x_->agentWindows(popupSized).size() == 2; })) << "no documents submenu";
     screenshot(QString("tray_menu_") + state);
     click(away);  // elsewhere: the menu closes
-    ASSERT_TRUE(waitUntil([&] { return !x_->agentWindow(menuSized); }));
+    ASSERT_TRUE(waitUntil([&] { return x_->agentWindows(menuSized).empty(); }));
   }
   const std::string output = agent->output();
   EXPECT_EQ(output.find("No status area"), output.rfind("No status area")) << "logged more than once";

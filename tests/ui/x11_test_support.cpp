@@ -4,6 +4,7 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QFile>
 #include <QRegularExpression>
 #include <QStandardPaths>
 
@@ -40,18 +41,19 @@ std::string XvfbServer::run(const QString& program, const QStringList& args) con
   return client.readAllStandardOutput().toStdString();
 }
 
-std::optional<QRect> XvfbServer::agentWindow(bool (*accept)(const QRect&)) const {
+std::vector<QRect> XvfbServer::agentWindows(bool (*accept)(const QRect&)) const {
   // A line of `xwininfo -root -tree`: id "name": ("instance" "class")  WxH+x+y  +absX+absY
   static const QRegularExpression line(
       R"((0x[0-9a-f]+) "[^"]*": \("halyard-backgrounder" "halyard-backgrounder"\)\s+(\d+)x(\d+)\S*\s+\+(-?\d+)\+(-?\d+))");
   const QString tree = QString::fromStdString(run("xwininfo", {"-root", "-tree"}));
+  std::vector<QRect> windows;
   for (auto it = line.globalMatch(tree); it.hasNext();) {
     const auto m = it.next();
     const QRect rect(m.captured(4).toInt(), m.captured(5).toInt(), m.captured(2).toInt(), m.captured(3).toInt());
     if (!accept(rect)) continue;
-    if (run("xwininfo", {"-id", m.captured(1)}).find("IsViewable") != std::string::npos) return rect;
+    if (run("xwininfo", {"-id", m.captured(1)}).find("IsViewable") != std::string::npos) windows.push_back(rect);
   }
-  return std::nullopt;
+  return windows;
 }
 
 AgentOnDisplay::AgentOnDisplay(const XvfbServer& x) : x_(x) {
@@ -81,6 +83,15 @@ std::unique_ptr<TestProcess> AgentOnDisplay::start() {
 
 std::unique_ptr<TestProcess> AgentOnDisplay::spawn(const std::string& program, const std::vector<std::string>& args) {
   return std::make_unique<TestProcess>(program, args, session_.address(), system_.address(), environment());
+}
+
+void writeDemoSchedule(const std::string& folder) {
+  const auto photos = makeItem("Photos", 9, 30), music = makeItem("Music", 22, 0), laptop = makeItem("Laptop", 3, 15);
+  music->setActive(false);
+  laptop->setScheduledHours(std::string(24, '0'));
+  for (const auto& item : {photos, music, laptop}) item->setDocumentPathName(folder + "/" + *item->description());
+  for (const auto& item : {photos, music}) QFile(QString::fromStdString(*item->documentPathName())).open(QIODevice::WriteOnly);
+  writeSchedule(folder + "/ScheduleData.sched", {photos, music, laptop});
 }
 
 }  // namespace halyard::agent::testing

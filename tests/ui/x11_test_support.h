@@ -7,7 +7,7 @@
 #include <QString>
 #include <QStringList>
 #include <memory>
-#include <optional>
+#include <vector>
 #include <string>
 
 #include "agent/agent_test_support.h"
@@ -25,9 +25,9 @@ class XvfbServer {
   const QString& display() const { return display_; }  // ":N", empty when it did not start
   // Runs an X client on this display to its end; its standard output.
   std::string run(const QString& program, const QStringList& args) const;
-  // Where an X window of the agent lies on the screen: the first window of
-  // class halyard-backgrounder whose size passes `accept` and that is viewable.
-  std::optional<QRect> agentWindow(bool (*accept)(const QRect&)) const;
+  // Where the agent's X windows lie on the screen: the viewable windows of
+  // class halyard-backgrounder whose size passes `accept`.
+  std::vector<QRect> agentWindows(bool (*accept)(const QRect&)) const;
 
  private:
   QProcess server_;
@@ -55,5 +55,10 @@ class AgentOnDisplay {
   QTemporaryDir home_;
   std::unique_ptr<TestProcess> logind_;
 };
+
+// In `folder`: ScheduleData.sched with an active "Photos" and an inactive
+// "Music", whose documents are there, and "Laptop", whose document is gone
+// and which never runs ("Photos" is the next run at any hour).
+void writeDemoSchedule(const std::string& folder);
 
 }  // namespace halyard::agent::testing
