@@ -115,7 +115,7 @@ class TrayOverTheBusTest : public ::testing::Test {
   QDBusConnection test_{QString()};
 };
 
-TEST_F(TrayOverTheBusTest, TheExportedMenuCarriesTheModelAndItsToggle) {
+TEST_F(TrayOverTheBusTest, TheExportedMenuCarriesTheModelItsToggleAndQuit) {
   writeDemoSchedule(agent_->dataFolder());
   auto agent = agent_->start();
   ASSERT_TRUE(watcher_->waitForOutput("registered")) << agent->output();
@@ -146,6 +146,11 @@ TEST_F(TrayOverTheBusTest, TheExportedMenuCarriesTheModelAndItsToggle) {
   ASSERT_TRUE(waitUntil([&] { return (menu = openMenu()).child("Resume Scheduler") != nullptr; }));
   EXPECT_TRUE(menu.child("Scheduler Is Suspended"));
   EXPECT_EQ(menu.child("Next Scheduled Run")->labels(), std::vector<std::string>{"None"});
+
+  clickEntry(menu.child("Quit Halyard Backgrounder")->id);
+  ASSERT_TRUE(agent->waitForExit());
+  EXPECT_EQ(agent->process().exitCode(), 0);
+  EXPECT_NE(agent->output().find("has terminated."), std::string::npos);
 }
 
 TEST_F(TrayOverTheBusTest, AnAltClickHandsOverAForcedCopyAndLeavesTheScheduleAlone) {
