@@ -1,6 +1,7 @@
 #include "ui/application.h"
 
 #include <cstdlib>
+#include <vector>
 
 #include <QApplication>
 
@@ -15,20 +16,43 @@ bool isSet(const char* name) {
   return value && *value;
 }
 
+// The arguments with "-platform <list>" added when the user chose no
+// platform: the display's own, then offscreen, so that a display that cannot
+// be reached (a stale DISPLAY) leaves the agent running without a status
+// item instead of ending it. Qt keeps argv, so the array lives on.
+char** withPlatformFallback(int& argc, char** argv) {
+  if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) return argv;
+  static char platformOption[] = "-platform";
+  static char xcbFirst[] = "xcb;offscreen";
+  static char waylandFirst[] = "wayland;xcb;offscreen";
+  static std::vector<char*> arguments;
+  arguments.assign(argv, argv + argc);
+  arguments.push_back(platformOption);
+  arguments.push_back(isSet("WAYLAND_DISPLAY") ? waylandFirst : xcbFirst);
+  arguments.push_back(nullptr);
+  argc += 2;
+  return arguments.data();
+}
+
+bool reachedDisplay() {
+  return qobject_cast<QApplication*>(QCoreApplication::instance()) &&
+         QGuiApplication::platformName() != QLatin1String("offscreen");
+}
+
 }  // namespace
 
 bool displayAvailable() { return isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"); }
 
 std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv) {
   if (!displayAvailable()) return std::make_unique<QCoreApplication>(argc, argv);
-  auto app = std::make_unique<QApplication>(argc, argv);
+  auto app = std::make_unique<QApplication>(argc, withPlatformFallback(argc, argv));
   // The alert panel is the agent's only window; closing it must not end the agent.
   app->setQuitOnLastWindowClosed(false);
   return app;
 }
 
 UserInterface makeUserInterface() {
-  if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
+  if (!reachedDisplay()) {
     logLine("No display: the agent runs without a status item.");
     return {};
   }

@@ -21,7 +21,9 @@ namespace halyard::ui {
 
 bool displayAvailable();
 
-// A QApplication with a display (closing a window never quits it), else a QCoreApplication.
+// A QApplication with a display (closing a window never quits it), else a
+// QCoreApplication. A display that cannot be reached gives an offscreen
+// QApplication, which makeUserInterface() treats as no display.
 std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv);
 
 struct UserInterface {

@@ -70,7 +70,7 @@ class TrayOverTheBusTest : public ::testing::Test {
     if (!missing.empty()) GTEST_SKIP() << "no X server here: " << missing << " missing (scripts/setup installs them)";
     x_ = std::make_unique<XvfbServer>();
     ASSERT_FALSE(x_->display().isEmpty()) << "Xvfb did not start";
-    agent_ = std::make_unique<AgentOnDisplay>(*x_);
+    agent_ = std::make_unique<AgentOnDisplay>(x_->display());
     watcher_ = agent_->spawn("/usr/bin/python3", {HALYARD_SOURCE_DIR "/tests/ui/fake_sni_watcher.py"});
     ASSERT_TRUE(watcher_->waitForOutput("ready"));
     test_ = agent_->session_.connect("tray-test");

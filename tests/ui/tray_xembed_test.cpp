@@ -28,7 +28,7 @@ class TrayOnXvfbTest : public ::testing::Test {
     if (!missing.empty()) GTEST_SKIP() << "no tray here: " << missing << " missing (scripts/setup installs them)";
     x_ = std::make_unique<XvfbServer>();
     ASSERT_FALSE(x_->display().isEmpty()) << "Xvfb did not start";
-    agent_ = std::make_unique<AgentOnDisplay>(*x_);
+    agent_ = std::make_unique<AgentOnDisplay>(x_->display());
     QDir().mkpath(artefacts());
   }
   static QString artefacts() { return HALYARD_BINARY_DIR "/tests/ui/artefacts"; }
@@ -102,6 +102,14 @@ TEST_F(TrayOnXvfbTest, TheIconWaitsForTheTrayOpensItsMenuAndShowsTheState) {
   }
   const std::string output = agent->output();
   EXPECT_EQ(output.find("No status area"), output.rfind("No status area")) << "logged more than once";
+}
+
+TEST(AgentWithoutADisplay, AnUnreachableDisplayLeavesTheAgentRunningWithoutAStatusItem) {
+  AgentOnDisplay onNoDisplay(":4095", "");
+  auto agent = onNoDisplay.start();
+  ASSERT_TRUE(agent->waitForOutput("is running")) << agent->output();
+  EXPECT_NE(agent->output().find("No display: the agent runs without a status item."), std::string::npos);
+  EXPECT_EQ(agent->process().state(), QProcess::Running);
 }
 
 }  // namespace

@@ -56,7 +56,8 @@ std::vector<QRect> XvfbServer::agentWindows(bool (*accept)(const QRect&)) const 
   return windows;
 }
 
-AgentOnDisplay::AgentOnDisplay(const XvfbServer& x) : x_(x) {
+AgentOnDisplay::AgentOnDisplay(const QString& display, const QString& platform)
+    : display_(display), platform_(platform) {
   ensureApplication();
   QDir(home_.path()).mkpath("data/Halyard");
   logind_ = spawn("/usr/bin/python3", {fakeLogindPath()});
@@ -68,8 +69,8 @@ TestProcess::Environment AgentOnDisplay::environment() const {
           {"XDG_CONFIG_HOME", home_.path() + "/config"},
           {"TZ", "UTC"},
           {"LC_ALL", "C"},
-          {"DISPLAY", x_.display()},
-          {"QT_QPA_PLATFORM", "xcb"},
+          {"DISPLAY", display_},
+          {"QT_QPA_PLATFORM", platform_},
           {"NO_AT_BRIDGE", "1"}};
 }
 

@@ -35,10 +35,10 @@ class XvfbServer {
 };
 
 // The agent process and the buses it runs on, with its files in a
-// temporary folder; DISPLAY is the server's.
+// temporary folder, on a display with a Qt platform (empty: Qt's choice).
 class AgentOnDisplay {
  public:
-  explicit AgentOnDisplay(const XvfbServer& x);
+  explicit AgentOnDisplay(const QString& display, const QString& platform = "xcb");
   // Writes the preference file before the start.
   void setPreference(const char* key, bool value);
   std::string dataFolder() const { return home_.path().toStdString() + "/data/Halyard"; }
@@ -51,7 +51,7 @@ class AgentOnDisplay {
 
  private:
   TestProcess::Environment environment() const;
-  const XvfbServer& x_;
+  QString display_, platform_;
   QTemporaryDir home_;
   std::unique_ptr<TestProcess> logind_;
 };
