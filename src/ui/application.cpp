@@ -16,22 +16,29 @@ bool isSet(const char* name) {
   return value && *value;
 }
 
+struct Arguments {
+  int& argc;
+  char** argv;
+};
+
 // The arguments with "-platform <list>" added when the user chose no
 // platform: the display's own, then offscreen, so that a display that cannot
 // be reached (a stale DISPLAY) leaves the agent running without a status
-// item instead of ending it. Qt keeps argv, so the array lives on.
-char** withPlatformFallback(int& argc, char** argv) {
-  if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) return argv;
+// item instead of ending it. Qt keeps both, so they live on; the caller's
+// own argc and argv stay as they were.
+Arguments withPlatformFallback(int& argc, char** argv) {
+  if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) return {argc, argv};
   static char platformOption[] = "-platform";
   static char xcbFirst[] = "xcb;offscreen";
   static char waylandFirst[] = "wayland;xcb;offscreen";
   static std::vector<char*> arguments;
+  static int count = 0;
   arguments.assign(argv, argv + argc);
   arguments.push_back(platformOption);
   arguments.push_back(isSet("WAYLAND_DISPLAY") ? waylandFirst : xcbFirst);
   arguments.push_back(nullptr);
-  argc += 2;
-  return arguments.data();
+  count = argc + 2;
+  return {count, arguments.data()};
 }
 
 bool reachedDisplay() {
@@ -45,7 +52,8 @@ bool displayAvailable() { return isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"); }
 
 std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv) {
   if (!displayAvailable()) return std::make_unique<QCoreApplication>(argc, argv);
-  auto app = std::make_unique<QApplication>(argc, withPlatformFallback(argc, argv));
+  const Arguments arguments = withPlatformFallback(argc, argv);
+  auto app = std::make_unique<QApplication>(arguments.argc, arguments.argv);
   // The alert panel is the agent's only window; closing it must not end the agent.
   app->setQuitOnLastWindowClosed(false);
   return app;
