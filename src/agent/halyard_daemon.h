@@ -17,6 +17,7 @@
 
 #include <QVariantMap>
 
+#include "agent/alert_panel_host.h"
 #include "agent/background_task.h"
 #include "agent/clock.h"
 #include "agent/heartbeat.h"
@@ -28,6 +29,8 @@
 #include "agent/scheduled_items.h"
 #include "agent/status_item_host.h"
 #include "agent/timings.h"
+#include "agent/status_menu_model.h"
+#include "agent/user_time_formats.h"
 #include "fileservices/vt_file_manager.h"
 
 namespace halyard::agent {
@@ -59,6 +62,9 @@ struct DaemonEnvironment {
   // the shared one.
   std::shared_ptr<fileservices::VTFileManager> fileManager = nullptr;
   StatusItemHost* statusItem = nullptr;
+  AlertPanelHost* alertPanel = nullptr;
+  // The user's time and date formats; null: the C library's for LC_TIME.
+  std::function<UserTimeFormats()> userTimeFormats = nullptr;
   std::ostream* standardOutput = nullptr;  // launch failures; null: std::cout
   // Asks the application to terminate (which leads to shutdown()).
   std::function<void()> terminate;
@@ -125,6 +131,12 @@ class HalyardDaemon {
   const AgentTimings& timings() const { return timings_; }
   // Mounted-volume checks whose probing still runs off the event loop.
   int pendingMountChecks() const { return pendingMountChecks_; }
+  // Status menu (halyard_daemon_menu.cpp).
+  StatusMenuModel menuNeedsUpdate();
+  // The time format of the menu, computed once.
+  const std::string& stdTimeFormat();
+  std::string preferredDateFormatter();
+  void toggleSchedulerState();
 
   bool awokeFromSleep() const { return _awokeFromSleep; }
   void setAwokeFromSleep(bool awoke) { _awokeFromSleep = awoke; }
@@ -165,6 +177,7 @@ class HalyardDaemon {
   int pendingMountChecks_ = 0;
   std::shared_ptr<char> alive_ = std::make_shared<char>();
   BackgroundTasks background_;
+  std::optional<std::string> _stdTimeFormat;
 };
 
 }  // namespace halyard::agent

@@ -20,6 +20,7 @@
 #include "agent/status_service.h"
 #include "agent/termination_signals.h"
 #include "foundation/log_sink.h"
+#include "ui/application.h"
 #include "volumes/time_limited_volume_queries.h"
 
 namespace {
@@ -45,7 +46,8 @@ bool hasArgument(int argc, char** argv, const char* wanted) {
 int main(int argc, char** argv) {
   using namespace halyard::agent;
   ignoreBrokenPipes();
-  QCoreApplication app(argc, argv);
+  // A QApplication with a display (status item, alert panel), else a QCoreApplication.
+  const std::unique_ptr<QCoreApplication> app = halyard::ui::makeApplication(argc, argv);
   halyard::setLogToStandardError(hasArgument(argc, argv, "--log-stderr"));
 
   const auto registrationFailed = [] {
@@ -80,22 +82,26 @@ int main(int argc, char** argv) {
   LinuxLaunchPlatform launcher(session);
   auto mounts = LibmountEventSource::open(volumeQueries);
   if (!mounts) halyard::logLine("<Error:> No mount events: " + mounts.error().describe(), halyard::LogPriority::Error);
+  halyard::ui::UserInterface ui = halyard::ui::makeUserInterface();
   HalyardDaemon daemon({.clock = clock,
                         .bus = bus,
                         .preferences = preferences,
                         .launcher = launcher,
                         .paths = AgentPaths::forCurrentUser(),
                         .mounts = mounts ? mounts->get() : nullptr,
+                        .statusItem = ui.statusItem.get(),
+                        .alertPanel = ui.alertPanel.get(),
                         .terminate = [] { QCoreApplication::quit(); }});
   daemonInstance = &daemon;
+  ui.connectTo(daemon);
   StatusService statusService([&daemon] { return daemon.status(); });
   statusService.exportOn(session);
   ConnectionWatch sessionWatch(session, [] {
     halyard::logLine("<Error:> The session bus is gone; the agent stops.", halyard::LogPriority::Error);
     QCoreApplication::exit(kSessionBusLostStatus);
   });
-  QObject::connect(&app, &QCoreApplication::aboutToQuit, [&daemon] { daemon.shutdown(); });
+  QObject::connect(app.get(), &QCoreApplication::aboutToQuit, [&daemon] { daemon.shutdown(); });
   onTerminationSignals([] { QCoreApplication::quit(); });
   daemon.awakeFromNib();
-  return app.exec();
+  return app->exec();
 }

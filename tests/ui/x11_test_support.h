@@ -1,0 +1,64 @@
+#pragma once
+// What the tray tests need of X11: an Xvfb server of their own on a free
+// display, the programs that look at it (xwininfo, xdotool, import), and the
+// agent with a private session bus, a private system bus and the fake logind.
+
+#include <QRect>
+#include <QString>
+#include <QStringList>
+#include <memory>
+#include <vector>
+#include <string>
+
+#include "agent/agent_test_support.h"
+
+namespace halyard::agent::testing {
+
+// The programs of `names` that are not on PATH, space-separated; empty when all are.
+std::string missingPrograms(const QStringList& names);
+
+// Xvfb -displayfd on the first free display, 800x600x24; stopped when the object goes.
+class XvfbServer {
+ public:
+  XvfbServer();
+  ~XvfbServer();
+  const QString& display() const { return display_; }  // ":N", empty when it did not start
+  // Runs an X client on this display to its end; its standard output.
+  std::string run(const QString& program, const QStringList& args) const;
+  // Where the agent's X windows lie on the screen: the viewable windows of
+  // class halyard-backgrounder whose size passes `accept`.
+  std::vector<QRect> agentWindows(bool (*accept)(const QRect&)) const;
+
+ private:
+  QProcess server_;
+  QString display_;
+};
+
+// The agent process and the buses it runs on, with its files in a
+// temporary folder, on a display with a Qt platform (empty: Qt's choice).
+class AgentOnDisplay {
+ public:
+  explicit AgentOnDisplay(const QString& display, const QString& platform = "xcb");
+  // Writes the preference file before the start.
+  void setPreference(const char* key, bool value);
+  std::string dataFolder() const { return home_.path().toStdString() + "/data/Halyard"; }
+  std::unique_ptr<TestProcess> start();
+  // A process of the test on the same buses and display (halyardctl, a fake).
+  std::unique_ptr<TestProcess> spawn(const std::string& program, const std::vector<std::string>& args);
+
+  PrivateBus session_;
+  PrivateBus system_{"system"};
+
+ private:
+  TestProcess::Environment environment() const;
+  QString display_, platform_;
+  QTemporaryDir home_;
+  std::unique_ptr<TestProcess> logind_;
+};
+
+// In `folder`: ScheduleData.sched with an active "Photos" and an inactive
+// "Music", whose documents are there, and "Laptop", whose document is gone
+// and which never runs ("Photos" is the next run at any hour).
+void writeDemoSchedule(const std::string& folder);
+
+}  // namespace halyard::agent::testing
