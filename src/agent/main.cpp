@@ -9,6 +9,7 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QTimer>
 
 #include "agent/clock.h"
 #include "agent/connection_watch.h"
@@ -17,6 +18,7 @@
 #include "agent/launch_platform_linux.h"
 #include "agent/libmount_event_source.h"
 #include "agent/power_logind.h"
+#include "agent/service_notifier.h"
 #include "agent/status_service.h"
 #include "agent/termination_signals.h"
 #include "foundation/log_sink.h"
@@ -41,10 +43,40 @@ bool hasArgument(int argc, char** argv, const char* wanted) {
   return false;
 }
 
+constexpr char kUsage[] =
+    "usage: halyard-backgrounder [--log-stderr]\n"
+    "       halyard-backgrounder --version | --help\n\n"
+    "The background agent of Halyard: runs the scheduled synchronisations of\n"
+    "~/.local/share/Halyard/ScheduleData.sched. Started by its systemd user unit\n"
+    "(halyard-backgrounder.service) or the desktop's autostart; see\n"
+    "halyard-backgrounder(1).\n\n"
+    "  --log-stderr  copy every log line to standard error\n"
+    "  --version     print the version and exit\n"
+    "  --help        print this text and exit\n";
+
+// Tells the service manager the agent is up, then keeps its watchdog fed
+// from the event loop, so a stalled main thread gets the agent restarted.
+void startServiceNotifications(const halyard::agent::ServiceNotifier& service, QTimer& watchdog) {
+  if (const auto interval = service.watchdogInterval()) {
+    QObject::connect(&watchdog, &QTimer::timeout, [&service] { service.watchdogAlive(); });
+    watchdog.start(*interval);
+  }
+  QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, [&service] { service.stopping(); });
+  service.ready();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   using namespace halyard::agent;
+  if (hasArgument(argc, argv, "--version")) {
+    std::cout << "halyard-backgrounder " << HALYARD_VERSION << "\n";
+    return 0;
+  }
+  if (hasArgument(argc, argv, "--help")) {
+    std::cout << kUsage;
+    return 0;
+  }
   ignoreBrokenPipes();
   // A QApplication with a display (status item, alert panel), else a QCoreApplication.
   const std::unique_ptr<QCoreApplication> app = halyard::ui::makeApplication(argc, argv);
@@ -103,5 +135,8 @@ int main(int argc, char** argv) {
   QObject::connect(app.get(), &QCoreApplication::aboutToQuit, [&daemon] { daemon.shutdown(); });
   onTerminationSignals([] { QCoreApplication::quit(); });
   daemon.awakeFromNib();
+  const ServiceNotifier service = ServiceNotifier::fromEnvironment();
+  QTimer watchdog;
+  startServiceNotifications(service, watchdog);
   return app->exec();
 }

@@ -258,7 +258,12 @@ void Archiver::encodeGroup(const Group& group) {
 }
 
 void Archiver::encodeByteArray(const std::string& bytes) {
-  encodeValue({"[" + std::to_string(bytes.size()) + "c]", bytes});
+  // Appended piece by piece: "[" + std::to_string(...) trips GCC 12's
+  // -Wrestrict false positive at -O3.
+  std::string type = "[";
+  type += std::to_string(bytes.size());
+  type += "c]";
+  encodeValue({type, bytes});
 }
 
 }  // namespace halyard

@@ -1,9 +1,9 @@
 // halyardctl: the command-line companion of the Halyard Backgrounder.
 
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
+#include "tools/command_help.h"
 #include "tools/commands.h"
 
 namespace {
@@ -26,22 +26,46 @@ constexpr Command kCommands[] = {
 };
 
 void printUsage(std::FILE* to) {
-  std::fprintf(to, "usage: halyardctl COMMAND [ARGS]\n\ncommands:\n");
+  std::fprintf(to, "usage: halyardctl COMMAND [ARGS]\n       halyardctl help COMMAND | --version\n\ncommands:\n");
   for (const Command& command : kCommands) {
     std::fprintf(to, "  %.*s\n", static_cast<int>(command.summary.size()), command.summary.data());
   }
 }
 
+bool isHelpWord(std::string_view word) { return word == "--help" || word == "-h" || word == "help"; }
+
+// `halyardctl help COMMAND` and `halyardctl COMMAND --help`.
+int printCommandHelp(std::string_view command) {
+  const auto page = halyard::tools::commandHelp(command);
+  if (!page) {
+    std::fprintf(stderr, "halyardctl: unknown command '%.*s'\n", static_cast<int>(command.size()), command.data());
+    return 2;
+  }
+  std::fwrite(page->data(), 1, page->size(), stdout);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2 || std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "help") == 0) {
-    printUsage(argc < 2 ? stderr : stdout);
-    return argc < 2 ? 2 : 0;
+  if (argc < 2) {
+    printUsage(stderr);
+    return 2;
+  }
+  const std::string_view first = argv[1];
+  if (first == "--version") {
+    std::printf("halyardctl %s\n", HALYARD_VERSION);
+    return 0;
+  }
+  if (isHelpWord(first)) {
+    if (argc > 2) return printCommandHelp(argv[2]);
+    printUsage(stdout);
+    return 0;
   }
   halyard::tools::Arguments args(argv + 2, argv + argc);
+  if (!args.empty() && (args[0] == "--help" || args[0] == "-h")) return printCommandHelp(first);
   for (const Command& command : kCommands) {
-    if (command.name == argv[1]) return command.run(args);
+    if (command.name == first) return command.run(args);
   }
   std::fprintf(stderr, "halyardctl: unknown command '%s'\n", argv[1]);
   printUsage(stderr);
