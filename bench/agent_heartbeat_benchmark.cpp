@@ -37,9 +37,9 @@ class NullBus final : public NotificationBus {
 class NoLaunch final : public LaunchPlatform {
  public:
   std::int16_t findApplication() override { return launch_status::kNoError; }
-  std::int16_t activateApplication() override { return launch_status::kNoError; }
+  void activateApplication(StatusHandler done) override { done(launch_status::kNoError); }
   std::int16_t launchProgram(const std::vector<std::string>&, bool) override { return launch_status::kNoError; }
-  bool openDocument(const std::string&) override { return true; }
+  void openDocument(const std::string&, OpenHandler done) override { done(0); }
 };
 
 struct Bench {

@@ -52,7 +52,7 @@ ErrorCode fromTable(const std::map<int, ErrorCode>& table, int status) {
 int removeAnything(const std::string& path) {
   if (!itemExists(path)) return 0;
   clearLockFlagsInTree(path);
-  return removeItem(path);
+  return removeItem(path, CopyEngineSetup{});
 }
 
 // Refuses an archive whose members, as its directory declares them, would
@@ -96,7 +96,7 @@ ErrorCode ZipTransfer::moveToArchive(const std::string& item, const std::string&
   ErrorCode code = zipItem(itemPath, archivePath);
   if (code == 0) code = addMetadataMember(itemPath, archivePath, comments, acls);
   if (code == 0) code = syncFile(archivePath);
-  if (code != 0 && !archiveExisted) removeItem(archivePath);
+  if (code != 0 && !archiveExisted) removeItem(archivePath, CopyEngineSetup{});
   // From here on the archive is the item's only complete copy: it stays,
   // whatever removing the item leaves behind.
   if (code == 0) code = removeAnything(itemPath);

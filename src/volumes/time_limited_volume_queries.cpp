@@ -1,5 +1,6 @@
 #include "volumes/time_limited_volume_queries.h"
 
+#include <cerrno>
 #include <future>
 #include <thread>
 
@@ -39,6 +40,15 @@ std::optional<T> TimeLimitedVolumeQueries::limited(const std::string& path, std:
             LogPriority::Error);
   }
   return std::nullopt;
+}
+
+std::optional<PathPlace> TimeLimitedVolumeQueries::placeOf(const std::string& path) const {
+  return limited<std::optional<PathPlace>>(path, [inner = inner_, path] { return inner->placeOf(path); })
+      .value_or(std::nullopt);
+}
+
+int TimeLimitedVolumeQueries::pathStatus(const std::string& path) const {
+  return limited<int>(path, [inner = inner_, path] { return inner->pathStatus(path); }).value_or(ETIMEDOUT);
 }
 
 std::optional<std::uint64_t> TimeLimitedVolumeQueries::deviceOf(const std::string& path) const {

@@ -27,6 +27,9 @@ class TimeLimitedVolumeQueries final : public VolumeQueries {
                                     std::chrono::milliseconds limit = kDefaultLimit);
 
   std::vector<MountEntry> mountTable() const override { return inner_->mountTable(); }
+  std::optional<PathPlace> placeOf(const std::string& path) const override;
+  // A path whose stat does not answer in time reports ETIMEDOUT.
+  int pathStatus(const std::string& path) const override;
   std::optional<std::uint64_t> deviceOf(const std::string& path) const override;
   std::optional<FileSystemStats> fileSystemStats(const std::string& path) const override;
   std::optional<KernelTime> birthTime(const std::string& path) const override;

@@ -33,6 +33,8 @@ class BlockingVolumeQueries final : public VolumeQueries {
   }
 
   std::vector<MountEntry> mountTable() const override { return machine_->mountTable(); }
+  std::optional<PathPlace> placeOf(const std::string& p) const override { return block(p), machine_->placeOf(p); }
+  int pathStatus(const std::string& p) const override { return block(p), machine_->pathStatus(p); }
   std::optional<std::uint64_t> deviceOf(const std::string& p) const override { return block(p), machine_->deviceOf(p); }
   std::optional<FileSystemStats> fileSystemStats(const std::string& p) const override {
     return block(p), machine_->fileSystemStats(p);
