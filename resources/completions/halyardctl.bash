@@ -49,8 +49,6 @@ _halyardctl() {
                 com.vantrel.halyard.WakeToSynchChange --state" -- "$cur")) ;;
         watch)
             COMPREPLY=($(compgen -W "--count" -- "$cur")) ;;
-        status)
-            COMPREPLY=($(compgen -W "--json" -- "$cur")) ;;
         dump)
             _filedir ;;
         help)

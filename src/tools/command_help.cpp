@@ -17,7 +17,7 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kPages{{
      "byte offset where it stops making sense, and exit status 1.\n\n"
      "examples:\n"
      "  halyardctl dump ~/.local/share/Halyard/ScheduleData.sched\n"
-     "  halyardctl dump ~/.local/state/halyard/log.archive > log.json\n"},
+     "  halyardctl dump saved-handover.archive > handover.json\n"},
     {"fs",
      "usage: halyardctl fs copy SRC DST\n"
      "       halyardctl fs move SRC DST\n"
@@ -76,7 +76,7 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kPages{{
      "  halyardctl volumes\n"
      "  halyardctl volumes check 2\n"},
     {"status",
-     "usage: halyardctl status [--json]\n\n"
+     "usage: halyardctl status\n\n"
      "Asks the running agent over the session bus for its state: version,\n"
      "uptime, scheduler state, schedule file and item count, the last check,\n"
      "and how late its beats and how long its checks were over the last hour.\n\n"
