@@ -48,7 +48,7 @@ void makeSmallTree(const TestFolder& folder) {
   chmod(file.c_str(), 0640);
   setxattr(file.c_str(), "user.test", "v", 1, 0);
   writeComment(file, "a comment");
-  symlink("doc.txt", folder.path("tree/link").c_str());
+  ASSERT_EQ(symlink("doc.txt", folder.path("tree/link").c_str()), 0);
   const timespec times[2] = {{1000000000, 5}, {1200000000, 123456789}};
   utimensat(AT_FDCWD, file.c_str(), times, 0);
   chmod(folder.path("tree/sub").c_str(), 0555);
@@ -172,7 +172,7 @@ class LargeTreeCopy : public ::testing::Test {
         out.write(reinterpret_cast<const char*>(block.data()), std::min(kBlock, kFileSize - done));
       }
     }
-    symlink("part0", folder_->path("big/link").c_str());
+    ASSERT_EQ(symlink("part0", folder_->path("big/link").c_str()), 0);
   }
   static void TearDownTestSuite() { delete folder_; }
 

@@ -116,7 +116,7 @@ class ZipTransferTest : public ::testing::Test {
 TEST_F(ZipTransferTest, TreeWithMetadataSurvivesMoveAndExtraction) {
   const std::string tree = folder.path("tree");
   folder.writeFile("tree/doc.txt", "hello");
-  symlink("doc.txt", folder.path("tree/link").c_str());
+  ASSERT_EQ(symlink("doc.txt", folder.path("tree/link").c_str()), 0);
   setxattr(tree.c_str(), "user.test", "v", 1, 0);
   writeComment(tree, "a comment");
   acl_t acl = acl_from_text("u::rwx,g::r-x,o::---,u:65534:r-x,m::r-x");
