@@ -45,7 +45,9 @@ using ObjectRef = std::shared_ptr<Object>;
 template <class T>
 std::shared_ptr<T> objectAs(const ObjectRef& object) {
   if constexpr (std::is_final_v<T>) {
-    if (!object || typeid(*object) != typeid(T)) return nullptr;
+    if (!object) return nullptr;
+    const Object& target = *object;
+    if (typeid(target) != typeid(T)) return nullptr;
     return std::static_pointer_cast<T>(object);
   } else {
     return std::dynamic_pointer_cast<T>(object);

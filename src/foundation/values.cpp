@@ -157,8 +157,10 @@ namespace {
 
 // The text of a string key, read without taking a reference to the key.
 const std::string* keyText(const ObjectRef& key) {
-  if (!key || typeid(*key) != typeid(String)) return nullptr;
-  return &static_cast<const String&>(*key).text;
+  if (!key) return nullptr;
+  const Object& object = *key;
+  if (typeid(object) != typeid(String)) return nullptr;
+  return &static_cast<const String&>(object).text;
 }
 
 }  // namespace
