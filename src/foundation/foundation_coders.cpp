@@ -41,7 +41,7 @@ Expected<ObjectRef> decodeString(Unarchiver& coder, const ClassChain& chain) {
   auto value = coder.decodeValueOfType("+");
   if (!value) return value.error();
   auto* text = std::get_if<std::string>(&value->value);
-  return ObjectRef{String::make(text ? *text : std::string(), isMutableVariant(chain))};
+  return ObjectRef{String::make(text ? std::move(*text) : std::string(), isMutableVariant(chain))};
 }
 
 Expected<ObjectRef> decodeNumber(Unarchiver& coder, const ClassChain&) {

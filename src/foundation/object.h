@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <typeinfo>
 #include <vector>
 
 namespace halyard {
@@ -37,10 +39,19 @@ class Object {
 
 using ObjectRef = std::shared_ptr<Object>;
 
-// The object as a T, or null when it is absent or of another class.
+// The object as a T, or null when it is absent or of another class. A final
+// class is told by its type alone, which is much cheaper than a cast search;
+// decoding asks this for every value it reads.
 template <class T>
 std::shared_ptr<T> objectAs(const ObjectRef& object) {
-  return std::dynamic_pointer_cast<T>(object);
+  if constexpr (std::is_final_v<T>) {
+    if (!object) return nullptr;
+    const Object& target = *object;
+    if (typeid(target) != typeid(T)) return nullptr;
+    return std::static_pointer_cast<T>(object);
+  } else {
+    return std::dynamic_pointer_cast<T>(object);
+  }
 }
 
 // The chain shared by every class that derives directly from NSObject.

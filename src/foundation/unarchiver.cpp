@@ -214,21 +214,21 @@ Expected<TypedValue::Storage> Unarchiver::readUnsharedString() {
   return TypedValue::Storage{std::move(*text)};
 }
 
-Expected<TypedValue::Storage> Unarchiver::readSharedString() {
+Expected<std::optional<std::size_t>> Unarchiver::readSharedStringIndex() {
   auto head = peekHead();
   if (!head) return head.error();
   if (*head == kTagNil) {
     ++pos_;
-    return TypedValue::Storage{Nil{}};
+    return std::optional<std::size_t>{};
   }
   if (*head == kTagNew) {
     ++pos_;
     auto text = readUnsharedString();
     if (!text) return text.error();
-    const auto* literal = std::get_if<std::string>(&*text);
+    auto* literal = std::get_if<std::string>(&*text);
     if (!literal) return failure("nil literal in the string table");
-    sharedStrings_.push_back(*literal);
-    return text;
+    sharedStrings_.push_back(std::move(*literal));
+    return std::optional<std::size_t>{sharedStrings_.size() - 1};
   }
   const std::size_t at = pos_;
   ++pos_;
@@ -237,8 +237,20 @@ Expected<TypedValue::Storage> Unarchiver::readSharedString() {
   if (*number >= sharedStrings_.size()) {
     return failureAt(at, "reference to string " + std::to_string(*number) + " which is not yet defined");
   }
-  if (auto charged = chargeCopy(sharedStrings_[*number].size(), at); !charged) return charged.error();
-  return TypedValue::Storage{sharedStrings_[*number]};
+  return std::optional<std::size_t>{*number};
+}
+
+Expected<TypedValue::Storage> Unarchiver::readSharedString() {
+  const std::size_t at = pos_;
+  const std::size_t known = sharedStrings_.size();
+  auto index = readSharedStringIndex();
+  if (!index) return index.error();
+  if (!*index) return TypedValue::Storage{Nil{}};
+  const std::string& text = sharedStrings_[**index];
+  if (**index < known) {
+    if (auto charged = chargeCopy(text.size(), at); !charged) return charged.error();
+  }
+  return TypedValue::Storage{text};
 }
 
 Expected<TypedValue::Storage> Unarchiver::readCString() {
@@ -526,10 +538,25 @@ Expected<Group> Unarchiver::decodeGroup() {
   return readGroupWithTypes(std::move(*text));
 }
 
+// Coders ask for one value of a one-code type far more often than anything
+// else; such a group is read straight from the table's type string, without
+// copying it or building a group.
 Expected<TypedValue> Unarchiver::decodeValueOfType(std::string_view type) {
   const std::size_t at = pos_;
   if (atEnd()) return failure("unexpected end of data");
   if (atObjectEnd()) return failureAt(at, "expected a group of type \"" + std::string(type) + "\", found the end of the object");
+  if (type.size() == 1) {
+    const std::size_t known = sharedStrings_.size();
+    auto index = readSharedStringIndex();
+    if (!index) return index.error();
+    if (*index && sharedStrings_[**index] == type) {
+      auto value = readValue(type);
+      if (!value) return value.error();
+      return TypedValue{std::string(type), std::move(*value)};
+    }
+    pos_ = at;
+    sharedStrings_.resize(known);
+  }
   auto group = decodeGroup();
   if (!group) return group.error();
   if (group->types != type || group->values.size() != 1) {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -69,6 +70,8 @@ class Unarchiver {
   Expected<double> readReal(bool isFloat);
   Expected<std::string> readRawBytes(std::size_t length);
   Expected<TypedValue::Storage> readUnsharedString();
+  // The table index of the shared string at the head; absent for nil.
+  Expected<std::optional<std::size_t>> readSharedStringIndex();
   Expected<TypedValue::Storage> readSharedString();
   Expected<TypedValue::Storage> readCString();
   Expected<std::size_t> readReferenceNumber(std::int8_t head);

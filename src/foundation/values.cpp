@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstdlib>
+#include <typeinfo>
 
 #include "foundation/archiver.h"
 
@@ -152,16 +153,28 @@ void Dictionary::encodeWithCoder(Archiver& coder) const {
   }
 }
 
+namespace {
+
+// The text of a string key, read without taking a reference to the key.
+const std::string* keyText(const ObjectRef& key) {
+  if (!key) return nullptr;
+  const Object& object = *key;
+  if (typeid(object) != typeid(String)) return nullptr;
+  return &static_cast<const String&>(object).text;
+}
+
+}  // namespace
+
 ObjectRef Dictionary::get(std::string_view key) const {
   for (const auto& [k, v] : entries) {
-    if (auto s = objectAs<String>(k); s && s->text == key) return v;
+    if (const std::string* text = keyText(k); text && *text == key) return v;
   }
   return nullptr;
 }
 
 void Dictionary::set(std::string_view key, ObjectRef value) {
   for (auto& [k, v] : entries) {
-    if (auto s = objectAs<String>(k); s && s->text == key) {
+    if (const std::string* text = keyText(k); text && *text == key) {
       v = std::move(value);
       return;
     }

@@ -12,13 +12,10 @@
 
 #include "foundation/expected.h"
 #include "schedule/schedule_file.h"
+#include "schedule/selection_set_text.h"
 #include "tools/commands.h"
 
 namespace halyard::tools::schedule {
-
-// The five selection sets, in archive order.
-enum class SetKind { Months, DaysOfMonth, DaysOfWeek, Hours, Minutes };
-constexpr std::size_t kSetCount = 5;
 
 // What `add` and `edit` change; absent fields stay as they are.
 struct ItemEdits {
@@ -39,11 +36,6 @@ struct Options {
   std::optional<int> count;
   ItemEdits edits;
 };
-
-// A set option's value as a set string: the raw "0"/"1" string of the set's
-// length, or a friendly list such as "0,30", "9-17", "mon-fri", "jan-mar",
-// "1,15" (days of month count from 1 here), "*" or "none".
-Expected<std::string> parseSelectionSet(SetKind kind, std::string_view value);
 
 // Parses `schedule ACTION [operands] [options]`; `zone` reads --start-date.
 Expected<Options> parseOptions(const Arguments& args, const cctz::time_zone& zone);
