@@ -70,6 +70,7 @@ void HalyardDaemon::heartbeat(std::optional<TimeInterval> lateness) {
                                                   secondOfMinute(now, env_.clock.zone()),
                                                   !_notifyMonitor->mountedVolumes().empty()});
   if (mode != HeartbeatMode::None) runCheck(mode);
+  updateIdleSleepVeto(now, secondOfMinute(now, env_.clock.zone()) == 0);
   if (_notifyMonitor->shouldQuit() && env_.terminate) env_.terminate();
 }
 
@@ -138,6 +139,7 @@ void HalyardDaemon::schedulerStateChanged(const QVariantMap& userInfo) {
   _schedulerActive = userInfo.value(notifications::kStateKey).toBool();
   if (env_.statusItem && env_.statusItem->isInstalled()) env_.statusItem->showSchedulerState(_schedulerActive);
   env_.preferences.setBool(prefs::kSchedulerActive, _schedulerActive);
+  updateIdleSleepVeto(env_.clock.now(), true);
 }
 
 void HalyardDaemon::statusMenuStateChanged(const QVariantMap& userInfo) {

@@ -101,7 +101,11 @@ int main(int argc, char** argv) {
   HalyardDaemon* daemonInstance = nullptr;
   // Power events come from logind on the system bus: without it there is no registration.
   LogindPower power(connectToSystemBus, [&daemonInstance](PowerMessage message) {
-    if (message == PowerMessage::HasPoweredOn && daemonInstance) daemonInstance->setAwokeFromSleep(true);
+    if (message == PowerMessage::HasPoweredOn && daemonInstance) daemonInstance->systemHasPoweredOn();
+  });
+  power.setSleepPreparation([&daemonInstance](std::function<void()> allowSleep) {
+    if (!daemonInstance) return allowSleep();
+    daemonInstance->systemWillSleep(std::move(allowSleep));
   });
   if (!power.registerForSystemPower()) return registrationFailed();
 
@@ -123,7 +127,8 @@ int main(int argc, char** argv) {
                         .mounts = mounts ? mounts->get() : nullptr,
                         .statusItem = ui.statusItem.get(),
                         .alertPanel = ui.alertPanel.get(),
-                        .terminate = [] { QCoreApplication::quit(); }});
+                        .terminate = [] { QCoreApplication::quit(); },
+                        .idleSleepVeto = [&power](bool veto) { power.setIdleVeto(veto); }});
   daemonInstance = &daemon;
   ui.connectTo(daemon);
   StatusService statusService([&daemon] { return daemon.status(); });

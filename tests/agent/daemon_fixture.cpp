@@ -56,7 +56,9 @@ void DaemonFixture::makeDaemon(Clock& clock, bool steppedBeats) {
                                                               .statusItem = &statusItem_,
                                                               .standardOutput = &out_,
                                                               .terminate = [this] { ++terminations_; },
-                                                              .steppedBeats = steppedBeats});
+                                                              .steppedBeats = steppedBeats,
+                                                              .wakeTool = wakeTool_,
+                                                              .idleSleepVeto = idleSleepVeto_});
 }
 
 void DaemonFixture::beatAt(int h, int m, int s, double fraction) {

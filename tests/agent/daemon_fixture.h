@@ -71,6 +71,9 @@ class DaemonFixture : public ::testing::Test {
   std::ostringstream out_;
   int terminations_ = 0;
   std::vector<std::pair<QString, QVariantMap>> seen_;
+  // What the daemon is made with for wake-to-sync; null: nothing.
+  std::shared_ptr<WakeTool> wakeTool_;
+  std::function<void(bool)> idleSleepVeto_;
   std::unique_ptr<HalyardDaemon> daemon_;
 };
 
