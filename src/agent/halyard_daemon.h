@@ -21,6 +21,7 @@
 #include "agent/background_task.h"
 #include "agent/clock.h"
 #include "agent/heartbeat.h"
+#include "agent/helper_tool.h"
 #include "agent/launch_platform.h"
 #include "agent/mount_event_source.h"
 #include "agent/notification_bus.h"
@@ -47,6 +48,9 @@ struct AgentPaths {
   std::string volumesRoot;        // where bare volume names are mounted
   std::vector<std::string> applicationPaths{"/usr/bin/halyard", "/usr/local/bin/halyard"};
   std::vector<std::string> dataDirs;  // searched for applications/halyard.desktop
+  // The installed wake tool template and where privileged copies may lie.
+  std::string helperToolTemplate = kHelperToolTemplatePath;
+  HelperToolFolders helperToolFolders;
 
   // The paths of this user's session, from the strings table and the environment.
   static AgentPaths forCurrentUser();
@@ -148,6 +152,10 @@ class HalyardDaemon {
   void systemWillSleep(std::function<void()> allowSleep);
   void systemHasPoweredOn();
   bool idleSleepVetoed() const { return idleSleepVetoed_; }
+  bool validHelperToolExists() const;
+  // The main application's switch of wake-to-sync: "state" takes effect only
+  // with a valid tool; the state that took effect is posted back.
+  void wakeToSynchStateChanged(const QVariantMap& userInfo);
 
   bool awokeFromSleep() const { return _awokeFromSleep; }
   void setAwokeFromSleep(bool awoke) { _awokeFromSleep = awoke; }
@@ -170,6 +178,7 @@ class HalyardDaemon {
   // Holds or lets go of the veto; the next run is looked up again when
   // `recompute` or once the one looked up has passed.
   void updateIdleSleepVeto(TimeInterval now, bool recompute);
+  void showInvalidHelperToolAlert();
   void documentFailedToOpen(const std::string& path, int exitStatus);
   std::ostream& standardOutput() const;
   // Wraps a handler called later on the event loop so that it does nothing

@@ -3,6 +3,7 @@
 // veto held while a run is near.
 
 #include "agent/halyard_daemon.h"
+#include "foundation/strings_table.h"
 #include "helper/wake_request.h"
 
 namespace halyard::agent {
@@ -59,6 +60,28 @@ void HalyardDaemon::updateIdleSleepVeto(TimeInterval now, bool recompute) {
   if (veto == idleSleepVetoed_) return;
   idleSleepVetoed_ = veto;
   if (env_.idleSleepVeto) env_.idleSleepVeto(veto);
+}
+
+bool HalyardDaemon::validHelperToolExists() const {
+  return findValidHelperTool(env_.paths.helperToolFolders, env_.paths.helperToolTemplate).has_value();
+}
+
+void HalyardDaemon::showInvalidHelperToolAlert() {
+  if (!env_.alertPanel) return;
+  env_.alertPanel->runAlertPanel({.title = localizedString("INVALID_HELPER_TOOL_ALERT_TITLE"),
+                                  .message = localizedString("INVALID_HELPER_TOOL_ALERT_MESSAGE"),
+                                  .cancelEnabled = false});
+}
+
+void HalyardDaemon::wakeToSynchStateChanged(const QVariantMap& userInfo) {
+  bool state = userInfo.value(notifications::kStateKey).toBool();
+  if (state && !validHelperToolExists()) {
+    showInvalidHelperToolAlert();
+    state = false;
+  }
+  env_.preferences.setBool(prefs::kWakeSystemToSynch, state);
+  env_.bus.post(notifications::kWakeToSynchUpdated, {{notifications::kStateKey, state}});
+  updateIdleSleepVeto(env_.clock.now(), true);
 }
 
 }  // namespace halyard::agent
