@@ -50,7 +50,7 @@ struct AgentPaths {
   std::vector<std::string> dataDirs;  // searched for applications/halyard.desktop
   // The installed wake tool template and where privileged copies may lie.
   std::string helperToolTemplate = kHelperToolTemplatePath;
-  HelperToolFolders helperToolFolders;
+  HelperToolFolders helperToolFolders = {};
 
   // The paths of this user's session, from the strings table and the environment.
   static AgentPaths forCurrentUser();

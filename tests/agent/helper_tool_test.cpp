@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -84,6 +86,36 @@ TEST_F(HelperToolTest, TurningWakeToSyncOnNeedsAValidTool) {
     ASSERT_TRUE(waitForSeen(notifications::kWakeToSynchUpdated, valid ? 2 : 1));
     EXPECT_EQ(seen(notifications::kWakeToSynchUpdated).back().value(notifications::kStateKey).toBool(), valid);
   }
+}
+
+}  // namespace
+}  // namespace halyard::agent::testing
+
+#include "agent/wake_tool_process.h"
+#include "foundation/log_sink.h"
+#include "helper/wake_request.h"
+
+namespace halyard::agent::testing {
+namespace {
+
+TEST_F(HelperToolTest, WithoutAnRtcTheToolFailsAndTheLogSaysSoOnce) {
+  if (fs::exists("/sys/class/rtc/rtc0")) GTEST_SKIP() << "this machine has an RTC: the tool would set its alarm";
+  fs::copy_file(HALYARD_WAKE_TOOL, helperToolTemplate_, fs::copy_options::overwrite_existing);
+  const std::string tool = helperToolPath(path("user"));
+  fs::create_directories(fs::path(tool).parent_path());
+  fs::copy_file(HALYARD_WAKE_TOOL, tool);
+  ASSERT_EQ(::chmod(tool.c_str(), 04755), 0);
+  LogCapture log;
+  ProcessWakeTool wakeTool(helperToolFolders_, helperToolTemplate_);
+  const std::string request = wake::writeWakeRequest({wake::Command::SchedulePowerOn, std::time(nullptr) + 3600});
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    auto error = wakeTool.execute(request);
+    ASSERT_TRUE(error) << error.error().describe();
+    EXPECT_EQ(*error, ENOENT);
+  }
+  int said = 0;
+  for (const std::string& line : log.lines()) said += line.find("RTC wake alarm cannot be set") != std::string::npos;
+  EXPECT_EQ(said, 1);
 }
 
 }  // namespace
