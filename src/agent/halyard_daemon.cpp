@@ -18,6 +18,7 @@ AgentPaths AgentPaths::forCurrentUser() {
   const char* user = std::getenv("USER");
   paths.volumesRoot = std::string("/media/") + (user ? user : "");
   paths.dataDirs = xdgDataDirs();
+  paths.helperToolFolders = HelperToolFolders::forCurrentUser();
   return paths;
 }
 
@@ -27,6 +28,8 @@ HalyardDaemon::HalyardDaemon(DaemonEnvironment environment)
                    [this](const QVariantMap& info) { schedulerStateChanged(info); });
   env_.bus.observe(this, notifications::kStatusMenuStateChanged,
                    [this](const QVariantMap& info) { statusMenuStateChanged(info); });
+  env_.bus.observe(this, notifications::kWakeToSynchChange,
+                   [this](const QVariantMap& info) { wakeToSynchStateChanged(info); });
   _notifyMonitor = std::make_unique<NotificationMonitor>(env_.bus, env_.mounts, env_.paths.volumesRoot);
   if (auto active = env_.preferences.boolValue(prefs::kSchedulerActive)) {
     _schedulerActive = *active;
@@ -50,6 +53,10 @@ void HalyardDaemon::awakeFromNib() {
     env_.statusItem->installStatusItem(_schedulerActive);
   }
   env_.bus.post(notifications::kSchedulerStateChanged, {{notifications::kStateKey, _schedulerActive}});
+  if (env_.preferences.boolForKey(prefs::kWakeSystemToSynch) && !validHelperToolExists()) {
+    showInvalidHelperToolAlert();
+    env_.preferences.setBool(prefs::kWakeSystemToSynch, false);
+  }
   logLine(kRunningMessage);
 }
 
@@ -70,6 +77,7 @@ void HalyardDaemon::heartbeat(std::optional<TimeInterval> lateness) {
                                                   secondOfMinute(now, env_.clock.zone()),
                                                   !_notifyMonitor->mountedVolumes().empty()});
   if (mode != HeartbeatMode::None) runCheck(mode);
+  updateIdleSleepVeto(now, secondOfMinute(now, env_.clock.zone()) == 0);
   if (_notifyMonitor->shouldQuit() && env_.terminate) env_.terminate();
 }
 
@@ -138,6 +146,7 @@ void HalyardDaemon::schedulerStateChanged(const QVariantMap& userInfo) {
   _schedulerActive = userInfo.value(notifications::kStateKey).toBool();
   if (env_.statusItem && env_.statusItem->isInstalled()) env_.statusItem->showSchedulerState(_schedulerActive);
   env_.preferences.setBool(prefs::kSchedulerActive, _schedulerActive);
+  updateIdleSleepVeto(env_.clock.now(), true);
 }
 
 void HalyardDaemon::statusMenuStateChanged(const QVariantMap& userInfo) {

@@ -21,6 +21,7 @@
 #include "agent/background_task.h"
 #include "agent/clock.h"
 #include "agent/heartbeat.h"
+#include "agent/helper_tool.h"
 #include "agent/launch_platform.h"
 #include "agent/mount_event_source.h"
 #include "agent/notification_bus.h"
@@ -31,6 +32,7 @@
 #include "agent/timings.h"
 #include "agent/status_menu_model.h"
 #include "agent/user_time_formats.h"
+#include "agent/wake_to_sync.h"
 #include "fileservices/vt_file_manager.h"
 
 namespace halyard::agent {
@@ -46,6 +48,9 @@ struct AgentPaths {
   std::string volumesRoot;        // where bare volume names are mounted
   std::vector<std::string> applicationPaths{"/usr/bin/halyard", "/usr/local/bin/halyard"};
   std::vector<std::string> dataDirs;  // searched for applications/halyard.desktop
+  // The installed wake tool template and where privileged copies may lie.
+  std::string helperToolTemplate = kHelperToolTemplatePath;
+  HelperToolFolders helperToolFolders = {};
 
   // The paths of this user's session, from the strings table and the environment.
   static AgentPaths forCurrentUser();
@@ -70,6 +75,10 @@ struct DaemonEnvironment {
   std::function<void()> terminate;
   // When set, no timer drives the heartbeat: the owner calls heartbeat().
   bool steppedBeats = false;
+  // The privileged tool that sets the wake-up; null: wake-to-sync does nothing.
+  std::shared_ptr<WakeTool> wakeTool = nullptr;
+  // Told true when idle sleep must be refused and false when it may go again.
+  std::function<void(bool veto)> idleSleepVeto = nullptr;
 };
 
 // The mounted-volume check's matching, safe on a thread of its own: the items
@@ -138,6 +147,16 @@ class HalyardDaemon {
   std::string preferredDateFormatter();
   void toggleSchedulerState();
 
+  // Power (halyard_daemon_power.cpp). The machine goes to sleep once
+  // `allowSleep` is called, after the wake tool has placed the wake-up.
+  void systemWillSleep(std::function<void()> allowSleep);
+  void systemHasPoweredOn();
+  bool idleSleepVetoed() const { return idleSleepVetoed_; }
+  bool validHelperToolExists() const;
+  // The main application's switch of wake-to-sync: "state" takes effect only
+  // with a valid tool; the state that took effect is posted back.
+  void wakeToSynchStateChanged(const QVariantMap& userInfo);
+
   bool awokeFromSleep() const { return _awokeFromSleep; }
   void setAwokeFromSleep(bool awoke) { _awokeFromSleep = awoke; }
   bool schedulerActive() const { return _schedulerActive; }
@@ -153,6 +172,13 @@ class HalyardDaemon {
   void startMountedVolumeCheck(TimeInterval started, std::optional<ScheduledItems> items,
                                std::vector<std::string> paths);
   void reportActivation(std::int16_t status);
+  // The next run when wake-to-sync applies: the preference on, the scheduler
+  // active, a schedule with a next run.
+  std::optional<TimeInterval> wakeToSyncNextRun() const;
+  // Holds or lets go of the veto; the next run is looked up again when
+  // `recompute` or once the one looked up has passed.
+  void updateIdleSleepVeto(TimeInterval now, bool recompute);
+  void showInvalidHelperToolAlert();
   void documentFailedToOpen(const std::string& path, int exitStatus);
   std::ostream& standardOutput() const;
   // Wraps a handler called later on the event loop so that it does nothing
@@ -178,6 +204,9 @@ class HalyardDaemon {
   std::shared_ptr<char> alive_ = std::make_shared<char>();
   BackgroundTasks background_;
   std::optional<std::string> _stdTimeFormat;
+  std::optional<TimeInterval> idleVetoRun_;
+  bool idleVetoRunKnown_ = false;
+  bool idleSleepVetoed_ = false;
 };
 
 }  // namespace halyard::agent

@@ -42,6 +42,7 @@ std::string HalyardDaemon::preferredDateFormatter() {
 void HalyardDaemon::toggleSchedulerState() {
   _schedulerActive = !_schedulerActive;
   env_.preferences.setBool(prefs::kSchedulerActive, _schedulerActive);
+  updateIdleSleepVeto(env_.clock.now(), true);
   env_.bus.post(notifications::kSchedulerStateChanged, {{notifications::kStateKey, _schedulerActive}});
 }
 

@@ -21,6 +21,7 @@
 #include "agent/service_notifier.h"
 #include "agent/status_service.h"
 #include "agent/termination_signals.h"
+#include "agent/wake_tool_process.h"
 #include "foundation/log_sink.h"
 #include "ui/application.h"
 #include "volumes/time_limited_volume_queries.h"
@@ -101,7 +102,11 @@ int main(int argc, char** argv) {
   HalyardDaemon* daemonInstance = nullptr;
   // Power events come from logind on the system bus: without it there is no registration.
   LogindPower power(connectToSystemBus, [&daemonInstance](PowerMessage message) {
-    if (message == PowerMessage::HasPoweredOn && daemonInstance) daemonInstance->setAwokeFromSleep(true);
+    if (message == PowerMessage::HasPoweredOn && daemonInstance) daemonInstance->systemHasPoweredOn();
+  });
+  power.setSleepPreparation([&daemonInstance](std::function<void()> allowSleep) {
+    if (!daemonInstance) return allowSleep();
+    daemonInstance->systemWillSleep(std::move(allowSleep));
   });
   if (!power.registerForSystemPower()) return registrationFailed();
 
@@ -115,15 +120,19 @@ int main(int argc, char** argv) {
   auto mounts = LibmountEventSource::open(volumeQueries);
   if (!mounts) halyard::logLine("<Error:> No mount events: " + mounts.error().describe(), halyard::LogPriority::Error);
   halyard::ui::UserInterface ui = halyard::ui::makeUserInterface();
+  const AgentPaths paths = AgentPaths::forCurrentUser();
+  auto wakeTool = std::make_shared<ProcessWakeTool>(paths.helperToolFolders, paths.helperToolTemplate);
   HalyardDaemon daemon({.clock = clock,
                         .bus = bus,
                         .preferences = preferences,
                         .launcher = launcher,
-                        .paths = AgentPaths::forCurrentUser(),
+                        .paths = paths,
                         .mounts = mounts ? mounts->get() : nullptr,
                         .statusItem = ui.statusItem.get(),
                         .alertPanel = ui.alertPanel.get(),
-                        .terminate = [] { QCoreApplication::quit(); }});
+                        .terminate = [] { QCoreApplication::quit(); },
+                        .wakeTool = wakeTool,
+                        .idleSleepVeto = [&power](bool veto) { power.setIdleVeto(veto); }});
   daemonInstance = &daemon;
   ui.connectTo(daemon);
   StatusService statusService([&daemon] { return daemon.status(); });

@@ -29,6 +29,8 @@ class LogindPower final : public QObject {
   Q_OBJECT
  public:
   using Callback = std::function<void(PowerMessage)>;
+  // The will-sleep work; the machine sleeps once it calls `allowSleep`.
+  using SleepPreparation = std::function<void(std::function<void()> allowSleep)>;
   // Makes a new connection to the system bus (it may fail to connect); the
   // connection is made again after the bus restarts.
   using Connector = std::function<QDBusConnection()>;
@@ -40,6 +42,10 @@ class LogindPower final : public QObject {
   // the signal simply never comes.
   bool registerForSystemPower();
   bool holdsInhibitor() const { return inhibitor_.isValid(); }
+  void setSleepPreparation(SleepPreparation preparation) { preparation_ = std::move(preparation); }
+  // Holds a "block" inhibitor for idle sleep while `veto` is true.
+  void setIdleVeto(bool veto);
+  bool holdsIdleVeto() const { return idleInhibitor_.isValid(); }
   // How many times the subscription was made after a lost system bus.
   int resubscriptions() const { return resubscriptions_; }
 
@@ -49,6 +55,8 @@ class LogindPower final : public QObject {
  private:
   bool subscribe();
   void takeDelayInhibitor();
+  void takeIdleInhibitor();
+  void allowSleep(int sleep);
   void systemBusLost();
   void tryToReconnect();
 
@@ -56,6 +64,11 @@ class LogindPower final : public QObject {
   Callback callback_;
   QDBusConnection system_;
   QDBusUnixFileDescriptor inhibitor_;
+  QDBusUnixFileDescriptor idleInhibitor_;
+  SleepPreparation preparation_;
+  int sleeps_ = 0;  // counts sleeps and wakes, so a late allowSleep finds its sleep over
+  bool idleVetoWanted_ = false;
+  bool idleInhibitPending_ = false;
   std::unique_ptr<QDBusServiceWatcher> logindWatch_;
   std::unique_ptr<ConnectionWatch> connectionWatch_;
   QTimer reconnectTimer_;

@@ -43,16 +43,25 @@ bool LogindPower::subscribe() {
   connect(logindWatch_.get(), &QDBusServiceWatcher::serviceRegistered, this, [this] {
     logLine("logind has started; taking the sleep delay inhibitor again.");
     takeDelayInhibitor();
+    idleInhibitor_ = QDBusUnixFileDescriptor();
+    if (idleVetoWanted_) takeIdleInhibitor();
   });
   connectionWatch_ = std::make_unique<ConnectionWatch>(system_, [this] { systemBusLost(); });
   takeDelayInhibitor();
   return true;
 }
 
-void LogindPower::takeDelayInhibitor() {
+namespace {
+QDBusMessage inhibitCall(const char* what, const char* why, const char* mode) {
   QDBusMessage call = QDBusMessage::createMethodCall(kLogindService, kLogindPath, kLogindManager, "Inhibit");
-  call << QString("sleep") << QString("Halyard Backgrounder")
-       << QString("Arranges the wake-up for the next scheduled synchronisation") << QString("delay");
+  call << QString(what) << QString("Halyard Backgrounder") << QString(why) << QString(mode);
+  return call;
+}
+}  // namespace
+
+void LogindPower::takeDelayInhibitor() {
+  const QDBusMessage call =
+      inhibitCall("sleep", "Arranges the wake-up for the next scheduled synchronisation", "delay");
   auto* watcher = new QDBusPendingCallWatcher(system_.asyncCall(call), this);
   connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* finished) {
     const QDBusPendingReply<QDBusUnixFileDescriptor> reply = *finished;
@@ -61,9 +70,30 @@ void LogindPower::takeDelayInhibitor() {
   });
 }
 
+void LogindPower::setIdleVeto(bool veto) {
+  idleVetoWanted_ = veto;
+  if (!veto) idleInhibitor_ = QDBusUnixFileDescriptor();  // closing it lets idle sleep go again
+  if (veto && !idleInhibitor_.isValid() && !idleInhibitPending_) takeIdleInhibitor();
+}
+
+// An answer that comes after the veto ended is dropped, which closes it.
+void LogindPower::takeIdleInhibitor() {
+  if (!system_.isConnected()) return;
+  idleInhibitPending_ = true;
+  const QDBusMessage call = inhibitCall("idle", "A scheduled synchronisation is about to run", "block");
+  auto* watcher = new QDBusPendingCallWatcher(system_.asyncCall(call), this);
+  connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* finished) {
+    idleInhibitPending_ = false;
+    const QDBusPendingReply<QDBusUnixFileDescriptor> reply = *finished;
+    if (reply.isValid() && idleVetoWanted_) idleInhibitor_ = reply.value();
+    finished->deleteLater();
+  });
+}
+
 void LogindPower::systemBusLost() {
   logLine("<Error:> The system bus is gone; connecting again when it is back.", LogPriority::Error);
   inhibitor_ = QDBusUnixFileDescriptor();
+  idleInhibitor_ = QDBusUnixFileDescriptor();
   logindWatch_.reset();
   QDBusConnection::disconnectFromBus(system_.name());
   system_ = QDBusConnection(QString());
@@ -85,18 +115,28 @@ void LogindPower::tryToReconnect() {
     }
     reconnectTimer_.stop();
     ++resubscriptions_;
+    if (idleVetoWanted_) takeIdleInhibitor();
     logLine("The system bus is back; subscribed to PrepareForSleep again, taking the sleep delay inhibitor again.");
   });
 }
 
 void LogindPower::onPrepareForSleep(bool start) {
+  const int sleep = ++sleeps_;
   if (start) {
     callback_(PowerMessage::WillSleep);
-    inhibitor_ = QDBusUnixFileDescriptor();  // closing it allows the sleep
+    if (preparation_) {
+      preparation_([this, sleep] { allowSleep(sleep); });
+    } else {
+      allowSleep(sleep);
+    }
   } else {
     callback_(PowerMessage::HasPoweredOn);
     takeDelayInhibitor();
   }
+}
+
+void LogindPower::allowSleep(int sleep) {
+  if (sleep == sleeps_) inhibitor_ = QDBusUnixFileDescriptor();  // closing it allows the sleep
 }
 
 }  // namespace halyard::agent

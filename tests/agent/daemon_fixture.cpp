@@ -41,6 +41,8 @@ AgentPaths DaemonFixture::paths() const {
   paths.volumesRoot = path("media");
   paths.applicationPaths = {path("bin/halyard"), path("local/bin/halyard")};
   paths.dataDirs = {path("data")};
+  paths.helperToolTemplate = helperToolTemplate_;
+  paths.helperToolFolders = helperToolFolders_;
   return paths;
 }
 
@@ -54,9 +56,12 @@ void DaemonFixture::makeDaemon(Clock& clock, bool steppedBeats) {
                                                               .mounts = &mounts_,
                                                               .fileManager = fileManager_,
                                                               .statusItem = &statusItem_,
+                                                              .alertPanel = &alertPanel_,
                                                               .standardOutput = &out_,
                                                               .terminate = [this] { ++terminations_; },
-                                                              .steppedBeats = steppedBeats});
+                                                              .steppedBeats = steppedBeats,
+                                                              .wakeTool = wakeTool_,
+                                                              .idleSleepVeto = idleSleepVeto_});
 }
 
 void DaemonFixture::beatAt(int h, int m, int s, double fraction) {

@@ -29,6 +29,16 @@ class TestStatusItem final : public StatusItemHost {
   int beeps = 0;
 };
 
+// The alert panel seam: counts the alerts and answers OK.
+class TestAlertPanel final : public AlertPanelHost {
+ public:
+  AlertResponse runAlertPanel(const AlertRequest& request) override {
+    titles.push_back(request.title);
+    return AlertResponse::Stop;
+  }
+  std::vector<std::string> titles;
+};
+
 class DaemonFixture : public ::testing::Test {
  protected:
   DaemonFixture();
@@ -66,11 +76,17 @@ class DaemonFixture : public ::testing::Test {
   std::unique_ptr<LinuxLaunchPlatform> launcher_;
   TestMountSource mounts_;
   TestStatusItem statusItem_;
+  TestAlertPanel alertPanel_;
+  HelperToolFolders helperToolFolders_;
+  std::string helperToolTemplate_ = "/nonexistent/WakeToSyncToolTemplate";
   // The machine the mounted-volume check reads; null: this one.
   std::shared_ptr<fileservices::VTFileManager> fileManager_;
   std::ostringstream out_;
   int terminations_ = 0;
   std::vector<std::pair<QString, QVariantMap>> seen_;
+  // What the daemon is made with for wake-to-sync; null: nothing.
+  std::shared_ptr<WakeTool> wakeTool_;
+  std::function<void(bool)> idleSleepVeto_;
   std::unique_ptr<HalyardDaemon> daemon_;
 };
 

@@ -1,12 +1,8 @@
 // Power registration with a fake logind on a private system bus, and a sleep
 // across a scheduled minute.
 
-#include <QDBusArgument>
-#include <QDBusMessage>
-
-#include "agent/power_logind.h"
 #include "foundation/log_sink.h"
-#include "daemon_fixture.h"
+#include "sleep_fixture.h"
 
 namespace halyard::agent::testing {
 namespace {
@@ -18,52 +14,6 @@ TEST(LogindPower, NoSystemBusIsARegistrationFailure) {
       [](PowerMessage) {});
   EXPECT_FALSE(power.registerForSystemPower());
 }
-
-class SleepTest : public DaemonFixture {
- protected:
-  SleepTest() : system_("system"), systemConnection_(system_.connect("system-" + agentName_)) {}
-  ~SleepTest() override { QDBusConnection::disconnectFromBus("system-" + agentName_); }
-  // What the agent's power registration is given: a new connection to the
-  // private system bus each time, at its address of the moment.
-  LogindPower::Connector connector() {
-    return [this] { return system_.connect(QString("power-%1-%2").arg(agentName_).arg(++connections_)); };
-  }
-  void emitPrepareForSleep(bool start) {
-    QDBusMessage call = QDBusMessage::createMethodCall("org.freedesktop.login1", "/org/freedesktop/login1",
-                                                      "test.FakeLogind", "EmitPrepareForSleep");
-    call << start;
-    ASSERT_EQ(callOnSystemBus(call).type(), QDBusMessage::ReplyMessage);
-  }
-  // How many inhibitors the logind of the moment holds.
-  int inhibitors() {
-    const QDBusMessage reply = callOnSystemBus(QDBusMessage::createMethodCall(
-        "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "ListInhibitors"));
-    if (reply.type() != QDBusMessage::ReplyMessage) return -1;
-    const QDBusArgument list = reply.arguments().value(0).value<QDBusArgument>();
-    int count = 0;
-    list.beginArray();
-    for (; !list.atEnd(); ++count) {
-      QString what, who, why, mode;
-      uint uid = 0, pid = 0;
-      list.beginStructure();
-      list >> what >> who >> why >> mode >> uid >> pid;
-      list.endStructure();
-    }
-    list.endArray();
-    return count;
-  }
-  // A call over a connection of its own, so that it works across restarts of the bus.
-  QDBusMessage callOnSystemBus(const QDBusMessage& call) {
-    const QString name = QString("call-%1-%2").arg(agentName_).arg(++connections_);
-    QDBusMessage reply = system_.connect(name).call(call);
-    QDBusConnection::disconnectFromBus(name);
-    return reply;
-  }
-  std::unique_ptr<TestProcess> startLogind() { return startFakeLogind(bus_, system_); }
-  PrivateBus system_;
-  QDBusConnection systemConnection_;
-  int connections_ = 0;
-};
 
 TEST_F(SleepTest, AfterASleepAcrossAScheduledMinuteTheItemIsHandedOverOnce) {
   TestProcess logind("/usr/bin/python3", {fakeLogindPath()}, bus_.address(), system_.address());

@@ -1,0 +1,39 @@
+#pragma once
+// Where the wake tool "WakeToSyncTool" may lie, and the test that a copy
+// there is the privileged copy of the installed template: the same bytes,
+// owned by root and set-user-id. Nothing here creates or changes a file.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace halyard::agent {
+
+inline constexpr char kHelperToolTemplatePath[] = "/usr/libexec/halyard/WakeToSyncToolTemplate";
+inline constexpr char kHelperToolSubfolder[] = "Halyard";
+inline constexpr char kHelperToolName[] = "WakeToSyncTool";
+
+// The folders searched, in order: the application-support folders of the
+// user, local and system domains (the network domain has none here), then
+// the temporary-items folders of the user and local domains.
+struct HelperToolFolders {
+  std::vector<std::string> applicationSupport;
+  std::vector<std::string> temporaryItems;
+
+  // ~/.local/share (XDG_DATA_HOME), /usr/local/share, /usr/share;
+  // $XDG_RUNTIME_DIR, /var/tmp.
+  static HelperToolFolders forCurrentUser();
+};
+
+// <folder>/Halyard/WakeToSyncTool
+std::string helperToolPath(const std::string& folder);
+
+// True for a regular file (not a link) owned by root, set-user-id, whose
+// bytes equal the template's.
+bool isValidHelperTool(const std::string& toolPath, const std::string& templatePath);
+
+// The first valid tool in search order; absent when the template is missing
+// or no folder holds a valid copy.
+std::optional<std::string> findValidHelperTool(const HelperToolFolders& folders, const std::string& templatePath);
+
+}  // namespace halyard::agent

@@ -1,0 +1,84 @@
+#include "agent/helper_tool.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace halyard::agent {
+
+namespace {
+
+// A descriptor closed when it goes out of scope.
+struct OpenFile {
+  explicit OpenFile(const std::string& path) : fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)) {}
+  ~OpenFile() {
+    if (fd >= 0) ::close(fd);
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  int fd;
+};
+
+bool sameBytes(int a, int b) {
+  char bufferA[16384], bufferB[16384];
+  for (;;) {
+    const ssize_t gotA = ::read(a, bufferA, sizeof bufferA);
+    if (gotA < 0) return false;
+    // Both files have the same size, so the other gives as many bytes.
+    ssize_t gotB = 0;
+    while (gotB < gotA) {
+      const ssize_t got = ::read(b, bufferB + gotB, static_cast<std::size_t>(gotA - gotB));
+      if (got <= 0) return false;
+      gotB += got;
+    }
+    if (gotA == 0) return true;
+    if (std::memcmp(bufferA, bufferB, static_cast<std::size_t>(gotA)) != 0) return false;
+  }
+}
+
+std::string environmentOr(const char* name, const std::string& fallback) {
+  const char* value = std::getenv(name);
+  return value && *value ? std::string(value) : fallback;
+}
+
+}  // namespace
+
+HelperToolFolders HelperToolFolders::forCurrentUser() {
+  const std::string home = environmentOr("HOME", "/");
+  HelperToolFolders folders;
+  folders.applicationSupport = {environmentOr("XDG_DATA_HOME", home + "/.local/share"), "/usr/local/share",
+                                "/usr/share"};
+  if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime) {
+    folders.temporaryItems.push_back(runtime);
+  }
+  folders.temporaryItems.push_back("/var/tmp");
+  return folders;
+}
+
+std::string helperToolPath(const std::string& folder) {
+  return folder + "/" + kHelperToolSubfolder + "/" + kHelperToolName;
+}
+
+bool isValidHelperTool(const std::string& toolPath, const std::string& templatePath) {
+  OpenFile tool(toolPath), original(templatePath);
+  struct stat toolInfo {}, originalInfo {};
+  if (tool.fd < 0 || original.fd < 0 || ::fstat(tool.fd, &toolInfo) != 0 || ::fstat(original.fd, &originalInfo) != 0)
+    return false;
+  if (!S_ISREG(toolInfo.st_mode) || toolInfo.st_uid != 0 || !(toolInfo.st_mode & S_ISUID)) return false;
+  return toolInfo.st_size == originalInfo.st_size && sameBytes(tool.fd, original.fd);
+}
+
+std::optional<std::string> findValidHelperTool(const HelperToolFolders& folders, const std::string& templatePath) {
+  if (::access(templatePath.c_str(), F_OK) != 0) return std::nullopt;
+  for (const auto* list : {&folders.applicationSupport, &folders.temporaryItems}) {
+    for (const std::string& folder : *list) {
+      if (isValidHelperTool(helperToolPath(folder), templatePath)) return helperToolPath(folder);
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace halyard::agent

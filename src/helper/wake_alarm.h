@@ -1,0 +1,38 @@
+#pragma once
+// The one RTC wake alarm and the tool's record of the alarm it set itself.
+// The record lets a cancel clear only an alarm this tool placed: an alarm
+// someone else set (another program, the administrator) is left alone.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace halyard::wake {
+
+inline constexpr char kRtcAlarmPath[] = "/sys/class/rtc/rtc0/wakealarm";
+inline constexpr char kOwnedAlarmRecordPath[] = "/var/lib/halyard/wake-alarm";
+
+// The files the tool touches, and nothing else.
+struct AlarmFiles {
+  std::string alarmPath = kRtcAlarmPath;
+  std::string recordPath = kOwnedAlarmRecordPath;
+};
+
+// Reads the pending alarm (Unix seconds); nullopt when none is set. Errors
+// are errno values.
+struct AlarmRead {
+  int error = 0;
+  std::optional<std::int64_t> alarm;
+};
+AlarmRead readAlarm(const std::string& path);
+
+// Sets (seconds > 0) or clears (0) the alarm; returns 0 or an errno value.
+int writeAlarm(const std::string& path, std::int64_t unixSeconds);
+
+// The alarm this tool recorded, trusted only when the record belongs to the
+// tool's own effective user and is a regular file.
+std::optional<std::int64_t> readOwnedAlarm(const std::string& recordPath);
+int writeOwnedAlarm(const std::string& recordPath, std::int64_t unixSeconds);
+void forgetOwnedAlarm(const std::string& recordPath);
+
+}  // namespace halyard::wake

@@ -1,0 +1,84 @@
+#include "helper/wake_alarm.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <string_view>
+
+namespace halyard::wake {
+namespace {
+
+constexpr std::size_t kMaxNumberText = 32;
+
+// Reads at most a short decimal number; links are never followed.
+int readSmallText(const std::string& path, bool requireOwnRecord, std::string& text) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return errno;
+  struct stat info {};
+  int error = ::fstat(fd, &info) == 0 ? 0 : errno;
+  if (!error && requireOwnRecord && (!S_ISREG(info.st_mode) || info.st_uid != ::geteuid())) error = EPERM;
+  char buffer[kMaxNumberText];
+  const ssize_t got = error ? -1 : ::read(fd, buffer, sizeof buffer);
+  if (!error && got < 0) error = errno;
+  ::close(fd);
+  if (!error) text.assign(buffer, static_cast<std::size_t>(got));
+  return error;
+}
+
+std::optional<std::int64_t> parseSeconds(std::string_view text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.remove_suffix(1);
+  std::int64_t value = 0;
+  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (text.empty() || ec != std::errc{} || end != text.data() + text.size() || value <= 0) return std::nullopt;
+  return value;
+}
+
+int writeText(int fd, const std::string& text) {
+  const ssize_t put = ::write(fd, text.data(), text.size());
+  return put == static_cast<ssize_t>(text.size()) ? 0 : (put < 0 ? errno : EIO);
+}
+
+}  // namespace
+
+AlarmRead readAlarm(const std::string& path) {
+  std::string text;
+  if (int error = readSmallText(path, false, text)) return {error, std::nullopt};
+  return {0, parseSeconds(text)};
+}
+
+int writeAlarm(const std::string& path, std::int64_t unixSeconds) {
+  // The alarm file must already exist: the tool never creates files there.
+  const int fd = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return errno;
+  int error = writeText(fd, std::to_string(unixSeconds) + "\n");
+  if (::close(fd) != 0 && !error) error = errno;
+  return error;
+}
+
+std::optional<std::int64_t> readOwnedAlarm(const std::string& recordPath) {
+  std::string text;
+  if (readSmallText(recordPath, true, text) != 0) return std::nullopt;
+  return parseSeconds(text);
+}
+
+int writeOwnedAlarm(const std::string& recordPath, std::int64_t unixSeconds) {
+  // Written beside the record and renamed over it, so a half-written record
+  // never stands for an alarm.
+  const std::string fresh = recordPath + ".new";
+  ::unlink(fresh.c_str());
+  const int fd = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+  if (fd < 0) return errno;
+  int error = writeText(fd, std::to_string(unixSeconds) + "\n");
+  if (!error && ::fsync(fd) != 0) error = errno;
+  if (::close(fd) != 0 && !error) error = errno;
+  if (!error && ::rename(fresh.c_str(), recordPath.c_str()) != 0) error = errno;
+  if (error) ::unlink(fresh.c_str());
+  return error;
+}
+
+void forgetOwnedAlarm(const std::string& recordPath) { ::unlink(recordPath.c_str()); }
+
+}  // namespace halyard::wake

@@ -1,0 +1,75 @@
+// WakeToSyncToolTemplate: the wake tool. The agent copies it, the copy is
+// made root-owned and set-user-id, and the agent then writes one request to
+// its stdin and reads one answer from its stdout. Running with root's rights
+// on behalf of any local user, it trusts nothing it is given: the request is
+// checked by the reader, the environment is dropped, and the only files it
+// opens are the RTC alarm and its own record of the alarm it set.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "helper/wake_request.h"
+#include "helper/wake_tool.h"
+
+namespace {
+
+// The variable a test uses to stand a file in for the RTC alarm.
+constexpr char kAlarmPathVariable[] = "HALYARD_WAKEALARM_PATH";
+
+bool runsPrivileged() {
+  return ::geteuid() == 0 || ::geteuid() != ::getuid() || ::getegid() != ::getgid();
+}
+
+// Decided before the environment is cleared; a privileged run never reads it.
+halyard::wake::AlarmFiles chooseFiles(bool privileged) {
+  halyard::wake::AlarmFiles files;
+  const char* testPath = privileged ? nullptr : std::getenv(kAlarmPathVariable);
+  if (testPath && *testPath) {
+    files.alarmPath = testPath;
+    files.recordPath = files.alarmPath + ".owner";
+  }
+  return files;
+}
+
+// Reads one byte past the limit so that an oversized request is seen as such.
+std::string readRequest() {
+  std::string input;
+  char buffer[4096];
+  while (input.size() <= halyard::wake::kMaxRequestBytes) {
+    const ssize_t got = ::read(STDIN_FILENO, buffer, sizeof buffer);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    input.append(buffer, static_cast<std::size_t>(got));
+  }
+  return input;
+}
+
+bool writeAll(const std::string& text) {
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t put = ::write(STDOUT_FILENO, text.data() + done, text.size() - done);
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) return false;
+    done += static_cast<std::size_t>(put);
+  }
+  return true;
+}
+
+}  // namespace
+
+int main() {
+  const bool privileged = runsPrivileged();
+  const halyard::wake::AlarmFiles files = chooseFiles(privileged);
+  ::clearenv();
+  ::umask(022);
+  if (privileged) ::mkdir("/var/lib/halyard", 0755);
+  const std::string input = readRequest();
+  const int error = halyard::wake::handleWakeRequest(input, std::time(nullptr), files);
+  if (!writeAll(halyard::wake::writeWakeResponse(error))) return 2;
+  return error == 0 ? 0 : 1;
+}

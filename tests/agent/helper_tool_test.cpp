@@ -1,0 +1,122 @@
+// The test for a privileged copy of the wake tool, on real files, and the
+// main application's switch of wake-to-sync.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+#include "agent/helper_tool.h"
+#include "daemon_fixture.h"
+
+namespace halyard::agent::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+class HelperToolTest : public DaemonFixture {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to make root-owned set-user-id copies";
+    helperToolTemplate_ = path("libexec/WakeToSyncToolTemplate");
+    writeFile(helperToolTemplate_, "template bytes");
+    helperToolFolders_ = {{path("user"), path("local")}, {path("runtime")}};
+  }
+  static void writeFile(const std::string& file, const std::string& bytes) {
+    fs::create_directories(fs::path(file).parent_path());
+    std::ofstream(file) << bytes;
+  }
+  // A copy in `folder`, set-user-id root unless told otherwise.
+  std::string copyInto(const std::string& folder, const std::string& bytes = "template bytes", mode_t mode = 04755,
+                       uid_t owner = 0) {
+    const std::string tool = helperToolPath(path(folder));
+    writeFile(tool, bytes);
+    EXPECT_EQ(::chown(tool.c_str(), owner, 0), 0);
+    EXPECT_EQ(::chmod(tool.c_str(), mode), 0);
+    return tool;
+  }
+};
+
+TEST_F(HelperToolTest, OnlyASetUserIdRootCopyOfTheTemplateIsValid) {
+  const struct {
+    const char* name;
+    std::string bytes;
+    mode_t mode;
+    uid_t owner;
+    bool valid;
+  } cases[] = {
+      {"set-user-id root copy", "template bytes", 04755, 0, true},
+      {"not set-user-id", "template bytes", 0755, 0, false},
+      {"owned by nobody", "template bytes", 04755, 65534, false},
+      {"other bytes", "template bytez", 04755, 0, false},
+      {"longer", "template bytes!", 04755, 0, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(isValidHelperTool(copyInto("user", c.bytes, c.mode, c.owner), helperToolTemplate_), c.valid);
+  }
+  const std::string link = helperToolPath(path("local"));
+  fs::create_directories(fs::path(link).parent_path());
+  fs::create_symlink(copyInto("user"), link);
+  EXPECT_FALSE(isValidHelperTool(link, helperToolTemplate_));
+}
+
+TEST_F(HelperToolTest, SearchesApplicationSupportFirstThenTemporaryItems) {
+  EXPECT_EQ(findValidHelperTool(helperToolFolders_, helperToolTemplate_), std::nullopt);
+  const std::string temporary = copyInto("runtime");
+  EXPECT_EQ(findValidHelperTool(helperToolFolders_, helperToolTemplate_), temporary);
+  const std::string local = copyInto("local");
+  EXPECT_EQ(findValidHelperTool(helperToolFolders_, helperToolTemplate_), local);
+  fs::remove(helperToolTemplate_);
+  EXPECT_EQ(findValidHelperTool(helperToolFolders_, helperToolTemplate_), std::nullopt);
+}
+
+TEST_F(HelperToolTest, TurningWakeToSyncOnNeedsAValidTool) {
+  for (const bool valid : {false, true}) {
+    SCOPED_TRACE(valid ? "valid tool" : "no valid tool");
+    if (valid) copyInto("user");
+    makeDaemon();
+    alertPanel_.titles.clear();
+    daemon_->wakeToSynchStateChanged({{notifications::kStateKey, true}});
+    EXPECT_EQ(preferences_->boolForKey(prefs::kWakeSystemToSynch), valid);
+    EXPECT_EQ(alertPanel_.titles.size(), valid ? 0u : 1u);
+    ASSERT_TRUE(waitForSeen(notifications::kWakeToSynchUpdated, valid ? 2 : 1));
+    EXPECT_EQ(seen(notifications::kWakeToSynchUpdated).back().value(notifications::kStateKey).toBool(), valid);
+  }
+}
+
+}  // namespace
+}  // namespace halyard::agent::testing
+
+#include "agent/wake_tool_process.h"
+#include "foundation/log_sink.h"
+#include "helper/wake_request.h"
+
+namespace halyard::agent::testing {
+namespace {
+
+TEST_F(HelperToolTest, WithoutAnRtcTheToolFailsAndTheLogSaysSoOnce) {
+  if (fs::exists("/sys/class/rtc/rtc0")) GTEST_SKIP() << "this machine has an RTC: the tool would set its alarm";
+  fs::copy_file(HALYARD_WAKE_TOOL, helperToolTemplate_, fs::copy_options::overwrite_existing);
+  const std::string tool = helperToolPath(path("user"));
+  fs::create_directories(fs::path(tool).parent_path());
+  fs::copy_file(HALYARD_WAKE_TOOL, tool);
+  ASSERT_EQ(::chmod(tool.c_str(), 04755), 0);
+  LogCapture log;
+  ProcessWakeTool wakeTool(helperToolFolders_, helperToolTemplate_);
+  const std::string request = wake::writeWakeRequest({wake::Command::SchedulePowerOn, std::time(nullptr) + 3600});
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    auto error = wakeTool.execute(request);
+    ASSERT_TRUE(error) << error.error().describe();
+    EXPECT_EQ(*error, ENOENT);
+  }
+  int said = 0;
+  for (const std::string& line : log.lines()) said += line.find("RTC wake alarm cannot be set") != std::string::npos;
+  EXPECT_EQ(said, 1);
+}
+
+}  // namespace
+}  // namespace halyard::agent::testing
