@@ -11,6 +11,9 @@ struct AlertRequest {
   std::string title;
   std::string message;
   bool cancelEnabled = true;  // false: OK is the only choice
+  // The buttons' texts; empty: the panel's usual OK and Cancel.
+  std::string okTitle = {};
+  std::string cancelTitle = {};
 };
 
 // How the modal run ended: OK stops it, Cancel aborts it.

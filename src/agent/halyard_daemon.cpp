@@ -139,7 +139,9 @@ AgentStatus HalyardDaemon::status() const {
           .worstBeatLateness = timings_.beatLateness.worst(now),
           .medianBeatLateness = timings_.beatLateness.median(now),
           .worstCheckTime = timings_.checkDuration.worst(now),
-          .medianCheckTime = timings_.checkDuration.median(now)};
+          .medianCheckTime = timings_.checkDuration.median(now),
+          .wakeToSynch = env_.preferences.boolForKey(prefs::kWakeSystemToSynch),
+          .wakeAlarmProblem = rtcProblem_};
 }
 
 void HalyardDaemon::schedulerStateChanged(const QVariantMap& userInfo) {

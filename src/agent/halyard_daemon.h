@@ -96,6 +96,9 @@ struct AgentStatus {
   std::optional<TimeInterval> lastCheckDate;
   // Over the last hour, in seconds; absent before the first sample.
   std::optional<TimeInterval> worstBeatLateness, medianBeatLateness, worstCheckTime, medianCheckTime;
+  bool wakeToSynch = false;
+  // Why the RTC cannot wake the machine, when the wake tool said so.
+  std::optional<std::string> wakeAlarmProblem;
 };
 
 class HalyardDaemon {
@@ -179,6 +182,17 @@ class HalyardDaemon {
   // `recompute` or once the one looked up has passed.
   void updateIdleSleepVeto(TimeInterval now, bool recompute);
   void showInvalidHelperToolAlert();
+  // Finds or makes the wake tool and sends its requests off the event loop,
+  // then calls `done` on it. A tool folder on a volume that ignores
+  // ownership asks the user whether to use the temporary-items folder.
+  void runWakeRequests(std::optional<TimeInterval> wakeDate, std::function<void()> done,
+                       HelperFolderType folderType = HelperFolderType::ApplicationSupport);
+  // Remembers (and logs once) that the RTC cannot wake the machine.
+  void noteWakeToolAnswer(int errorNumber);
+  bool useTemporaryItemsFolder();
+  // Takes `wanted` as wake-to-sync's state where a valid tool and a usable
+  // RTC allow it, and posts the state that took effect.
+  void settleWakeToSynch(bool wanted);
   void documentFailedToOpen(const std::string& path, int exitStatus);
   std::ostream& standardOutput() const;
   // Wraps a handler called later on the event loop so that it does nothing
@@ -207,6 +221,8 @@ class HalyardDaemon {
   std::optional<TimeInterval> idleVetoRun_;
   bool idleVetoRunKnown_ = false;
   bool idleSleepVetoed_ = false;
+  std::optional<std::string> rtcProblem_;
+  bool rtcProblemLogged_ = false;
 };
 
 }  // namespace halyard::agent

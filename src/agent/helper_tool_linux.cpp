@@ -7,13 +7,16 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "helper/wake_install.h"
+
 namespace halyard::agent {
 
 namespace {
 
 // A descriptor closed when it goes out of scope.
 struct OpenFile {
-  explicit OpenFile(const std::string& path) : fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)) {}
+  explicit OpenFile(const std::string& path, int flags = 0)
+      : fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | flags)) {}
   ~OpenFile() {
     if (fd >= 0) ::close(fd);
   }
@@ -71,14 +74,23 @@ bool isValidHelperTool(const std::string& toolPath, const std::string& templateP
   return toolInfo.st_size == originalInfo.st_size && sameBytes(tool.fd, original.fd);
 }
 
-std::optional<std::string> findValidHelperTool(const HelperToolFolders& folders, const std::string& templatePath) {
+std::optional<std::string> findValidHelperTool(const std::vector<std::string>& folders,
+                                               const std::string& templatePath) {
   if (::access(templatePath.c_str(), F_OK) != 0) return std::nullopt;
-  for (const auto* list : {&folders.applicationSupport, &folders.temporaryItems}) {
-    for (const std::string& folder : *list) {
-      if (isValidHelperTool(helperToolPath(folder), templatePath)) return helperToolPath(folder);
-    }
+  for (const std::string& folder : folders) {
+    if (isValidHelperTool(helperToolPath(folder), templatePath)) return helperToolPath(folder);
   }
   return std::nullopt;
+}
+
+std::optional<std::string> findValidHelperTool(const HelperToolFolders& folders, const std::string& templatePath) {
+  if (auto tool = findValidHelperTool(folders.applicationSupport, templatePath)) return tool;
+  return findValidHelperTool(folders.temporaryItems, templatePath);
+}
+
+bool folderIgnoresOwnership(const std::string& folder) {
+  const OpenFile opened(folder, O_DIRECTORY);
+  return opened.fd >= 0 && wake::volumeIgnoresOwnership(opened.fd);
 }
 
 }  // namespace halyard::agent

@@ -28,7 +28,9 @@ QVariantMap statusMap(const AgentStatus& status) {
                   {kUptime, status.uptime},
                   {kSchedulerActive, status.schedulerActive},
                   {kScheduleFile, QString::fromStdString(status.scheduleFile)},
-                  {kLastCheckMode, heartbeatModeName(status.lastCheckMode)}};
+                  {kLastCheckMode, heartbeatModeName(status.lastCheckMode)},
+                  {kWakeToSynch, status.wakeToSynch}};
+  if (status.wakeAlarmProblem) map.insert(kWakeAlarmProblem, QString::fromStdString(*status.wakeAlarmProblem));
   if (status.itemCount) map.insert(kItemCount, static_cast<qulonglong>(*status.itemCount));
   insertIfKnown(map, kLastCheckDate, status.lastCheckDate);
   insertIfKnown(map, kWorstBeatLateness, status.worstBeatLateness);

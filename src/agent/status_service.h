@@ -2,7 +2,8 @@
 // StatusService: the agent's own object on the session bus, under its agent
 // name, answering Status() with what `halyardctl status` prints: uptime,
 // version, scheduler state, schedule file and item count, the last check,
-// and the worst and median beat lateness and check time of the last hour.
+// the worst and median beat lateness and check time of the last hour, and
+// whether wake-to-sync is on or the RTC cannot wake the machine.
 
 #include <functional>
 
@@ -32,6 +33,8 @@ inline constexpr char kWorstBeatLateness[] = "worstBeatLateness";
 inline constexpr char kMedianBeatLateness[] = "medianBeatLateness";
 inline constexpr char kWorstCheckTime[] = "worstCheckTime";
 inline constexpr char kMedianCheckTime[] = "medianCheckTime";
+inline constexpr char kWakeToSynch[] = "wakeToSynch";
+inline constexpr char kWakeAlarmProblem[] = "wakeAlarmProblem";  // absent while the RTC is not known to fail
 }  // namespace status_keys
 
 // "missed", "new", "mounted-volume" or "none".

@@ -4,8 +4,10 @@
 // privileged wake tool that sets the RTC alarm.
 
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "agent/helper_tool.h"
 #include "foundation/dates.h"
 #include "foundation/expected.h"
 
@@ -30,13 +32,40 @@ inline TimeInterval wakeDateAtSleep(TimeInterval nextRun, TimeInterval now) {
   return wake - now < kWakeMinimumDistance ? now + kWakeMinimumDistance : wake;
 }
 
-// Runs one request (an XML property list) in the wake tool and answers the
-// tool's error number. It waits for the tool, so it is called off the event
-// loop; a failure to find or run the tool is an error.
+// Where the privileged wake tool is, or why there is none.
+struct ToolLocation {
+  std::string tool = {};     // empty when there is none
+  bool onBadVolume = false;  // its folder lies on a volume that ignores ownership
+  std::string problem = {};
+};
+
+// The privileged wake tool that sets the RTC alarm. Both calls wait for
+// other processes, so they are made off the event loop.
 class WakeTool {
  public:
   virtual ~WakeTool() = default;
-  virtual Expected<int> execute(const std::string& request) = 0;
+  // The valid copy in the folders of `type`; when there is none, one is
+  // made in the first of them (which may ask for an administrator's password).
+  virtual ToolLocation locateOrCreate(HelperFolderType type) = 0;
+  // Runs one request (an XML property list) in `tool` and answers the
+  // tool's error number; a failure to run it or read its answer is an error.
+  virtual Expected<int> execute(const std::string& tool, const std::string& request) = 0;
 };
+
+// What one round with the tool came to: the answer to its last request
+// (none when the tool could not be found, made or run), and whether its
+// folder lies on a volume that ignores ownership.
+struct WakeAttempt {
+  std::optional<int> answer = std::nullopt;
+  bool onBadVolume = false;
+};
+
+// Finds or makes the tool in the folders of `folderType`, cancels its
+// earlier wake-ups and, when `wakeDate` is given, asks for one then. Waits.
+WakeAttempt attemptWakeRequests(WakeTool& tool, HelperFolderType folderType, std::optional<TimeInterval> wakeDate);
+
+// The tool's answers that say the RTC cannot wake this machine: no alarm
+// file, or no right to write it.
+bool meansRtcCannotWake(int errorNumber);
 
 }  // namespace halyard::agent

@@ -1,13 +1,16 @@
 #include "agent/wake_tool_process.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <vector>
 
-#include "foundation/log_sink.h"
+#include "helper/wake_install.h"
 #include "helper/wake_request.h"
 
 namespace halyard::agent {
@@ -30,53 +33,82 @@ void closeIfOpen(int& fd) {
   fd = -1;
 }
 
-// Starts the tool with the request on its stdin and nothing in its
-// environment; answers its stdout, at most the size of a request.
-Expected<std::string> runTool(const std::string& tool, const std::string& request) {
+// Starts `argv` with `input` on its stdin and the environment `envp`;
+// answers its stdout, at most the size of a request.
+Expected<std::string> runProgram(const std::vector<std::string>& arguments, char* const* envp,
+                                 const std::string& input) {
   Pipe in, out;
-  if (!in.open() || !out.open()) return makeError("cannot make pipes for " + tool + ": " + std::strerror(errno));
-  char* argv[] = {const_cast<char*>(tool.c_str()), nullptr};
-  char* envp[] = {nullptr};
+  const std::string& program = arguments.front();
+  if (!in.open() || !out.open()) return makeError("cannot make pipes for " + program + ": " + std::strerror(errno));
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
   const pid_t child = ::fork();
   if (child == 0) {
+    // As a fresh program starts: the agent ignores SIGPIPE, the child must not.
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::signal(SIGPIPE, SIG_DFL);
     if (::dup2(in.read, STDIN_FILENO) < 0 || ::dup2(out.write, STDOUT_FILENO) < 0) ::_exit(127);
-    ::execve(argv[0], argv, envp);
+    ::execve(argv[0], argv.data(), envp);
     ::_exit(127);
   }
   closeIfOpen(in.read);
   closeIfOpen(out.write);
-  // A tool that ends early closes its stdin: the write fails, the answer tells.
-  const bool sent = child > 0 && ::write(in.write, request.data(), request.size()) >= 0;
-  closeIfOpen(in.write);  // the tool reads its request up to the end
+  // A program that ends early closes its stdin: the write fails, the answer tells.
+  const bool sent = child > 0 && ::write(in.write, input.data(), input.size()) >= 0;
+  closeIfOpen(in.write);  // the program reads its input up to the end
   std::string answer;
   char buffer[4096];
   for (ssize_t got; sent && answer.size() <= wake::kMaxRequestBytes && (got = ::read(out.read, buffer, sizeof buffer)) > 0;)
     answer.append(buffer, static_cast<std::size_t>(got));
   closeIfOpen(out.read);
   int status = 0;
-  if (child < 0 || ::waitpid(child, &status, 0) < 0) return makeError("cannot run " + tool);
+  if (child < 0 || ::waitpid(child, &status, 0) < 0) return makeError("cannot run " + program);
   return answer;
 }
 
-bool isRtcFailure(int error) { return error == ENOENT || error == EACCES || error == EPERM || error == EIO; }
-
 }  // namespace
 
-ProcessWakeTool::ProcessWakeTool(HelperToolFolders folders, std::string templatePath)
-    : folders_(std::move(folders)), templatePath_(std::move(templatePath)) {}
+ProcessWakeTool::ProcessWakeTool(HelperToolFolders folders, std::string templatePath, std::string launcherPath)
+    : folders_(std::move(folders)), templatePath_(std::move(templatePath)), launcherPath_(std::move(launcherPath)) {}
 
-Expected<int> ProcessWakeTool::execute(const std::string& request) {
-  const auto tool = findValidHelperTool(folders_, templatePath_);
-  if (!tool) return makeError("no valid WakeToSyncTool");
-  auto answer = runTool(*tool, request);
+ToolLocation ProcessWakeTool::locateOrCreate(HelperFolderType type) {
+  const std::lock_guard lock(making_);
+  const std::vector<std::string>& folders = folders_.ofType(type);
+  if (auto tool = findValidHelperTool(folders, templatePath_)) return {.tool = *tool};
+  if (::access(templatePath_.c_str(), X_OK) != 0) return {.problem = "no wake tool template at " + templatePath_};
+  if (folders.empty()) return {.problem = "no folder for WakeToSyncTool"};
+  return makeCopy(folders.front());
+}
+
+// The folder is made with the user's rights; the copy in it with root's,
+// by the template that the launcher runs.
+ToolLocation ProcessWakeTool::makeCopy(const std::string& folder) {
+  const std::string subfolder = folder + "/" + kHelperToolSubfolder;
+  std::error_code ignored;
+  std::filesystem::create_directories(subfolder, ignored);
+  const ToolLocation badVolume{.onBadVolume = true, .problem = subfolder + " lies on a volume that ignores ownership"};
+  if (folderIgnoresOwnership(subfolder)) return badVolume;
+  const std::string tool = helperToolPath(folder);
+  auto answer = runProgram({launcherPath_, templatePath_, wake::kInstallOption, tool}, environ, "");
+  if (!answer) return {.problem = answer.error().describe()};
+  auto error = wake::readWakeResponse(*answer);
+  if (!error) return {.problem = launcherPath_ + " did not make " + tool + " (" + error.error().describe() + ")"};
+  if (*error == wake::kVolumeIgnoresOwnership) return badVolume;
+  if (*error != 0) return {.problem = "cannot make " + tool + ": " + std::strerror(*error)};
+  if (!isValidHelperTool(tool, templatePath_)) return {.problem = tool + " is not a privileged copy of the template"};
+  return {.tool = tool};
+}
+
+Expected<int> ProcessWakeTool::execute(const std::string& tool, const std::string& request) {
+  // The tool runs with root's rights: it is given nothing of ours to trust.
+  char* emptyEnvironment[] = {nullptr};
+  auto answer = runProgram({tool}, emptyEnvironment, request);
   if (!answer) return answer.error();
   auto error = wake::readWakeResponse(*answer);
-  if (!error) return makeError(*tool + ": " + error.error().describe());
-  if (isRtcFailure(*error) && !rtcFailureLogged_.exchange(true)) {
-    logLine("<Error:> The RTC wake alarm cannot be set (" + std::string(std::strerror(*error)) +
-                "): this machine will not be woken for scheduled runs.",
-            LogPriority::Error);
-  }
+  if (!error) return makeError(tool + ": " + error.error().describe());
   return *error;
 }
 

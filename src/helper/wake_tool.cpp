@@ -7,12 +7,14 @@
 namespace halyard::wake {
 namespace {
 
-// Clears the pending alarm only when it is the one this tool recorded.
+// Clears the pending alarm only when it is the one this tool recorded. The
+// alarm is read first in any case, so that a cancel also tells whether the
+// RTC can wake the machine at all.
 int cancelOwnAlarm(const AlarmFiles& files) {
-  const auto owned = readOwnedAlarm(files.recordPath);
-  if (!owned) return 0;
   const AlarmRead pending = readAlarm(files.alarmPath);
   if (pending.error) return pending.error;
+  const auto owned = readOwnedAlarm(files.recordPath);
+  if (!owned) return 0;
   if (pending.alarm == owned) {
     if (int error = writeAlarm(files.alarmPath, 0)) return error;
   }

@@ -1,10 +1,11 @@
-// WakeToSyncToolTemplate: the wake tool. The agent copies it, the copy is
-// made root-owned and set-user-id, and the agent then writes one request to
-// its stdin and reads one answer from its stdout. Running with root's rights
+// WakeToSyncToolTemplate: the wake tool. Run by pkexec with "--install PATH"
+// it makes its own root-owned, set-user-id copy at PATH; the agent then writes
+// one request to that copy's stdin and reads one answer from its stdout. Running with root's rights
 // on behalf of any local user, it trusts nothing it is given: the request is
 // checked by the reader, the environment is dropped, and the only files it
 // opens are the RTC alarm and its own record of the alarm it set.
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,7 +13,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <string_view>
 
+#include "helper/wake_install.h"
 #include "helper/wake_request.h"
 #include "helper/wake_tool.h"
 
@@ -60,16 +63,36 @@ bool writeAll(const std::string& text) {
   return true;
 }
 
+// Only root itself (pkexec runs the template so) may make a copy: a user
+// running a set-user-id copy with this option is refused.
+int installCopy(const std::string& toolPath) {
+  if (::getuid() != 0 || ::geteuid() != 0) return EPERM;
+  const int self = ::open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+  if (self < 0) return errno;
+  const int error = halyard::wake::installPrivilegedCopy(toolPath, self);
+  ::close(self);
+  return error;
+}
+
+int answer(int error) {
+  if (!writeAll(halyard::wake::writeWakeResponse(error))) return 2;
+  return error == 0 ? 0 : 1;
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  if (argc == 3 && std::string_view(argv[1]) == halyard::wake::kInstallOption) {
+    ::clearenv();
+    ::umask(022);
+    return answer(installCopy(argv[2]));
+  }
+  if (argc > 1) return answer(EINVAL);
   const bool privileged = runsPrivileged();
   const halyard::wake::AlarmFiles files = chooseFiles(privileged);
   ::clearenv();
   ::umask(022);
   if (privileged) ::mkdir("/var/lib/halyard", 0755);
   const std::string input = readRequest();
-  const int error = halyard::wake::handleWakeRequest(input, std::time(nullptr), files);
-  if (!writeAll(halyard::wake::writeWakeResponse(error))) return 2;
-  return error == 0 ? 0 : 1;
+  return answer(halyard::wake::handleWakeRequest(input, std::time(nullptr), files));
 }

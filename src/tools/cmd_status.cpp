@@ -1,7 +1,8 @@
 // `halyardctl status`: asks the running agent over the session bus what it
 // knows of itself and prints it: version and uptime, scheduler state, the
 // schedule file and its item count, the last check, and how late its beats
-// came and how long its checks took over the last hour (worst and median).
+// came and how long its checks took over the last hour (worst and median),
+// and whether wake-to-sync is on or the RTC cannot wake the machine.
 
 #include <cstdio>
 #include <iostream>
@@ -45,6 +46,14 @@ std::string lastCheck(const QVariantMap& status) {
          formatInstant(at, cctz::local_time_zone());
 }
 
+// "on", "off", or "off: the RTC cannot wake this machine (reason)".
+std::string wakeToSynch(const QVariantMap& status) {
+  using namespace agent::status_keys;
+  if (status.contains(kWakeAlarmProblem))
+    return "off: the RTC cannot wake this machine (" + status.value(kWakeAlarmProblem).toString().toStdString() + ")";
+  return status.value(kWakeToSynch).toBool() ? "on" : "off";
+}
+
 void printStatus(const QVariantMap& status) {
   using namespace agent::status_keys;
   std::cout << "Halyard Backgrounder " << status.value(kVersion).toString().toStdString() << ", up "
@@ -57,6 +66,7 @@ void printStatus(const QVariantMap& status) {
   std::cout << "last check: " << lastCheck(status) << "\n";
   std::cout << "beat lateness, last hour: " << worstAndMedian(status, kWorstBeatLateness, kMedianBeatLateness) << "\n";
   std::cout << "check time, last hour: " << worstAndMedian(status, kWorstCheckTime, kMedianCheckTime) << "\n";
+  std::cout << "wake-to-sync: " << wakeToSynch(status) << "\n";
 }
 
 }  // namespace

@@ -29,8 +29,10 @@ agent::AlertResponse AlertPanel::runAlertPanel(const agent::AlertRequest& reques
   panel.setInformativeText(text(request.message));
   panel.setWindowFlag(Qt::WindowStaysOnTopHint);
   panel.setWindowModality(Qt::ApplicationModal);
-  QPushButton* ok = panel.addButton(text(localizedString("ALERT_OK")), QMessageBox::AcceptRole);
-  QPushButton* cancel = panel.addButton(text(localizedString("ALERT_CANCEL")), QMessageBox::RejectRole);
+  const std::string okTitle = request.okTitle.empty() ? localizedString("ALERT_OK") : request.okTitle;
+  const std::string cancelTitle = request.cancelTitle.empty() ? localizedString("ALERT_CANCEL") : request.cancelTitle;
+  QPushButton* ok = panel.addButton(text(okTitle), QMessageBox::AcceptRole);
+  QPushButton* cancel = panel.addButton(text(cancelTitle), QMessageBox::RejectRole);
   cancel->setEnabled(request.cancelEnabled);
   panel.setDefaultButton(ok);
   centreOnScreen(panel);

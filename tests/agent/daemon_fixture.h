@@ -29,14 +29,17 @@ class TestStatusItem final : public StatusItemHost {
   int beeps = 0;
 };
 
-// The alert panel seam: counts the alerts and answers OK.
+// The alert panel seam: records the alerts and answers OK unless told otherwise.
 class TestAlertPanel final : public AlertPanelHost {
  public:
   AlertResponse runAlertPanel(const AlertRequest& request) override {
     titles.push_back(request.title);
-    return AlertResponse::Stop;
+    requests.push_back(request);
+    return answer;
   }
   std::vector<std::string> titles;
+  std::vector<AlertRequest> requests;
+  AlertResponse answer = AlertResponse::Stop;
 };
 
 class DaemonFixture : public ::testing::Test {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -92,30 +93,62 @@ TEST_F(HelperToolTest, TurningWakeToSyncOnNeedsAValidTool) {
 }  // namespace halyard::agent::testing
 
 #include "agent/wake_tool_process.h"
-#include "foundation/log_sink.h"
 #include "helper/wake_request.h"
 
 namespace halyard::agent::testing {
 namespace {
 
-TEST_F(HelperToolTest, WithoutAnRtcTheToolFailsAndTheLogSaysSoOnce) {
-  if (fs::exists("/sys/class/rtc/rtc0")) GTEST_SKIP() << "this machine has an RTC: the tool would set its alarm";
-  fs::copy_file(HALYARD_WAKE_TOOL, helperToolTemplate_, fs::copy_options::overwrite_existing);
-  const std::string tool = helperToolPath(path("user"));
-  fs::create_directories(fs::path(tool).parent_path());
-  fs::copy_file(HALYARD_WAKE_TOOL, tool);
-  ASSERT_EQ(::chmod(tool.c_str(), 04755), 0);
-  LogCapture log;
-  ProcessWakeTool wakeTool(helperToolFolders_, helperToolTemplate_);
-  const std::string request = wake::writeWakeRequest({wake::Command::SchedulePowerOn, std::time(nullptr) + 3600});
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    auto error = wakeTool.execute(request);
-    ASSERT_TRUE(error) << error.error().describe();
-    EXPECT_EQ(*error, ENOENT);
+// The installed template is the real tool; the launcher stands in for pkexec.
+class WakeToolLauncherTest : public HelperToolTest {
+ protected:
+  void SetUp() override {
+    HelperToolTest::SetUp();
+    if (IsSkipped()) return;
+    fs::copy_file(HALYARD_WAKE_TOOL, helperToolTemplate_, fs::copy_options::overwrite_existing);
+    fs::permissions(helperToolTemplate_, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
   }
-  int said = 0;
-  for (const std::string& line : log.lines()) said += line.find("RTC wake alarm cannot be set") != std::string::npos;
-  EXPECT_EQ(said, 1);
+  static ino_t inodeOf(const std::string& file) {
+    struct stat info {};
+    return ::stat(file.c_str(), &info) == 0 ? info.st_ino : 0;
+  }
+};
+
+TEST_F(WakeToolLauncherTest, TheFirstUseMakesThePrivilegedCopyAndLaterUsesFindIt) {
+  ProcessWakeTool wakeTool(helperToolFolders_, helperToolTemplate_, HALYARD_FAKE_PKEXEC);
+  const ToolLocation made = wakeTool.locateOrCreate(HelperFolderType::ApplicationSupport);
+  ASSERT_EQ(made.tool, helperToolPath(path("user"))) << made.problem;
+  EXPECT_TRUE(isValidHelperTool(made.tool, helperToolTemplate_));
+  const ino_t copy = inodeOf(made.tool);
+  EXPECT_EQ(wakeTool.locateOrCreate(HelperFolderType::ApplicationSupport).tool, made.tool);
+  EXPECT_EQ(inodeOf(made.tool), copy);  // found, not made again
+
+  // A stale copy (an older template) is replaced.
+  std::ofstream(helperToolTemplate_, std::ios::app) << "newer";
+  EXPECT_EQ(wakeTool.locateOrCreate(HelperFolderType::ApplicationSupport).tool, made.tool);
+  EXPECT_TRUE(isValidHelperTool(made.tool, helperToolTemplate_));
+}
+
+TEST_F(WakeToolLauncherTest, NoCopyWhenTheLauncherIsRefused) {
+  ProcessWakeTool wakeTool(helperToolFolders_, helperToolTemplate_, "/bin/false");
+  const ToolLocation location = wakeTool.locateOrCreate(HelperFolderType::TemporaryItems);
+  EXPECT_TRUE(location.tool.empty());
+  EXPECT_FALSE(location.onBadVolume);
+  EXPECT_NE(location.problem.find("/bin/false"), std::string::npos) << location.problem;
+  EXPECT_FALSE(fs::exists(helperToolPath(path("runtime"))));
+}
+
+TEST_F(WakeToolLauncherTest, TurningWakeToSyncOnMakesTheCopyAndFindsTheRtcUnusable) {
+  if (fs::exists("/sys/class/rtc/rtc0")) GTEST_SKIP() << "this machine has an RTC: the tool would read its alarm";
+  wakeTool_ = std::make_shared<ProcessWakeTool>(helperToolFolders_, helperToolTemplate_, HALYARD_FAKE_PKEXEC);
+  makeDaemon();
+  daemon_->wakeToSynchStateChanged({{notifications::kStateKey, true}});
+  ASSERT_TRUE(waitForSeen(notifications::kWakeToSynchUpdated));
+  EXPECT_TRUE(daemon_->validHelperToolExists());
+  EXPECT_TRUE(alertPanel_.titles.empty());
+  // The copy's cancel could not read the RTC alarm: wake-to-sync stays off and says why.
+  EXPECT_FALSE(seen(notifications::kWakeToSynchUpdated).back().value(notifications::kStateKey).toBool());
+  EXPECT_FALSE(preferences_->boolForKey(prefs::kWakeSystemToSynch));
+  EXPECT_EQ(daemon_->status().wakeAlarmProblem, std::strerror(ENOENT));
 }
 
 }  // namespace

@@ -1,45 +1,19 @@
 // Wake-to-sync with a fake logind on a private system bus: the idle-sleep
 // veto as a block inhibitor, and the wake tool's requests around a sleep.
 
-#include <condition_variable>
-#include <mutex>
+#include <cerrno>
+#include <cstring>
 
 #include "agent/wake_to_sync.h"
-#include "helper/wake_request.h"
+#include "foundation/strings_table.h"
+#include "foundation/log_sink.h"
+#include "recording_wake_tool.h"
 #include "sleep_fixture.h"
 
 namespace halyard::agent::testing {
 namespace {
 
 using wake::Command;
-
-// Records the requests; each waits until the test lets the tool answer.
-class RecordingWakeTool final : public WakeTool {
- public:
-  Expected<int> execute(const std::string& request) override {
-    std::unique_lock lock(mutex_);
-    auto parsed = wake::readWakeRequest(request);
-    if (!parsed) return parsed.error();
-    requests_.push_back(*parsed);
-    answer_.wait(lock, [this] { return open_; });
-    return 0;
-  }
-  void letAnswer() {
-    std::lock_guard lock(mutex_);
-    open_ = true;
-    answer_.notify_all();
-  }
-  std::vector<wake::WakeRequest> requests() {
-    std::lock_guard lock(mutex_);
-    return requests_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable answer_;
-  bool open_ = false;
-  std::vector<wake::WakeRequest> requests_;
-};
 
 class WakeToSyncTest : public SleepTest {
  protected:
@@ -115,6 +89,62 @@ TEST_F(WakeToSyncTest, SuspendedOrSwitchedOffNeitherVetoesNorAsksTheTool) {
     emitPrepareForSleep(false);
     ASSERT_TRUE(waitUntil([&] { return power_.holdsInhibitor(); }));
   }
+}
+
+TEST_F(WakeToSyncTest, ABadVolumeAsksBeforeTheTemporaryItemsFolderIsUsed) {
+  using enum HelperFolderType;
+  const struct {
+    const char* name;
+    AlertResponse choice;
+    std::vector<HelperFolderType> located;
+    std::size_t requests;
+  } cases[] = {{"OK", AlertResponse::Stop, {ApplicationSupport, TemporaryItems}, 2},
+               {"Cancel", AlertResponse::Abort, {ApplicationSupport}, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    tool_ = std::make_shared<RecordingWakeTool>();
+    tool_->setBadVolume(ApplicationSupport);
+    tool_->letAnswer();
+    wakeTool_ = tool_;
+    alertPanel_.answer = c.choice;
+    alertPanel_.requests.clear();
+    setUp(true, true);
+    beatAt(2, 50, 0);
+    emitPrepareForSleep(true);
+    ASSERT_TRUE(waitUntil([&] { return !power_.holdsInhibitor(); }));  // either way the machine sleeps
+    EXPECT_EQ(tool_->located(), c.located);
+    EXPECT_EQ(tool_->requests().size(), c.requests);
+    for (const std::string& tool : tool_->tools()) EXPECT_EQ(tool, "temporary/WakeToSyncTool");
+    ASSERT_EQ(alertPanel_.requests.size(), 1u);
+    EXPECT_EQ(alertPanel_.requests[0].title, localizedString("BAD_VOLUME_FOR_HELPER_TOOL_ALERT_TITLE"));
+    EXPECT_EQ(alertPanel_.requests[0].okTitle, localizedString("OK"));
+    EXPECT_EQ(alertPanel_.requests[0].cancelTitle, localizedString("CANCEL"));
+    emitPrepareForSleep(false);
+    ASSERT_TRUE(waitUntil([&] { return power_.holdsInhibitor(); }));
+  }
+}
+
+TEST_F(WakeToSyncTest, AnRtcThatCannotWakeTurnsWakeToSyncOffAndIsToldOnce) {
+  LogCapture log;
+  tool_->letAnswer(ENOENT);
+  setUp(true, true);
+  beatAt(2, 50, 0);
+  emitPrepareForSleep(true);
+  ASSERT_TRUE(waitUntil([&] { return !power_.holdsInhibitor(); }));
+  ASSERT_TRUE(waitForSeen(notifications::kWakeToSynchUpdated));
+  EXPECT_FALSE(seen(notifications::kWakeToSynchUpdated).back().value(notifications::kStateKey).toBool());
+  EXPECT_FALSE(preferences_->boolForKey(prefs::kWakeSystemToSynch));
+  EXPECT_EQ(daemon_->status().wakeAlarmProblem, std::strerror(ENOENT));
+  EXPECT_EQ(tool_->requests().size(), 1u);  // the cancel failed: nothing was scheduled
+
+  // Turned on again, the RTC still cannot wake: it stays off, and the log said it once.
+  daemon_->wakeToSynchStateChanged({{notifications::kStateKey, true}});
+  ASSERT_TRUE(waitForSeen(notifications::kWakeToSynchUpdated, 2));
+  EXPECT_FALSE(seen(notifications::kWakeToSynchUpdated).back().value(notifications::kStateKey).toBool());
+  EXPECT_FALSE(daemon_->status().wakeToSynch);
+  int said = 0;
+  for (const std::string& line : log.lines()) said += line.find("RTC wake alarm cannot be set") != std::string::npos;
+  EXPECT_EQ(said, 1);
 }
 
 }  // namespace
