@@ -143,6 +143,8 @@ class HalyardDaemon {
   const AgentTimings& timings() const { return timings_; }
   // Mounted-volume checks whose probing still runs off the event loop.
   int pendingMountChecks() const { return pendingMountChecks_; }
+  // Rounds with the wake tool still under way off the event loop.
+  int pendingWakeRequests() const { return pendingWakeRequests_; }
   // Status menu (halyard_daemon_menu.cpp).
   StatusMenuModel menuNeedsUpdate();
   // The time format of the menu, computed once.
@@ -215,6 +217,7 @@ class HalyardDaemon {
   HeartbeatMode lastCheckMode_ = HeartbeatMode::None;
   AgentTimings timings_;
   int pendingMountChecks_ = 0;
+  int pendingWakeRequests_ = 0;
   std::shared_ptr<char> alive_ = std::make_shared<char>();
   BackgroundTasks background_;
   std::optional<std::string> _stdTimeFormat;

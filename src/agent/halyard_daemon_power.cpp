@@ -51,11 +51,13 @@ std::optional<TimeInterval> HalyardDaemon::wakeToSyncNextRun() const {
 void HalyardDaemon::runWakeRequests(std::optional<TimeInterval> wakeDate, std::function<void()> done,
                                     HelperFolderType folderType) {
   std::weak_ptr<char> alive = alive_;
+  ++pendingWakeRequests_;
   background_.run<WakeAttempt>(
       [tool = env_.wakeTool, folderType, wakeDate] { return attemptWakeRequests(*tool, folderType, wakeDate); },
       [this, alive, wakeDate, folderType, done = std::move(done)](WakeAttempt attempt) {
         // The sleep is allowed even when the daemon has gone meanwhile.
         if (alive.expired()) return done();
+        --pendingWakeRequests_;
         if (attempt.answer) noteWakeToolAnswer(*attempt.answer);
         if (attempt.onBadVolume && folderType == HelperFolderType::ApplicationSupport && useTemporaryItemsFolder())
           return runWakeRequests(wakeDate, done, HelperFolderType::TemporaryItems);

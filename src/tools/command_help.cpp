@@ -79,7 +79,8 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kPages{{
      "usage: halyardctl status\n\n"
      "Asks the running agent over the session bus for its state: version,\n"
      "uptime, scheduler state, schedule file and item count, the last check,\n"
-     "and how late its beats and how long its checks were over the last hour.\n\n"
+     "how late its beats and how long its checks were over the last hour, and\n"
+     "whether wake-to-sync is on, or off because the RTC cannot wake the machine.\n\n"
      "example:\n"
      "  halyardctl status\n"},
 }};
