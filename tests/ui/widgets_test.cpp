@@ -6,6 +6,7 @@
 
 #include <QApplication>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPainter>
 #include <QSvgRenderer>
 #include <QTimer>
@@ -36,6 +37,33 @@ TEST(AlertPanel, EachButtonEndsTheRunItsWay) {
       panel.okSelected();  // ends the run when the choice did not
     });
     EXPECT_EQ(panel.runAlertPanel({"Title", "Message", c.cancelEnabled}), c.expected);
+  }
+}
+
+TEST(AlertPanel, ButtonsCarryTheTextsTheRequestGives) {
+  struct Case {
+    const char* name;
+    agent::AlertRequest request;
+    QStringList buttons;
+  } cases[] = {{"the usual buttons", {.title = "Title", .message = "Message"}, {"OK", "Cancel"}},
+               {"the request's own",
+                {.title = "Title", .message = "Message", .okTitle = "Use It", .cancelTitle = "Leave It"},
+                {"Use It", "Leave It"}}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    AlertPanel panel;
+    QStringList shown;
+    QTimer::singleShot(0, [&] {
+      if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+        for (QAbstractButton* button : box->buttons()) shown << button->text();
+      }
+      panel.okSelected();
+    });
+    panel.runAlertPanel(c.request);
+    shown.sort();
+    QStringList expected = c.buttons;
+    expected.sort();
+    EXPECT_EQ(shown, expected);
   }
 }
 
