@@ -191,6 +191,7 @@ class HalyardDaemon {
                        HelperFolderType folderType = HelperFolderType::ApplicationSupport);
   // Remembers (and logs once) that the RTC cannot wake the machine.
   void noteWakeToolAnswer(int errorNumber);
+  // Asks (once) whether the temporary-items folder may hold the tool.
   bool useTemporaryItemsFolder();
   // Takes `wanted` as wake-to-sync's state where a valid tool and a usable
   // RTC allow it, and posts the state that took effect.
@@ -226,6 +227,8 @@ class HalyardDaemon {
   bool idleSleepVetoed_ = false;
   std::optional<std::string> rtcProblem_;
   bool rtcProblemLogged_ = false;
+  // The answer to the bad-volume alert, kept until wake-to-sync is switched.
+  std::optional<bool> temporaryItemsChosen_;
 };
 
 }  // namespace halyard::agent

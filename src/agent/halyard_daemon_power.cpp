@@ -97,12 +97,16 @@ void HalyardDaemon::noteWakeToolAnswer(int errorNumber) {
 
 bool HalyardDaemon::useTemporaryItemsFolder() {
   if (!env_.alertPanel) return true;
+  // Asked once while wake-to-sync stays switched as it is: every sleep and
+  // every wake would ask again otherwise.
+  if (temporaryItemsChosen_) return *temporaryItemsChosen_;
   const AlertResponse response =
       env_.alertPanel->runAlertPanel({.title = localizedString("BAD_VOLUME_FOR_HELPER_TOOL_ALERT_TITLE"),
                                       .message = localizedString("BAD_VOLUME_FOR_HELPER_TOOL_ALERT_MESSAGE"),
                                       .okTitle = localizedString("OK"),
                                       .cancelTitle = localizedString("CANCEL")});
-  return response == AlertResponse::Stop;
+  temporaryItemsChosen_ = response == AlertResponse::Stop;
+  return *temporaryItemsChosen_;
 }
 
 void HalyardDaemon::updateIdleSleepVeto(TimeInterval now, bool recompute) {
@@ -129,6 +133,7 @@ void HalyardDaemon::showInvalidHelperToolAlert() {
 
 void HalyardDaemon::wakeToSynchStateChanged(const QVariantMap& userInfo) {
   const bool wanted = userInfo.value(notifications::kStateKey).toBool();
+  temporaryItemsChosen_.reset();
   if (!wanted || !env_.wakeTool) return settleWakeToSynch(wanted);
   // The first use makes the privileged copy, and a cancel tells whether the
   // RTC can wake the machine: both wait for other processes.
