@@ -39,7 +39,8 @@ struct HelperToolFolders {
 std::string helperToolPath(const std::string& folder);
 
 // True for a regular file (not a link) owned by root, set-user-id, whose
-// bytes equal the template's.
+// bytes equal the template's, in a folder that only this user or root can
+// change.
 bool isValidHelperTool(const std::string& toolPath, const std::string& templatePath);
 
 // The first valid tool in search order; absent when the template is missing

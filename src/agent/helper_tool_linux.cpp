@@ -65,7 +65,17 @@ std::string helperToolPath(const std::string& folder) {
   return folder + "/" + kHelperToolSubfolder + "/" + kHelperToolName;
 }
 
+// Only this user or root may change what lies in the tool's folder: anyone
+// else could put another program there between the test and the run.
+bool folderIsPrivate(const std::string& toolPath) {
+  const std::string folder = toolPath.substr(0, toolPath.find_last_of('/'));
+  struct stat info {};
+  if (::lstat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return false;
+  return (info.st_uid == 0 || info.st_uid == ::geteuid()) && !(info.st_mode & (S_IWGRP | S_IWOTH));
+}
+
 bool isValidHelperTool(const std::string& toolPath, const std::string& templatePath) {
+  if (!folderIsPrivate(toolPath)) return false;
   OpenFile tool(toolPath), original(templatePath);
   struct stat toolInfo {}, originalInfo {};
   if (tool.fd < 0 || original.fd < 0 || ::fstat(tool.fd, &toolInfo) != 0 || ::fstat(original.fd, &originalInfo) != 0)

@@ -79,24 +79,30 @@ ToolLocation ProcessWakeTool::locateOrCreate(HelperFolderType type) {
   const std::vector<std::string>& folders = folders_.ofType(type);
   if (auto tool = findValidHelperTool(folders, templatePath_)) return {.tool = *tool};
   if (::access(templatePath_.c_str(), X_OK) != 0) return {.problem = "no wake tool template at " + templatePath_};
-  if (folders.empty()) return {.problem = "no folder for WakeToSyncTool"};
-  return makeCopy(folders.front());
+  // The copy goes into the first folder that this user can make its
+  // subfolder in and whose volume keeps ownership (a runtime folder is
+  // often mounted nosuid, /var/tmp seldom).
+  ToolLocation location{.problem = "no folder for WakeToSyncTool"};
+  for (const std::string& folder : folders) {
+    const std::string subfolder = folder + "/" + kHelperToolSubfolder;
+    std::error_code ignored;
+    std::filesystem::create_directories(subfolder, ignored);
+    if (!std::filesystem::is_directory(subfolder, ignored)) continue;
+    if (!folderIgnoresOwnership(subfolder)) return makeCopy(folder);
+    location = {.onBadVolume = true, .problem = subfolder + " lies on a volume that ignores ownership"};
+  }
+  return location;
 }
 
-// The folder is made with the user's rights; the copy in it with root's,
-// by the template that the launcher runs.
+// The copy is made with root's rights by the template that the launcher runs.
 ToolLocation ProcessWakeTool::makeCopy(const std::string& folder) {
-  const std::string subfolder = folder + "/" + kHelperToolSubfolder;
-  std::error_code ignored;
-  std::filesystem::create_directories(subfolder, ignored);
-  const ToolLocation badVolume{.onBadVolume = true, .problem = subfolder + " lies on a volume that ignores ownership"};
-  if (folderIgnoresOwnership(subfolder)) return badVolume;
   const std::string tool = helperToolPath(folder);
   auto answer = runProgram({launcherPath_, templatePath_, wake::kInstallOption, tool}, environ, "");
   if (!answer) return {.problem = answer.error().describe()};
   auto error = wake::readWakeResponse(*answer);
   if (!error) return {.problem = launcherPath_ + " did not make " + tool + " (" + error.error().describe() + ")"};
-  if (*error == wake::kVolumeIgnoresOwnership) return badVolume;
+  if (*error == wake::kVolumeIgnoresOwnership)
+    return {.onBadVolume = true, .problem = tool + " lies on a volume that ignores ownership"};
   if (*error != 0) return {.problem = "cannot make " + tool + ": " + std::strerror(*error)};
   if (!isValidHelperTool(tool, templatePath_)) return {.problem = tool + " is not a privileged copy of the template"};
   return {.tool = tool};

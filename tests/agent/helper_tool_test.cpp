@@ -63,6 +63,10 @@ TEST_F(HelperToolTest, OnlyASetUserIdRootCopyOfTheTemplateIsValid) {
   fs::create_directories(fs::path(link).parent_path());
   fs::create_symlink(copyInto("user"), link);
   EXPECT_FALSE(isValidHelperTool(link, helperToolTemplate_));
+  // Someone else could swap the copy between the test and the run.
+  const std::string shared = copyInto("user");
+  fs::permissions(fs::path(shared).parent_path(), fs::perms::others_write, fs::perm_options::add);
+  EXPECT_FALSE(isValidHelperTool(shared, helperToolTemplate_));
 }
 
 TEST_F(HelperToolTest, SearchesApplicationSupportFirstThenTemporaryItems) {
@@ -126,6 +130,14 @@ TEST_F(WakeToolLauncherTest, TheFirstUseMakesThePrivilegedCopyAndLaterUsesFindIt
   std::ofstream(helperToolTemplate_, std::ios::app) << "newer";
   EXPECT_EQ(wakeTool.locateOrCreate(HelperFolderType::ApplicationSupport).tool, made.tool);
   EXPECT_TRUE(isValidHelperTool(made.tool, helperToolTemplate_));
+}
+
+TEST_F(WakeToolLauncherTest, AFolderThatCannotBeMadeIsPassedOver) {
+  writeFile(path("plain-file"), "");
+  helperToolFolders_.temporaryItems = {path("plain-file/runtime"), path("vartmp")};
+  ProcessWakeTool wakeTool(helperToolFolders_, helperToolTemplate_, HALYARD_FAKE_PKEXEC);
+  const ToolLocation location = wakeTool.locateOrCreate(HelperFolderType::TemporaryItems);
+  EXPECT_EQ(location.tool, helperToolPath(path("vartmp"))) << location.problem;
 }
 
 TEST_F(WakeToolLauncherTest, NoCopyWhenTheLauncherIsRefused) {
