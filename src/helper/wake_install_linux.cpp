@@ -120,7 +120,8 @@ int installPrivilegedCopy(const std::string& toolPath, int sourceFd) {
   const std::string_view path(toolPath);
   if (path.size() <= kToolSuffix.size() || path.front() != '/' || !path.ends_with(kToolSuffix)) return EINVAL;
   Descriptor folder;
-  if (int error = openFolder(path.substr(0, path.size() - std::string_view(kToolName).size() - 1), folder)) return error;
+  const std::string_view folderPath = path.substr(0, path.size() - std::string_view(kToolName).size() - 1);
+  if (int error = openFolder(folderPath, folder)) return error;
   if (volumeIgnoresOwnership(folder.get())) return kVolumeIgnoresOwnership;
   // Written under a name of its own, then renamed over the tool: a half-made
   // copy never stands for the tool.

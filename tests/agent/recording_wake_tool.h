@@ -20,7 +20,8 @@ class RecordingWakeTool final : public WakeTool {
     std::lock_guard lock(mutex_);
     located_.push_back(type);
     if (badVolumes_.contains(type)) return {.onBadVolume = true, .problem = "bad volume"};
-    return {.tool = type == HelperFolderType::ApplicationSupport ? "support/WakeToSyncTool" : "temporary/WakeToSyncTool"};
+    const bool support = type == HelperFolderType::ApplicationSupport;
+    return {.tool = support ? "support/WakeToSyncTool" : "temporary/WakeToSyncTool"};
   }
   Expected<int> execute(const std::string& tool, const std::string& request) override {
     std::unique_lock lock(mutex_);

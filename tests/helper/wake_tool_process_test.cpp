@@ -103,7 +103,9 @@ TEST_F(WakeToolProcess, PrivilegedRunIgnoresThePathVariable) {
 // The install step as pkexec runs it (as root), and the copy it makes.
 class WakeToolInstall : public WakeToolProcess {
  protected:
-  std::string toolIn(const std::string& folder) const { return rtc_.folder() + "/" + folder + "/Halyard/WakeToSyncTool"; }
+  std::string toolIn(const std::string& folder) const {
+    return rtc_.folder() + "/" + folder + "/Halyard/WakeToSyncTool";
+  }
   int install(const std::string& toolPath, uid_t uid = 0) {
     std::filesystem::create_directories(std::filesystem::path(rtc_.folder()) / "user/Halyard");
     const Answer answer = runTool("", "", uid, {HALYARD_WAKE_TOOL, kInstallOption, toolPath});
