@@ -50,13 +50,12 @@ std::optional<TimeInterval> HalyardDaemon::wakeToSyncNextRun() const {
 
 void HalyardDaemon::runWakeRequests(std::optional<TimeInterval> wakeDate, std::function<void()> done,
                                     HelperFolderType folderType) {
-  std::weak_ptr<char> alive = alive_;
   ++pendingWakeRequests_;
+  // The delivery runs on the event loop while the daemon lives (the tasks
+  // are its own); a process that quits lets its sleep go with its inhibitor.
   background_.run<WakeAttempt>(
       [tool = env_.wakeTool, folderType, wakeDate] { return attemptWakeRequests(*tool, folderType, wakeDate); },
-      [this, alive, wakeDate, folderType, done = std::move(done)](WakeAttempt attempt) {
-        // The sleep is allowed even when the daemon has gone meanwhile.
-        if (alive.expired()) return done();
+      [this, wakeDate, folderType, done = std::move(done)](WakeAttempt attempt) {
         --pendingWakeRequests_;
         if (attempt.answer) noteWakeToolAnswer(*attempt.answer);
         if (attempt.onBadVolume && folderType == HelperFolderType::ApplicationSupport && useTemporaryItemsFolder())
@@ -137,7 +136,7 @@ void HalyardDaemon::wakeToSynchStateChanged(const QVariantMap& userInfo) {
   if (!wanted || !env_.wakeTool) return settleWakeToSynch(wanted);
   // The first use makes the privileged copy, and a cancel tells whether the
   // RTC can wake the machine: both wait for other processes.
-  runWakeRequests(std::nullopt, whileAlive([this] { settleWakeToSynch(true); }));
+  runWakeRequests(std::nullopt, [this] { settleWakeToSynch(true); });
 }
 
 void HalyardDaemon::settleWakeToSynch(bool wanted) {
