@@ -23,6 +23,7 @@
 #include <thread>
 #include <vector>
 
+#include "fileservices/error_codes.h"
 #include "fileservices/host_identity.h"
 #include "fileservices/vt_threaded_command_pool.h"
 
@@ -39,9 +40,6 @@ namespace halyard::fileservices {
 struct CopyEngineSetup;
 struct EngineReport;
 class VTUserGroupMapper;
-using ErrorCode = std::int32_t;
-
-inline constexpr ErrorCode kUserCanceledErr = -128;
 inline constexpr ErrorCode kCommandNotFinished = 10101;
 
 class VTFileManager : public std::enable_shared_from_this<VTFileManager> {

@@ -3,7 +3,6 @@
 // it was: everything is checked before the file is replaced, and the file is
 // replaced atomically. Dates are shown and read in the user's zone.
 
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <iostream>
@@ -64,10 +63,6 @@ Expected<std::size_t> itemIndex(const Options& options, std::size_t count, bool 
 
 std::shared_ptr<CalendarDate> dateInUserZone(TimeInterval seconds, const cctz::time_zone& zone) {
   return CalendarDate::make(seconds, TimeZone::make(zone.name(), true));
-}
-
-TimeInterval systemNow() {
-  return fromUnixSeconds(std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
 }
 
 int runAction(const Options& options, const std::string& path, const cctz::time_zone& zone) {
