@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 
 #include "foundation/type_encoding.h"
 #include "foundation/typedstream_format.h"
@@ -19,6 +20,13 @@ bool hasIntegerForm(double v) {
   if (!std::isfinite(v) || v != std::trunc(v)) return false;
   if (v == 0.0 && std::signbit(v)) return false;
   return v >= -9223372036854775808.0 && v < 9223372036854775808.0;
+}
+
+// The writer's type strings come from the coders or from a decoded archive
+// that the reader has already checked, so a bad one is the caller's fault:
+// it is told rather than written as nothing.
+[[noreturn]] void badType(std::string_view type, const Error& why) {
+  throw std::invalid_argument("archive writer: bad type string \"" + std::string(type) + "\": " + why.describe());
 }
 
 }  // namespace
@@ -163,7 +171,8 @@ void Archiver::writeObject(const ObjectRef& object) {
 }
 
 void Archiver::writeTypedValue(std::string_view type, const TypedValue::Storage& value) {
-  const char code = type.empty() ? '!' : type.front();
+  if (type.empty()) badType(type, makeError("empty type string"));
+  const char code = type.front();
   auto asSigned = [&]() -> std::int64_t {
     if (auto v = std::get_if<std::int64_t>(&value)) return *v;
     if (auto v = std::get_if<std::uint64_t>(&value)) return static_cast<std::int64_t>(*v);
@@ -204,7 +213,7 @@ void Archiver::writeTypedValue(std::string_view type, const TypedValue::Storage&
       return;
     case '[': {
       auto array = parseArrayType(type);
-      if (!array) return;
+      if (!array) badType(type, array.error());
       if (array->element == "c" || array->element == "C") {
         std::string bytes = text() ? *text() : std::string();
         bytes.resize(array->count, '\0');
@@ -219,15 +228,17 @@ void Archiver::writeTypedValue(std::string_view type, const TypedValue::Storage&
     }
     case '{': {
       auto fields = parseStructFields(type);
-      if (!fields) return;
+      if (!fields) badType(type, fields.error());
       const auto* items = std::get_if<std::vector<TypedValue>>(&value);
       for (std::size_t i = 0; i < fields->size(); ++i) {
         writeTypedValue((*fields)[i], items && i < items->size() ? (*items)[i].value : TypedValue::Storage{});
       }
       return;
     }
+    case '!':
+      return;  // no data
     default:
-      return;  // '!' has no data
+      badType(type, makeError("unknown type code"));
   }
 }
 
@@ -244,7 +255,7 @@ void Archiver::encodeValue(const TypedValue& value) {
 void Archiver::encodeGroup(const Group& group) {
   writeSharedString(group.types);
   auto types = splitTypeString(group.types);
-  if (!types) return;
+  if (!types) badType(group.types, types.error());
   for (std::size_t i = 0; i < types->size(); ++i) {
     writeTypedValue((*types)[i], i < group.values.size() ? group.values[i].value : TypedValue::Storage{});
   }
