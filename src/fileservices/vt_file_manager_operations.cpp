@@ -9,6 +9,7 @@
 #include "fileservices/file_metadata.h"
 #include "fileservices/fm_audit.h"
 #include "fileservices/vt_file_manager.h"
+#include "foundation/scope_guard.h"
 #include "foundation/values.h"
 
 namespace halyard::fileservices {
@@ -125,16 +126,16 @@ ErrorCode VTFileManager::copyPath(const std::string& src, const std::string& des
   const RaisedPermissions parent(parentFolder(dest));
   const bool locked = isLocked(src);
   if (locked) setLocked(src, false);
+  // The source gets its lock back on every path out, as a copy must not change it.
+  const ScopeGuard relock([&] {
+    if (locked) setLocked(src, true);
+  });
   const ErrorCode code = [&] {
     const CommentsUnwanted scope(!preserveComments);
     return copyPathHandler(src, dest);
   }();
   if (code == 0 && comment && !comment->empty()) writeComment(dest, *comment);
-  // The source gets its lock back, as a copy must not change it.
-  if (locked) {
-    setLocked(src, true);
-    if (code == 0) setLocked(dest, true);
-  }
+  if (locked && code == 0) setLocked(dest, true);
   audit.finish(code, [&] { return errcodeLine("copyPath:toPath:preserveComments:", code); });
   return code;
 }
@@ -179,13 +180,18 @@ ErrorCode VTFileManager::movePath(const std::string& src, const std::string& des
   const RaisedPermissions parent(parentFolder(dest));
   const bool locked = isLocked(src);
   if (locked) setLocked(src, false);
+  bool moved = false;
+  // The item gets its lock back where it is, on every path out.
+  const ScopeGuard relock([&] {
+    if (locked) setLocked(moved ? dest : src, true);
+  });
   const ErrorCode code = [&] {
     const CommentsUnwanted scope(!preserveComments);
     return movePathHandler(src, dest);
   }();
+  moved = code == 0;
   // A rename keeps the comment, which is then taken off.
-  if (code == 0 && !preserveComments && readComment(dest)) removeComment(dest);
-  if (locked) setLocked(code == 0 ? dest : src, true);
+  if (moved && !preserveComments && readComment(dest)) removeComment(dest);
   audit.finish(code, [&] { return errcodeLine("movePath:toPath:preserveComments:", code); });
   return code;
 }

@@ -6,14 +6,12 @@
 #include <memory>
 
 #include "foundation/dates.h"
+#include "foundation/unique_handle.h"
 
 namespace halyard::wake {
 namespace {
 
-struct PlistFree {
-  void operator()(plist_t node) const { plist_free(node); }
-};
-using PlistPtr = std::unique_ptr<void, PlistFree>;
+using PlistPtr = UniqueHandle<CPointer<void, plist_free>>;
 
 std::size_t countOf(std::string_view text, std::string_view needle) {
   std::size_t count = 0;
@@ -70,7 +68,7 @@ PlistPtr parseDictionary(std::string_view bytes) {
   plist_t root = nullptr;
   plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
   PlistPtr owned(root);
-  if (!root || plist_get_node_type(root) != PLIST_DICT) return nullptr;
+  if (!root || plist_get_node_type(root) != PLIST_DICT) return PlistPtr();
   return owned;
 }
 
