@@ -111,7 +111,7 @@ int runAction(const Options& options, const std::string& path, const cctz::time_
 void schedule::applyEdits(const ItemEdits& edits, KSScheduledItem& item, const cctz::time_zone& zone) {
   if (edits.description) item.setDescription(edits.description);
   if (edits.document) {
-    item.setDocumentAlias(createAliasObjectFromNSPath(*edits.document));
+    item.setDocumentAlias(fileservices::createAliasObjectFromNSPath(*edits.document));
     item.setDocumentPathName(edits.document);  // kept even while the document is away
   }
   if (edits.type) item.setScheduleType(*edits.type);
