@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <type_traits>
 
 #include "fileservices/document_alias.h"
-#include "foundation/log_sink.h"
+#include "foundation/exception_guard.h"
 #include "foundation/strings_table.h"
 #include "volumes/volume_specifier.h"
 
@@ -51,15 +50,8 @@ KSScheduledItem::LockHold KSScheduledItem::holdLock() const {
 
 template <class Body>
 auto KSScheduledItem::guarded(const char* selector, Body&& body) const {
-  using Result = std::invoke_result_t<Body&>;
-  const LockHold held = holdLock();
-  try {
-    if (_guardFault) _guardFault(selector);
-    return body();
-  } catch (...) {
-    logLine(std::string("<Error:> Exception caught in ") + selector, LogPriority::Error);
-    if constexpr (!std::is_void_v<Result>) return Result{};
-  }
+  const LockHold held = holdLock();  // held through the body and the guard's log line
+  return runGuarded(selector, _guardFault, std::forward<Body>(body));
 }
 
 KSScheduledItem::KSScheduledItem(std::shared_ptr<CalendarDate> now) { setToDefaults(std::move(now)); }
