@@ -5,11 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <string_view>
 
-#include "foundation/archiver.h"
-#include "foundation/unarchiver.h"
+#include "fuzz_archived_object.h"
 #include "logging/generic_log.h"
 
 namespace {
@@ -32,17 +29,11 @@ const halyard::ClassRegistry& registry() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  auto root = halyard::Unarchiver::unarchiveRootObject(bytes, registry());
-  if (!root) return 0;
-  auto log = halyard::objectAs<halyard::GenericLog>(*root);
-  if (!log) return 0;
-  log->setMirrorToLogFile(false);
-  for (std::size_t i = 0; i < log->logEntryCount() && i < 64; ++i) (void)log->logEntryAtIndex(i);
-  auto copy = log->copy();
-  copy->addLogMessage("fuzz");
-  (void)copy->assertMaxSize();
-  auto again = halyard::Unarchiver::unarchiveRootObject(halyard::Archiver::archivedData(log), registry());
-  if (!again || !halyard::objectAs<halyard::GenericLog>(*again)) std::abort();
-  return 0;
+  return fuzzArchivedObject<halyard::GenericLog>(data, size, registry(), [](halyard::GenericLog& log) {
+    log.setMirrorToLogFile(false);
+    for (std::size_t i = 0; i < log.logEntryCount() && i < 64; ++i) (void)log.logEntryAtIndex(i);
+    auto copy = log.copy();
+    copy->addLogMessage("fuzz");
+    (void)copy->assertMaxSize();
+  });
 }

@@ -5,11 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <string_view>
 
-#include "foundation/archiver.h"
-#include "foundation/unarchiver.h"
+#include "fuzz_archived_object.h"
 #include "volumes/fake_volume_queries.h"
 #include "volumes/volume_specifier.h"
 
@@ -29,15 +26,9 @@ const halyard::ClassRegistry& registry() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  auto root = halyard::Unarchiver::unarchiveRootObject(bytes, registry());
-  if (!root) return 0;
-  auto record = halyard::objectAs<halyard::VolumeSpecifier>(*root);
-  if (!record) return 0;
-  auto copy = record->copyWithZone();
-  (void)record->isEqual(copy);
-  record->setFileFormatToSave(1024);
-  auto again = halyard::Unarchiver::unarchiveRootObject(halyard::Archiver::archivedData(record), registry());
-  if (!again || !halyard::objectAs<halyard::VolumeSpecifier>(*again)) std::abort();
-  return 0;
+  return fuzzArchivedObject<halyard::VolumeSpecifier>(data, size, registry(), [](halyard::VolumeSpecifier& record) {
+    auto copy = record.copyWithZone();
+    (void)record.isEqual(copy);
+    record.setFileFormatToSave(1024);
+  });
 }

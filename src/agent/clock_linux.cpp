@@ -1,6 +1,6 @@
 #include <unistd.h>
 
-#include <ctime>
+#include <cstdlib>
 
 #include "agent/clock.h"
 #include "foundation/log_sink.h"
@@ -17,12 +17,6 @@ std::string readLink(const std::string& path) {
   return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : std::string();
 }
 
-TimeInterval wallClock() {
-  timespec ts{};
-  clock_gettime(CLOCK_REALTIME, &ts);
-  return fromUnixSeconds(static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9);
-}
-
 }  // namespace
 
 std::string systemZoneName(const char* tz, const std::string& localtimeLink) {
@@ -37,7 +31,7 @@ std::string SystemZoneSource::zoneName() const {
 }
 
 SystemClock::SystemClock(std::shared_ptr<const ZoneSource> zones, std::function<TimeInterval()> now)
-    : zones_(std::move(zones)), now_(now ? std::move(now) : wallClock) {
+    : zones_(std::move(zones)), now_(now ? std::move(now) : systemNow) {
   zoneName_ = zones_->zoneName();
   if (!cctz::load_time_zone(zoneName_, &zone_)) zone_ = cctz::local_time_zone();
 }

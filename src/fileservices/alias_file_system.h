@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-namespace halyard {
+namespace halyard::fileservices {
 
 // The volume that holds a path: its mount point, its file system's UUID,
 // and the path (links resolved) below the top of that file system, without
@@ -37,4 +37,4 @@ class AliasFileSystem {
 // The machine's own file system.
 const AliasFileSystem& systemAliasFileSystem();
 
-}  // namespace halyard
+}  // namespace halyard::fileservices

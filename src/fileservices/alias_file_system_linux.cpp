@@ -10,7 +10,7 @@
 #include "volumes/mount_table.h"
 #include "volumes/volume_mounts.h"
 
-namespace halyard {
+namespace halyard::fileservices {
 namespace {
 
 std::string withoutLeadingSlash(std::string path) {
@@ -72,4 +72,4 @@ const AliasFileSystem& systemAliasFileSystem() {
   return fileSystem;
 }
 
-}  // namespace halyard
+}  // namespace halyard::fileservices

@@ -7,6 +7,9 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "foundation/unique_handle.h"
 
 namespace halyard::fileservices {
 
@@ -23,8 +26,8 @@ class AppendStream {
   bool write(std::string_view bytes);
 
  private:
-  explicit AppendStream(int fd) : _fd(fd) {}
-  int _fd;
+  explicit AppendStream(UniqueFd fd) : _fd(std::move(fd)) {}
+  UniqueFd _fd;
 };
 
 // Makes an empty file at `path`, replacing a file's contents (not a folder).

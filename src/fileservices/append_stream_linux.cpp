@@ -18,17 +18,6 @@ namespace {
 
 constexpr std::size_t kCutBlockSize = 262'144;
 
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd) : fd(fd) {}
-  ~FileDescriptor() {
-    if (fd >= 0) close(fd);
-  }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  int fd;
-};
-
 bool writeAll(int fd, std::string_view bytes, off_t at, bool append) {
   while (!bytes.empty()) {
     const ssize_t n = append ? ::write(fd, bytes.data(), bytes.size()) : pwrite(fd, bytes.data(), bytes.size(), at);
@@ -57,30 +46,30 @@ int moveTailToStart(int fd, std::uint64_t size, std::uint64_t limit) {
 }  // namespace
 
 std::unique_ptr<AppendStream> AppendStream::open(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-  if (fd < 0) return nullptr;
-  return std::unique_ptr<AppendStream>(new AppendStream(fd));
+  UniqueFd fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  if (!fd) return nullptr;
+  return std::unique_ptr<AppendStream>(new AppendStream(std::move(fd)));
 }
 
-AppendStream::~AppendStream() { close(_fd); }
+AppendStream::~AppendStream() = default;
 
-bool AppendStream::write(std::string_view bytes) { return writeAll(_fd, bytes, 0, true); }
+bool AppendStream::write(std::string_view bytes) { return writeAll(_fd.get(), bytes, 0, true); }
 
 int createEmptyFile(const std::string& path) {
-  FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-  return file.fd < 0 ? errno : 0;
+  UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  return file ? 0 : errno;
 }
 
 int cutFileToTail(const std::string& path, std::uint64_t limit) {
-  FileDescriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
-  if (file.fd < 0) return errno;
+  UniqueFd file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+  if (!file) return errno;
   struct stat st {};
-  if (fstat(file.fd, &st) != 0) return errno;
+  if (fstat(file.get(), &st) != 0) return errno;
   const auto size = static_cast<std::uint64_t>(st.st_size);
   if (!S_ISREG(st.st_mode) || size <= limit) return 0;
-  if (int rc = moveTailToStart(file.fd, size, limit); rc != 0) return rc;
-  if (ftruncate(file.fd, static_cast<off_t>(limit)) != 0) return errno;
-  return fsync(file.fd) == 0 ? 0 : errno;
+  if (int rc = moveTailToStart(file.get(), size, limit); rc != 0) return rc;
+  if (ftruncate(file.get(), static_cast<off_t>(limit)) != 0) return errno;
+  return fsync(file.get()) == 0 ? 0 : errno;
 }
 
 }  // namespace halyard::fileservices

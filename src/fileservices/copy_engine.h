@@ -13,12 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "fileservices/error_codes.h"
+
 namespace halyard::fileservices {
 
-// A destination at or below the item being copied or moved.
-inline constexpr int kDestinationInsideSourceErr = -1304;
-// A copy stopped through its progress ("ABORT").
-inline constexpr int kCopyCancelled = -128;
 
 // Told after each block written; answers false when the copy must stop as
 // cancelled (-128).

@@ -57,7 +57,7 @@ int copyExtent(int in, int out, off_t start, off_t& end, const CopyEngineSetup& 
     // A full block starts its write-back now, so that the flush before the
     // rename finds most of a large file on the disk already.
     if (at - blockStart == block) (void)sync_file_range(out, blockStart, block, SYNC_FILE_RANGE_WRITE);
-    if (setup.progress && !setup.progress->blockCopied(at - blockStart)) return kCopyCancelled;
+    if (setup.progress && !setup.progress->blockCopied(at - blockStart)) return kUserCanceledErr;
   }
   return 0;
 }

@@ -27,13 +27,13 @@ bool sameItem(const struct stat& a, const struct stat& b) { return a.st_dev == b
 // True when the folder `src` is the destination's folder or one of its
 // ancestors, by device and inode (so whatever links led there).
 bool destinationInside(const struct stat& src, const std::string& dest) {
-  Fd folder;
+  UniqueFd folder;
   if (openFolder(parentOf(dest), folder) != 0) return false;
   for (int depth = 0; depth < 4096; ++depth) {
     struct stat here {}, up {};
     if (fstat(folder.get(), &here) != 0) return false;
     if (sameItem(here, src)) return true;
-    Fd parent(openat(folder.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd parent(openat(folder.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!parent.valid() || fstat(parent.get(), &up) != 0 || sameItem(up, here)) return false;
     folder = std::move(parent);
   }
@@ -81,7 +81,7 @@ int flushFolder(const CopyEngineSetup& setup, int folderFd, const std::string& p
 // Copies into a partial and renames it to `dest`, flushed before and after.
 // A move (`lossIsFailure`) also checks the copy against the source's count.
 int copyDurably(const std::string& src, const std::string& dest, const CopyEngineSetup& setup, bool lossIsFailure) {
-  Fd srcFolder, destFolder;
+  UniqueFd srcFolder, destFolder;
   if (int rc = openFolder(parentOf(src), srcFolder)) return rc;
   if (int rc = openFolder(parentOf(dest), destFolder)) return rc;
   removeStalePartials(destFolder.get(), parentOf(dest), nameOf(dest), setup);
@@ -94,7 +94,7 @@ int copyDurably(const std::string& src, const std::string& dest, const CopyEngin
       (void)removeEntry(destFolder.get(), copier.partialName(), joinPath(parentOf(dest), copier.partialName()), setup,
                         {.clearLocks = true, .makeWritable = true});
     }
-    if (rc != kCopyCancelled) reportFailure(setup, "could not copy " + src + " to " + dest + ": " + std::strerror(rc));
+    if (rc != kUserCanceledErr) reportFailure(setup, "could not copy " + src + " to " + dest + ": " + std::strerror(rc));
     return rc;
   }
   if ((rc = flushFolder(setup, destFolder.get(), parentOf(dest))) != 0) return rc;
@@ -117,7 +117,7 @@ int flushBoth(const CopyEngineSetup& setup, int srcFolder, const std::string& sr
 }
 
 int removeSource(const std::string& src, const CopyEngineSetup& setup) {
-  Fd folder;
+  UniqueFd folder;
   if (int rc = openFolder(parentOf(src), folder)) return rc;
   if (int rc = removeEntry(folder.get(), nameOf(src), src, setup, {.clearLocks = true})) return rc;
   return flushFolder(setup, folder.get(), parentOf(src));
@@ -126,7 +126,7 @@ int removeSource(const std::string& src, const CopyEngineSetup& setup) {
 // The destination holds all that is left of the source: an earlier move
 // copied it and failed part-way through removing the source.
 bool finishedEarlier(const std::string& src, const std::string& dest) {
-  Fd srcFolder, destFolder;
+  UniqueFd srcFolder, destFolder;
   if (openFolder(parentOf(src), srcFolder) != 0 || openFolder(parentOf(dest), destFolder) != 0) return false;
   return coveredBy(srcFolder.get(), nameOf(src), destFolder.get(), nameOf(dest));
 }
@@ -145,7 +145,7 @@ int moveItem(const std::string& src, const std::string& dest, const CopyEngineSe
   struct stat st {}, existing {};
   if (lstat(src.c_str(), &st) != 0) return errno;
   if (S_ISDIR(st.st_mode) && destinationInside(st, dest)) return refuseInside(setup, src, dest);
-  Fd srcFolder, destFolder;
+  UniqueFd srcFolder, destFolder;
   if (int rc = openFolder(parentOf(src), srcFolder)) return rc;
   if (int rc = openFolder(parentOf(dest), destFolder)) return rc;
   int rc = renameNoReplace(srcFolder.get(), nameOf(src), destFolder.get(), nameOf(dest));
@@ -159,7 +159,7 @@ int moveItem(const std::string& src, const std::string& dest, const CopyEngineSe
 int removeItem(const std::string& path, const CopyEngineSetup& setup) {
   struct stat st {};
   if (lstat(path.c_str(), &st) != 0) return errno;
-  Fd folder;
+  UniqueFd folder;
   if (int rc = openFolder(parentOf(path), folder)) return rc;
   return removeEntry(folder.get(), nameOf(path), path, setup, {});
 }

@@ -102,7 +102,7 @@ int TreeCopier::flushPartial(int destParentFd, const std::string& partialPath, c
 
 int TreeCopier::applyTopFlags(int destParentFd, const std::string& destName, const std::string& destPath) {
   if (_topFlags == 0) return 0;
-  Fd item(openat(destParentFd, destName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  UniqueFd item(openat(destParentFd, destName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!item.valid()) return errno;
   return keepFlags(_topFlags, item.get(), destPath);
 }
@@ -118,7 +118,7 @@ int TreeCopier::created(int rc) {
 // another item is not a failure yet: the partial gets another name).
 int TreeCopier::copyNode(const Item& src, const Item& dest, const std::string& relative) {
   const int rc = copyItemAt(src, dest, relative);
-  if (rc != 0 && rc != kCopyCancelled && (_madeTop || rc != EEXIST)) reportFailure(_setup, "could not copy " + src.path + ": " + std::strerror(rc));
+  if (rc != 0 && rc != kUserCanceledErr && (_madeTop || rc != EEXIST)) reportFailure(_setup, "could not copy " + src.path + ": " + std::strerror(rc));
   return rc;
 }
 
@@ -145,12 +145,12 @@ int TreeCopier::copyItemAt(const Item& src, const Item& dest, const std::string&
 }
 
 int TreeCopier::copyFile(const Item& src, const Item& dest, const struct stat& st, const std::string& relative) {
-  Fd in(openat(src.dirFd, src.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  UniqueFd in(openat(src.dirFd, src.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!in.valid()) return errno;
   struct stat opened {};
   if (fstat(in.get(), &opened) != 0) return errno;
   if (!S_ISREG(opened.st_mode)) return ENOENT;  // replaced since it was examined
-  Fd out(openat(dest.dirFd, dest.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  UniqueFd out(openat(dest.dirFd, dest.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (int rc = created(out.valid() ? 0 : errno)) return rc;
   if (opened.st_size > static_cast<off_t>(_setup.bufferSize)) posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   if (int rc = copyFileData(in.get(), out.get(), opened, _setup)) return rc;
@@ -159,15 +159,15 @@ int TreeCopier::copyFile(const Item& src, const Item& dest, const struct stat& s
     if (int rc = engineStep(_setup, EngineStep::FlushFile, dest.path)) return rc;
     if (fsync(out.get()) != 0) return errno;
   }
-  return close(out.release()) == 0 ? 0 : errno;
+  return closeChecked(out);
 }
 
 int TreeCopier::copyFolder(const Item& src, const Item& dest, const struct stat& st, const std::string& relative) {
   if (int rc = engineStep(_setup, EngineStep::OpenFolder, src.path)) return rc;
-  Fd in;
+  UniqueFd in;
   if (int rc = openFolderAt(src.dirFd, src.name, in)) return rc;
   if (int rc = created(mkdirat(dest.dirFd, dest.name.c_str(), S_IRWXU) == 0 ? 0 : errno)) return rc;
-  Fd out;
+  UniqueFd out;
   if (int rc = openFolderAt(dest.dirFd, dest.name, out)) return rc;
   if (relative.empty()) _rootFd = out.get();
   std::vector<std::string> names;

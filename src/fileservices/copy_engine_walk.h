@@ -11,35 +11,9 @@
 #include <vector>
 
 #include "fileservices/copy_engine.h"
+#include "foundation/unique_handle.h"
 
 namespace halyard::fileservices {
-
-// An owned descriptor, closed when it goes.
-class Fd {
- public:
-  Fd() = default;
-  explicit Fd(int fd) : _fd(fd) {}
-  ~Fd() { reset(); }
-  Fd(Fd&& other) noexcept : _fd(other.release()) {}
-  Fd& operator=(Fd&& other) noexcept {
-    if (this != &other) {
-      reset();
-      _fd = other.release();
-    }
-    return *this;
-  }
-  int get() const { return _fd; }
-  bool valid() const { return _fd >= 0; }
-  int release() {
-    const int fd = _fd;
-    _fd = -1;
-    return fd;
-  }
-  void reset();
-
- private:
-  int _fd = -1;
-};
 
 // The hook's answer for a step, 0 without hooks.
 int engineStep(const CopyEngineSetup& setup, EngineStep step, const std::string& path);
@@ -51,9 +25,9 @@ std::string parentOf(const std::string& path);
 std::string nameOf(const std::string& path);
 
 // Opens a folder of a walk: never through a symbolic link.
-int openFolderAt(int parentFd, const std::string& name, Fd& out);
+int openFolderAt(int parentFd, const std::string& name, UniqueFd& out);
 // Opens the folder a path names (the user's path: links in it are followed).
-int openFolder(const std::string& path, Fd& out);
+int openFolder(const std::string& path, UniqueFd& out);
 // The names in the folder, "." and ".." left out. 0 or the errno value.
 int listFolder(int folderFd, std::vector<std::string>& names);
 

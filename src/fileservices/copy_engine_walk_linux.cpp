@@ -9,17 +9,11 @@
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 #include "fileservices/copy_engine_walk.h"
 #include "fileservices/file_metadata.h"
 
 namespace halyard::fileservices {
-
-void Fd::reset() {
-  if (_fd >= 0) close(_fd);
-  _fd = -1;
-}
 
 int engineStep(const CopyEngineSetup& setup, EngineStep step, const std::string& path) {
   return setup.hooks ? setup.hooks->before(step, path) : 0;
@@ -48,25 +42,22 @@ std::string nameOf(const std::string& path) {
   return slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
 }
 
-int openFolderAt(int parentFd, const std::string& name, Fd& out) {
-  out = Fd(openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+int openFolderAt(int parentFd, const std::string& name, UniqueFd& out) {
+  out = UniqueFd(openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   return out.valid() ? 0 : errno;
 }
 
-int openFolder(const std::string& path, Fd& out) {
-  out = Fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+int openFolder(const std::string& path, UniqueFd& out) {
+  out = UniqueFd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return out.valid() ? 0 : errno;
 }
 
 int listFolder(int folderFd, std::vector<std::string>& names) {
-  const int own = fcntl(folderFd, F_DUPFD_CLOEXEC, 0);
-  if (own < 0) return errno;
-  std::unique_ptr<DIR, int (*)(DIR*)> dir(fdopendir(own), closedir);
-  if (!dir) {
-    const int rc = errno;
-    close(own);
-    return rc;
-  }
+  UniqueFd own(fcntl(folderFd, F_DUPFD_CLOEXEC, 0));
+  if (!own) return errno;
+  UniqueHandle<CPointer<DIR, closedir>> dir(fdopendir(own.get()));
+  if (!dir) return errno;
+  own.release();  // the folder stream owns it now
   rewinddir(dir.get());
   for (;;) {
     errno = 0;
@@ -84,7 +75,7 @@ int countTree(int parentFd, const std::string& name, const std::string& path, co
   if (S_ISREG(st.st_mode)) count.bytes += st.st_size;
   if (!S_ISDIR(st.st_mode)) return 0;
   if (int rc = engineStep(setup, EngineStep::OpenFolder, path)) return rc;
-  Fd folder;
+  UniqueFd folder;
   std::vector<std::string> names;
   if (int rc = openFolderAt(parentFd, name, folder); rc != 0) return rc;
   if (int rc = listFolder(folder.get(), names); rc != 0) return rc;
@@ -103,7 +94,7 @@ bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, co
     return src.st_size == dest.st_size && src.st_mtim.tv_sec == dest.st_mtim.tv_sec &&
            src.st_mtim.tv_nsec == dest.st_mtim.tv_nsec;
   }
-  Fd srcFolder, destFolder;
+  UniqueFd srcFolder, destFolder;
   std::vector<std::string> names;
   if (openFolderAt(srcParentFd, srcName, srcFolder) != 0 || openFolderAt(destParentFd, destName, destFolder) != 0 ||
       listFolder(srcFolder.get(), names) != 0) {
@@ -133,14 +124,14 @@ int failRemoval(const CopyEngineSetup& setup, const std::string& path, int rc) {
 // Opens an item that is not a folder to clear its flags; links and special
 // files carry none.
 void clearItemLocks(int parentFd, const std::string& name) {
-  Fd item(openat(parentFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  UniqueFd item(openat(parentFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (item.valid()) clearLockFlags(item.get());
 }
 
 int removeFolderContents(int parentFd, const std::string& name, const std::string& path,
                          const CopyEngineSetup& setup, RemovalOptions options, bool& wasFolder) {
   if (int rc = engineStep(setup, EngineStep::OpenFolder, path)) return failRemoval(setup, path, rc);
-  Fd folder;
+  UniqueFd folder;
   const int opened = openFolderAt(parentFd, name, folder);
   // Swapped for a link or a file since it was examined: the link itself
   // goes, what it points at stays.

@@ -3,7 +3,7 @@
 #include "foundation/archiver.h"
 #include "foundation/unarchiver.h"
 
-namespace halyard {
+namespace halyard::fileservices {
 namespace {
 
 // A relative path from an alias must stay below its volume's mount point.
@@ -65,4 +65,4 @@ std::optional<std::string> getNSPathFromAliasObject(const std::shared_ptr<Data>&
   return path;
 }
 
-}  // namespace halyard
+}  // namespace halyard::fileservices

@@ -15,7 +15,7 @@
 #include "fileservices/alias_file_system.h"
 #include "foundation/values.h"
 
-namespace halyard {
+namespace halyard::fileservices {
 
 // The alias of an existing file or folder at an absolute path; null when the
 // path is not absolute or does not exist.
@@ -28,4 +28,4 @@ std::shared_ptr<Data> createAliasObjectFromNSPath(const std::string& path,
 std::optional<std::string> getNSPathFromAliasObject(const std::shared_ptr<Data>& alias, bool passively,
                                                     const AliasFileSystem& fileSystem = systemAliasFileSystem());
 
-}  // namespace halyard
+}  // namespace halyard::fileservices

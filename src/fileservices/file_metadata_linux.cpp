@@ -14,6 +14,7 @@
 #include <cerrno>
 
 #include "fileservices/file_metadata.h"
+#include "foundation/unique_handle.h"
 
 namespace halyard::fileservices {
 
@@ -39,11 +40,10 @@ std::optional<std::string> readSized(Call call) {
 
 int inodeFlags(const std::string& path, unsigned* flags) {
   // O_NONBLOCK keeps a FIFO from blocking the open.
-  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
-  if (fd < 0) return errno;
+  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  if (!fd) return errno;
   int value = 0;
-  int rc = ioctl(fd, FS_IOC_GETFLAGS, &value) == 0 ? 0 : errno;
-  close(fd);
+  const int rc = ioctl(fd.get(), FS_IOC_GETFLAGS, &value) == 0 ? 0 : errno;
   *flags = static_cast<unsigned>(value);
   return rc;
 }
@@ -76,16 +76,12 @@ bool isLocked(const std::string& path) {
 
 int setLocked(const std::string& path, bool locked) {
   if (!canChangeLock()) return 0;
-  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
-  if (fd < 0) return errno;
+  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  if (!fd) return errno;
   int flags = 0;
-  int rc = ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0 ? 0 : errno;
-  if (rc == 0) {
-    flags = locked ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
-    rc = ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0 ? 0 : errno;
-  }
-  close(fd);
-  return rc;
+  if (ioctl(fd.get(), FS_IOC_GETFLAGS, &flags) != 0) return errno;
+  flags = locked ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+  return ioctl(fd.get(), FS_IOC_SETFLAGS, &flags) == 0 ? 0 : errno;
 }
 
 int copyExtendedAttributes(const std::string& from, const std::string& to, bool noFollow,

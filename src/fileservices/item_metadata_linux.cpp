@@ -18,13 +18,17 @@
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
+#include <type_traits>
 
 #include "fileservices/file_metadata.h"
 #include "fileservices/item_metadata_io.h"
+#include "foundation/unique_handle.h"
 
 namespace halyard::fileservices {
 
 namespace {
+
+using Acl = UniqueHandle<CPointer<std::remove_pointer_t<acl_t>, acl_free>>;
 
 // Linux's stat has no st_flags; the record carries the inode flags in the
 // word after st_ctim, which lstat leaves unused.
@@ -56,11 +60,9 @@ std::optional<std::string> groupName(gid_t gid) {
 // (and without blocking on a FIFO); errno when it cannot be opened.
 template <class Use>
 int withItemDescriptor(const std::string& path, Use use) {
-  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
-  if (fd < 0) return errno;
-  const int rc = use(fd);
-  close(fd);
-  return rc;
+  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  if (!fd) return errno;
+  return use(fd.get());
 }
 
 int getFlags(int fd, unsigned* flags) {
@@ -106,15 +108,12 @@ bool travels(const std::string& name, const std::vector<std::string>& excluded) 
 
 std::optional<std::string> accessACLText(const std::string& path) {
   if (isLink(path) || acl_extended_file_nofollow(path.c_str()) <= 0) return std::nullopt;
-  acl_t acl = acl_get_file(path.c_str(), ACL_TYPE_ACCESS);
+  const Acl acl(acl_get_file(path.c_str(), ACL_TYPE_ACCESS));
   if (!acl) return std::nullopt;
   ssize_t length = 0;
-  char* text = acl_to_text(acl, &length);
-  acl_free(acl);
+  const UniqueHandle<CPointer<char, acl_free>> text(acl_to_text(acl.get(), &length));
   if (!text) return std::nullopt;
-  std::string withTerminator(text, static_cast<std::size_t>(length) + 1);
-  acl_free(text);
-  return withTerminator;
+  return std::string(text.get(), static_cast<std::size_t>(length) + 1);
 }
 
 }  // namespace
@@ -201,10 +200,8 @@ void applyComment(const std::string& path, const std::optional<std::string>& com
 void applyACL(const std::string& path, const std::optional<std::string>& aclText) {
   if (!aclText || isLink(path)) return;
   const std::string text(aclText->c_str());  // up to its terminating zero
-  acl_t acl = acl_from_text(text.c_str());
-  if (!acl) return;
-  if (acl_valid(acl) == 0) (void)acl_set_file(path.c_str(), ACL_TYPE_ACCESS, acl);
-  acl_free(acl);
+  const Acl acl(acl_from_text(text.c_str()));
+  if (acl && acl_valid(acl.get()) == 0) (void)acl_set_file(path.c_str(), ACL_TYPE_ACCESS, acl.get());
 }
 
 // Of the catalog information only the access and modification times can

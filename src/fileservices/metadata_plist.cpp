@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "fileservices/item_metadata.h"
+#include "foundation/unique_handle.h"
 
 namespace halyard::fileservices {
 
@@ -33,15 +34,8 @@ constexpr std::uint32_t kMaxAttributes = 4096;
 constexpr std::size_t kMaxAttributeName = 255;
 constexpr std::size_t kMaxAttributeValue = 65536;
 
-struct PlistFree {
-  void operator()(plist_t node) const { plist_free(node); }
-};
-using Plist = std::unique_ptr<void, PlistFree>;
-
-struct MallocFree {
-  void operator()(char* p) const { std::free(p); }
-};
-using MallocText = std::unique_ptr<char, MallocFree>;
+using Plist = UniqueHandle<CPointer<void, plist_free>>;
+using MallocText = UniqueHandle<CPointer<char, ::free>>;
 
 // ---- writing ----
 
@@ -144,7 +138,7 @@ Expected<std::vector<std::pair<std::string, std::string>>> readExtendedAttribute
   if (plist_dict_get_size(node) > kMaxAttributes) return makeError("metadata.plist holds too many extended attributes");
   plist_dict_iter raw = nullptr;
   plist_dict_new_iter(node, &raw);
-  std::unique_ptr<void, decltype(&std::free)> iter(raw, &std::free);
+  const UniqueHandle<CPointer<void, ::free>> iter(raw);
   for (;;) {
     char* rawKey = nullptr;
     plist_t value = nullptr;

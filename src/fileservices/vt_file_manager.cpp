@@ -59,30 +59,14 @@ std::shared_ptr<VTFileManager> VTFileManager::make(std::shared_ptr<const HostIde
 }
 
 VTFileManager::VTFileManager(std::shared_ptr<const HostIdentitySource> identity, VTThreadedCommandPool& pool)
-    : _eaExcludeList{"com.apple.FinderInfo", "com.apple.ResourceFork"},
-      _threadLock(std::make_shared<std::recursive_mutex>()),
-      _identity(std::move(identity)),
-      _pool(pool) {}
+    : _identity(std::move(identity)), _pool(pool) {}
 
 VTFileManager::~VTFileManager() { closeAllOpenForks(); }
 
 std::shared_ptr<VTFileManager> VTFileManager::copy() const {
   auto other = make(_identity, _pool);
   std::lock_guard guard(*_threadLock);
-  other->_eaExcludeList = _eaExcludeList;
-  other->_threadLock = _threadLock;
-  other->_lastError = _lastError;
-  other->_openForkRefArray = _openForkRefArray;
-  other->_defaultUserID = _defaultUserID;
-  other->_defaultGroupID = _defaultGroupID;
-  other->_auditEnabled = _auditEnabled;
-  other->_callDepth = _callDepth;
-  other->_auditThread = _auditThread;
-  // The sizes are kept while the buffers are not: asking the copy for the
-  // size recorded here answers no memory until another size is asked for.
-  other->_copyBufferSize = _copyBufferSize;
-  other->_altCopyBufferSize = _altCopyBufferSize;
-  other->_volumeQueries = _volumeQueries;
+  static_cast<VTFileManagerSettings&>(*other) = *this;
   return other;
 }
 

@@ -23,6 +23,7 @@
 #include <thread>
 #include <vector>
 
+#include "fileservices/error_codes.h"
 #include "fileservices/host_identity.h"
 #include "fileservices/vt_threaded_command_pool.h"
 
@@ -39,12 +40,27 @@ namespace halyard::fileservices {
 struct CopyEngineSetup;
 struct EngineReport;
 class VTUserGroupMapper;
-using ErrorCode = std::int32_t;
-
-inline constexpr ErrorCode kUserCanceledErr = -128;
 inline constexpr ErrorCode kCommandNotFinished = 10101;
 
-class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
+// What a copy of a manager carries over (VTFileManager::copy): its settings,
+// its lock (shared), its audit state, its fork list and its buffer sizes. A
+// field added here goes with every copy; one added to the manager stays.
+struct VTFileManagerSettings {
+  std::vector<std::string> _eaExcludeList{"com.apple.FinderInfo", "com.apple.ResourceFork"};
+  std::shared_ptr<std::recursive_mutex> _threadLock = std::make_shared<std::recursive_mutex>();
+  ErrorCode _lastError = 0;
+  std::vector<int> _openForkRefArray;
+  std::uint32_t _defaultUserID = 0;
+  std::uint32_t _defaultGroupID = 0;
+  std::uint32_t _copyBufferSize = 0;
+  std::uint32_t _altCopyBufferSize = 0;
+  bool _auditEnabled = false;
+  std::int32_t _callDepth = 0;
+  std::thread::id _auditThread;
+  std::shared_ptr<const VolumeQueries> _volumeQueries;
+};
+
+class VTFileManager : public std::enable_shared_from_this<VTFileManager>, private VTFileManagerSettings {
  public:
   static constexpr std::uint32_t maximumCopyBufferSize = 16'777'216;
   static constexpr const char* kClassName = "VTFileManager";
@@ -65,9 +81,11 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   VTFileManager(const VTFileManager&) = delete;
   VTFileManager& operator=(const VTFileManager&) = delete;
 
-  // A shallow copy: the same lock, pool and settings, its own copy of the
-  // fork list (closed when the copy goes, as by the original), no buffers. The buffer sizes are kept, so asking the copy for the size the
-  // original held answers no memory until another size is asked for once.
+  // A shallow copy: the same lock, pool and settings (VTFileManagerSettings),
+  // its own copy of the fork list (closed when the copy goes, as by the
+  // original), no buffers. The buffer sizes are kept, so asking the copy for
+  // the size the original held answers no memory until another size is asked
+  // for once.
   std::shared_ptr<VTFileManager> copy() const;
 
   // The instance lock.
@@ -212,7 +230,11 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   friend class AuditCall;
   VTFileManager(std::shared_ptr<const HostIdentitySource> identity, VTThreadedCommandPool& pool);
 
-  CommandID spoolAndWait(void (VTFileManager::*body)(CommandID), ObjectRef arguments,
+  // The asynchronous face of every operation: the audit's entry line, the
+  // body spooled on the pool with its arguments, a wait of up to ten
+  // seconds, and the result line "<selector> errcode: <lastError> commandID: <id>".
+  CommandID spoolAndWait(const std::function<std::string()>& entry, std::string_view selector,
+                         void (VTFileManager::*body)(CommandID), ObjectRef arguments,
                          std::shared_ptr<ProgressDelegate> delegate);
   ErrorCode runEngine(const std::function<ErrorCode(const CopyEngineSetup&)>& operation);
   void recordReport(ErrorCode code, EngineReport& report);
@@ -220,24 +242,12 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager> {
   std::string uniqueCandidate(std::string& stem, const std::optional<std::string>& extension,
                               std::uint32_t seed, std::uint32_t maxLength) const;
 
-  std::vector<std::string> _eaExcludeList;
-  ErrorCode _lastError = 0;
   std::string _lastErrorDetail;
   std::vector<std::string> _metadataWarnings;
-  std::shared_ptr<std::recursive_mutex> _threadLock;
-  std::vector<int> _openForkRefArray;
-  std::uint32_t _defaultUserID = 0;
-  std::uint32_t _defaultGroupID = 0;
-  std::uint32_t _copyBufferSize = 0;
   std::unique_ptr<std::byte[]> _copyBuffer;
-  std::uint32_t _altCopyBufferSize = 0;
   std::unique_ptr<std::byte[]> _altCopyBuffer;
   std::mutex _copyBufferInUse;
-  bool _auditEnabled = false;
-  std::int32_t _callDepth = 0;
-  std::thread::id _auditThread;
   std::shared_ptr<const HostIdentitySource> _identity;
-  std::shared_ptr<const VolumeQueries> _volumeQueries;
   std::shared_ptr<VTUserGroupMapper> _idMappingDelegate;
   VTThreadedCommandPool& _pool;
 };

@@ -11,7 +11,7 @@ namespace halyard::fileservices {
 
 std::shared_ptr<Data> VTFileManager::createAliasObjectFromNSPath(const std::string& path) {
   AuditCall audit(*this, [&] { return "createAliasObjectFromNSPath:" + auditQuoted(path); });
-  auto alias = halyard::createAliasObjectFromNSPath(path);
+  auto alias = fileservices::createAliasObjectFromNSPath(path);
   const ErrorCode code = alias ? 0 : ENOENT;
   audit.finish(code, [&] { return "createAliasObjectFromNSPath: errcode: " + std::to_string(code); });
   return alias;
@@ -23,7 +23,7 @@ std::optional<std::string> VTFileManager::getNSPathFromAliasObject(const std::sh
   std::optional<std::string> path;
   {
     std::lock_guard guard(globalAliasResolutionLock());
-    path = halyard::getNSPathFromAliasObject(alias, passively);
+    path = fileservices::getNSPathFromAliasObject(alias, passively);
   }
   const ErrorCode code = path ? 0 : ENOENT;
   audit.finish(code, [&] {

@@ -130,8 +130,10 @@ void VTFileManager::reportProgress(CommandID id, ProgressDelegate& delegate, Pro
   if (!told || (due && copied != 0)) _pool.setProperty(kTimeKey, id, now);
 }
 
-CommandID VTFileManager::spoolAndWait(void (VTFileManager::*body)(CommandID), ObjectRef arguments,
+CommandID VTFileManager::spoolAndWait(const std::function<std::string()>& entry, std::string_view selector,
+                                      void (VTFileManager::*body)(CommandID), ObjectRef arguments,
                                       std::shared_ptr<ProgressDelegate> delegate) {
+  AuditCall audit(*this, entry);
   std::weak_ptr<VTFileManager> self = weak_from_this();
   Command command = [self, body](CommandID id) {
     if (auto manager = self.lock()) ((*manager).*body)(id);
@@ -141,7 +143,11 @@ CommandID VTFileManager::spoolAndWait(void (VTFileManager::*body)(CommandID), Ob
     _pool.setProperty(kUIDelKey, id, delegate);
     delegate->willWaitForCommand(id);
   }
-  return waitForCommandCompletion(id, 10.0);
+  const CommandID finished = waitForCommandCompletion(id, 10.0);
+  audit.finish(0, [&] {
+    return std::string(selector) + " errcode: " + std::to_string(lastError()) + " commandID: " + std::to_string(finished);
+  }, false);
+  return finished;
 }
 
 }  // namespace halyard::fileservices

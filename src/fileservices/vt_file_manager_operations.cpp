@@ -9,6 +9,7 @@
 #include "fileservices/file_metadata.h"
 #include "fileservices/fm_audit.h"
 #include "fileservices/vt_file_manager.h"
+#include "foundation/scope_guard.h"
 #include "foundation/values.h"
 
 namespace halyard::fileservices {
@@ -80,6 +81,15 @@ std::optional<PathArguments> readPathArguments(VTThreadedCommandPool& pool, Comm
   return out;
 }
 
+// The body the worker runs for a copy, move or remove: the operation on the
+// command's arguments, its code stored as "ECODE".
+template <class Operation>
+void runPathCommand(const VTFileManager& manager, VTThreadedCommandPool& pool, CommandID id, std::string_view name,
+                    Operation operation) {
+  AuditedBody body(manager, name);
+  if (auto args = readPathArguments(pool, id)) pool.setProperty(kECodeKey, id, std::int64_t{operation(*args)});
+}
+
 std::string parentFolder(const std::string& path) {
   auto parent = std::filesystem::path(path).parent_path().string();
   return parent.empty() ? "." : parent;
@@ -95,23 +105,16 @@ std::string errcodeLine(std::string_view selector, ErrorCode code) {
 
 CommandID VTFileManager::asyncCopyPath(const std::string& src, const std::string& dest, bool preserveComments,
                                        std::shared_ptr<ProgressDelegate> delegate) {
-  AuditCall audit(*this, [&] {
+  return spoolAndWait([&] {
     return "asyncCopyPath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) +
            " preserveComments:" + auditBool(preserveComments);
-  });
-  const CommandID id = spoolAndWait(&VTFileManager::copyPathThreadedCommand,
-                                    pathArguments(src, &dest, preserveComments), std::move(delegate));
-  audit.finish(0, [&] {
-    return errcodeLine("asyncCopyPath:toPath:preserveComments:", lastError()) + " commandID: " + std::to_string(id);
-  }, false);
-  return id;
+  }, "asyncCopyPath:toPath:preserveComments:", &VTFileManager::copyPathThreadedCommand,
+                      pathArguments(src, &dest, preserveComments), std::move(delegate));
 }
 
 void VTFileManager::copyPathThreadedCommand(CommandID id) {
-  AuditedBody body(*this, "copyPathThreadedCommand");
-  if (auto args = readPathArguments(_pool, id)) {
-    _pool.setProperty(kECodeKey, id, std::int64_t{copyPath(args->src, args->dest, args->comments)});
-  }
+  runPathCommand(*this, _pool, id, "copyPathThreadedCommand",
+                 [this](const PathArguments& args) { return copyPath(args.src, args.dest, args.comments); });
 }
 
 ErrorCode VTFileManager::copyPath(const std::string& src, const std::string& dest, bool preserveComments) {
@@ -125,16 +128,16 @@ ErrorCode VTFileManager::copyPath(const std::string& src, const std::string& des
   const RaisedPermissions parent(parentFolder(dest));
   const bool locked = isLocked(src);
   if (locked) setLocked(src, false);
+  // The source gets its lock back on every path out, as a copy must not change it.
+  const ScopeGuard relock([&] {
+    if (locked) setLocked(src, true);
+  });
   const ErrorCode code = [&] {
     const CommentsUnwanted scope(!preserveComments);
     return copyPathHandler(src, dest);
   }();
   if (code == 0 && comment && !comment->empty()) writeComment(dest, *comment);
-  // The source gets its lock back, as a copy must not change it.
-  if (locked) {
-    setLocked(src, true);
-    if (code == 0) setLocked(dest, true);
-  }
+  if (locked && code == 0) setLocked(dest, true);
   audit.finish(code, [&] { return errcodeLine("copyPath:toPath:preserveComments:", code); });
   return code;
 }
@@ -150,23 +153,16 @@ ErrorCode VTFileManager::copyPathHandler(const std::string& src, const std::stri
 
 CommandID VTFileManager::asyncMovePath(const std::string& src, const std::string& dest, bool preserveComments,
                                        std::shared_ptr<ProgressDelegate> delegate) {
-  AuditCall audit(*this, [&] {
+  return spoolAndWait([&] {
     return "asyncMovePath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) +
            " preserveComments:" + auditBool(preserveComments);
-  });
-  const CommandID id = spoolAndWait(&VTFileManager::movePathThreadedCommand,
-                                    pathArguments(src, &dest, preserveComments), std::move(delegate));
-  audit.finish(0, [&] {
-    return errcodeLine("asyncMovePath:toPath:preserveComments:", lastError()) + " commandID: " + std::to_string(id);
-  }, false);
-  return id;
+  }, "asyncMovePath:toPath:preserveComments:", &VTFileManager::movePathThreadedCommand,
+                      pathArguments(src, &dest, preserveComments), std::move(delegate));
 }
 
 void VTFileManager::movePathThreadedCommand(CommandID id) {
-  AuditedBody body(*this, "movePathThreadedCommand");
-  if (auto args = readPathArguments(_pool, id)) {
-    _pool.setProperty(kECodeKey, id, std::int64_t{movePath(args->src, args->dest, args->comments)});
-  }
+  runPathCommand(*this, _pool, id, "movePathThreadedCommand",
+                 [this](const PathArguments& args) { return movePath(args.src, args.dest, args.comments); });
 }
 
 ErrorCode VTFileManager::movePath(const std::string& src, const std::string& dest, bool preserveComments) {
@@ -179,13 +175,18 @@ ErrorCode VTFileManager::movePath(const std::string& src, const std::string& des
   const RaisedPermissions parent(parentFolder(dest));
   const bool locked = isLocked(src);
   if (locked) setLocked(src, false);
+  bool moved = false;
+  // The item gets its lock back where it is, on every path out.
+  const ScopeGuard relock([&] {
+    if (locked) setLocked(moved ? dest : src, true);
+  });
   const ErrorCode code = [&] {
     const CommentsUnwanted scope(!preserveComments);
     return movePathHandler(src, dest);
   }();
+  moved = code == 0;
   // A rename keeps the comment, which is then taken off.
-  if (code == 0 && !preserveComments && readComment(dest)) removeComment(dest);
-  if (locked) setLocked(code == 0 ? dest : src, true);
+  if (moved && !preserveComments && readComment(dest)) removeComment(dest);
   audit.finish(code, [&] { return errcodeLine("movePath:toPath:preserveComments:", code); });
   return code;
 }
@@ -200,20 +201,14 @@ ErrorCode VTFileManager::movePathHandler(const std::string& src, const std::stri
 // ---- remove ----
 
 CommandID VTFileManager::asyncRemoveFileAtPath(const std::string& path, std::shared_ptr<ProgressDelegate> delegate) {
-  AuditCall audit(*this, [&] { return "asyncRemoveFileAtPath:" + auditQuoted(path) + " handler:nil"; });
-  const CommandID id = spoolAndWait(&VTFileManager::removeFileAtPathThreadedCommand,
-                                    pathArguments(path, nullptr, std::nullopt), std::move(delegate));
-  audit.finish(0, [&] {
-    return errcodeLine("asyncRemoveFileAtPath:handler:", lastError()) + " commandID: " + std::to_string(id);
-  }, false);
-  return id;
+  return spoolAndWait([&] { return "asyncRemoveFileAtPath:" + auditQuoted(path) + " handler:nil"; },
+                      "asyncRemoveFileAtPath:handler:", &VTFileManager::removeFileAtPathThreadedCommand,
+                      pathArguments(path, nullptr, std::nullopt), std::move(delegate));
 }
 
 void VTFileManager::removeFileAtPathThreadedCommand(CommandID id) {
-  AuditedBody body(*this, "removeFileAtPathThreadedCommand");
-  if (auto args = readPathArguments(_pool, id)) {
-    _pool.setProperty(kECodeKey, id, std::int64_t{removeFileAtPath(args->src)});
-  }
+  runPathCommand(*this, _pool, id, "removeFileAtPathThreadedCommand",
+                 [this](const PathArguments& args) { return removeFileAtPath(args.src); });
 }
 
 ErrorCode VTFileManager::removeFileAtPath(const std::string& path) {

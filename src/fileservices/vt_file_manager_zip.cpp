@@ -31,30 +31,22 @@ bool flagArgument(const Dictionary& args, std::string_view key) {
   return flag && flag->boolValue();
 }
 
-std::string commandLine(std::string_view selector, ErrorCode code, CommandID id) {
-  return std::string(selector) + " errcode: " + std::to_string(code) + " commandID: " + std::to_string(id);
-}
-
 }  // namespace
 
 // ---- move into an archive ----
 
 CommandID VTFileManager::asyncMovePathToZIPArchiveAtPath(const std::string& src, const std::string& archive,
                                                           bool preserveComments, bool preserveACLs) {
-  AuditCall audit(*this, [&] {
-    return "asyncMovePath:" + auditQuoted(src) + " toZIPArchiveAtPath:" + auditQuoted(archive) +
-           " preserveComments:" + auditBool(preserveComments) + " preserveACLs:" + auditBool(preserveACLs);
-  });
   auto args = Dictionary::make(true);
   args->set(kSrcPathKey, String::make(src));
   args->set(kDestPathKey, String::make(archive));
   args->set(kCommentsKey, Number::fromBool(preserveComments));
   args->set(kACLsKey, Number::fromBool(preserveACLs));
-  const CommandID id = spoolAndWait(&VTFileManager::movePathToZIPArchiveThreadedCommand, args, nullptr);
-  audit.finish(0, [&] {
-    return commandLine("asyncMovePath:toZIPArchiveAtPath:preserveComments:preserveACLs:", lastError(), id);
-  }, false);
-  return id;
+  return spoolAndWait([&] {
+    return "asyncMovePath:" + auditQuoted(src) + " toZIPArchiveAtPath:" + auditQuoted(archive) +
+           " preserveComments:" + auditBool(preserveComments) + " preserveACLs:" + auditBool(preserveACLs);
+  }, "asyncMovePath:toZIPArchiveAtPath:preserveComments:preserveACLs:",
+                      &VTFileManager::movePathToZIPArchiveThreadedCommand, args, nullptr);
 }
 
 void VTFileManager::movePathToZIPArchiveThreadedCommand(CommandID id) {
@@ -82,20 +74,16 @@ ErrorCode VTFileManager::movePathToZIPArchiveAtPath(const std::string& src, cons
 
 CommandID VTFileManager::asyncExtractFile(const std::string& name, const std::string& archive,
                                           const std::optional<std::string>& dest, bool applyMetadata) {
-  AuditCall audit(*this, [&] {
-    return "asyncExtractFile:" + auditQuoted(name) + " fromZIPArchiveAtPath:" + auditQuoted(archive) +
-           " toPath:" + auditQuoted(dest.value_or("(null)")) + " applyMetadata:" + auditBool(applyMetadata);
-  });
   auto args = Dictionary::make(true);
   args->set(kNameKey, String::make(name));
   args->set(kSrcPathKey, String::make(archive));
   if (dest) args->set(kDestPathKey, String::make(*dest));
   args->set(kMetadataKey, Number::fromBool(applyMetadata));
-  const CommandID id = spoolAndWait(&VTFileManager::extractFileFromZIPArchiveThreadedCommand, args, nullptr);
-  audit.finish(0, [&] {
-    return commandLine("asyncExtractFile:fromZIPArchiveAtPath:toPath:applyMetadata:", lastError(), id);
-  }, false);
-  return id;
+  return spoolAndWait([&] {
+    return "asyncExtractFile:" + auditQuoted(name) + " fromZIPArchiveAtPath:" + auditQuoted(archive) +
+           " toPath:" + auditQuoted(dest.value_or("(null)")) + " applyMetadata:" + auditBool(applyMetadata);
+  }, "asyncExtractFile:fromZIPArchiveAtPath:toPath:applyMetadata:",
+                      &VTFileManager::extractFileFromZIPArchiveThreadedCommand, args, nullptr);
 }
 
 void VTFileManager::extractFileFromZIPArchiveThreadedCommand(CommandID id) {

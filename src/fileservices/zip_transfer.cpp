@@ -91,7 +91,7 @@ ErrorCode ZipTransfer::moveToArchive(const std::string& item, const std::string&
   if (!isPlainName(itemPath.filename().string()) || !archivePath.has_filename()) return kParamErr;
   if (!itemExists(itemPath)) return ENOENT;
   const std::string archiveFolder = archivePath.parent_path().string();
-  const auto folderMode = raiseToWritable(archiveFolder);
+  const RaisedPermissions writableFolder(archiveFolder);
   const bool archiveExisted = itemExists(archivePath);
   ErrorCode code = zipItem(itemPath, archivePath);
   if (code == 0) code = addMetadataMember(itemPath, archivePath, comments, acls);
@@ -100,7 +100,6 @@ ErrorCode ZipTransfer::moveToArchive(const std::string& item, const std::string&
   // From here on the archive is the item's only complete copy: it stays,
   // whatever removing the item leaves behind.
   if (code == 0) code = removeAnything(itemPath);
-  restorePermissionBits(archiveFolder, folderMode);
   return code;
 }
 

@@ -12,13 +12,15 @@
 
 namespace halyard {
 
-// `owner` names the object in the message ("a log").
-inline Expected<std::shared_ptr<Dictionary>> decodeArchivedDictionary(Unarchiver& coder, const char* owner) {
+// `owner` names the object in the message ("a log"). Where `nilAllowed`, a
+// nil in the dictionary's place answers null: the owner keeps its defaults.
+inline Expected<std::shared_ptr<Dictionary>> decodeArchivedDictionary(Unarchiver& coder, const char* owner,
+                                                                      bool nilAllowed = false) {
   const std::size_t at = coder.offset();
   auto object = coder.decodeObject();
   if (!object) return object.error();
   auto archive = objectAs<Dictionary>(*object);
-  if (!archive) {
+  if (!archive && (*object || !nilAllowed)) {
     return coder.failureAt(at, std::string(owner) + " holds " + archivedClassName(*object) + ", not a dictionary");
   }
   return archive;

@@ -3,22 +3,16 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 
 #include "foundation/type_encoding.h"
+#include "foundation/typedstream_format.h"
 #include "foundation/values.h"
 
 namespace halyard {
 namespace {
 
-constexpr std::uint8_t kTagInt16 = 0x81;
-constexpr std::uint8_t kTagInt32 = 0x82;
-constexpr std::uint8_t kTagReal = 0x83;
-constexpr std::uint8_t kTagNew = 0x84;
-constexpr std::uint8_t kTagNil = 0x85;
-constexpr std::uint8_t kTagEnd = 0x86;
-constexpr std::uint8_t kTagInt64 = 0x87;
-// Reference numbers are written as n - 110, so entry 0 is the byte 0x92.
-constexpr std::int64_t kReferenceBias = 110;
+using namespace typedstream;
 
 // Integral values are written in integer form; -0.0, NaN, infinities and
 // values outside the 64-bit range keep the IEEE form.
@@ -26,6 +20,13 @@ bool hasIntegerForm(double v) {
   if (!std::isfinite(v) || v != std::trunc(v)) return false;
   if (v == 0.0 && std::signbit(v)) return false;
   return v >= -9223372036854775808.0 && v < 9223372036854775808.0;
+}
+
+// The writer's type strings come from the coders or from a decoded archive
+// that the reader has already checked, so a bad one is the caller's fault:
+// it is told rather than written as nothing.
+[[noreturn]] void badType(std::string_view type, const Error& why) {
+  throw std::invalid_argument("archive writer: bad type string \"" + std::string(type) + "\": " + why.describe());
 }
 
 }  // namespace
@@ -46,16 +47,16 @@ void Archiver::writeInteger(std::int64_t v) {
   auto appendLittleEndian = [this](std::uint64_t bits, int size) {
     for (int i = 0; i < size; ++i) writeByte(static_cast<std::uint8_t>(bits >> (8 * i)));
   };
-  if (v >= -110 && v <= 127) {
+  if (v >= kSmallestLiteral && v <= 127) {
     writeByte(static_cast<std::uint8_t>(static_cast<std::int8_t>(v)));
   } else if (v >= std::numeric_limits<std::int16_t>::min() && v <= std::numeric_limits<std::int16_t>::max()) {
-    writeByte(kTagInt16);
+    writeByte(tagByte(kTagInt16));
     appendLittleEndian(static_cast<std::uint64_t>(v), 2);
   } else if (v >= std::numeric_limits<std::int32_t>::min() && v <= std::numeric_limits<std::int32_t>::max()) {
-    writeByte(kTagInt32);
+    writeByte(tagByte(kTagInt32));
     appendLittleEndian(static_cast<std::uint64_t>(v), 4);
   } else {
-    writeByte(kTagInt64);
+    writeByte(tagByte(kTagInt64));
     appendLittleEndian(static_cast<std::uint64_t>(v), 8);
   }
 }
@@ -67,7 +68,7 @@ void Archiver::writeUnsignedInteger(std::uint64_t v) {
     writeInteger(static_cast<std::int64_t>(v));
     return;
   }
-  writeByte(kTagInt64);
+  writeByte(tagByte(kTagInt64));
   for (int i = 0; i < 8; ++i) writeByte(static_cast<std::uint8_t>(v >> (8 * i)));
 }
 
@@ -76,7 +77,7 @@ void Archiver::writeReal(double v, bool isFloat) {
     writeInteger(static_cast<std::int64_t>(v));
     return;
   }
-  writeByte(kTagReal);
+  writeByte(tagByte(kTagReal));
   if (isFloat) {
     float f = static_cast<float>(v);
     std::uint32_t bits;
@@ -104,7 +105,7 @@ void Archiver::writeSharedString(std::string_view s) {
     writeReference(found->second);
     return;
   }
-  writeByte(kTagNew);
+  writeByte(tagByte(kTagNew));
   writeRawString(s);
   sharedStrings_.emplace(std::string(s), sharedStrings_.size());
 }
@@ -115,7 +116,7 @@ void Archiver::writeCString(std::string_view s) {
     writeReference(found->second);
     return;
   }
-  writeByte(kTagNew);
+  writeByte(tagByte(kTagNew));
   cStrings_.emplace(std::string(s), nextObjectNumber_++);
   writeSharedString(s);
 }
@@ -131,12 +132,12 @@ void Archiver::writeClassChain(const ClassChain& chain) {
       writeReference(found->second);
       return;
     }
-    writeByte(kTagNew);
+    writeByte(tagByte(kTagNew));
     classes_.emplace(info.name, nextObjectNumber_++);
     writeSharedString(info.name);
     writeInteger(info.version);
   }
-  writeByte(kTagNil);
+  writeByte(tagByte(kTagNil));
 }
 
 void Archiver::writeObject(const ObjectRef& object) {
@@ -146,14 +147,14 @@ void Archiver::writeObject(const ObjectRef& object) {
     auto target = cycle->target.lock();
     auto found = target ? objects_.find(target.get()) : objects_.end();
     if (found == objects_.end()) {
-      writeByte(kTagNil);
+      writeByte(tagByte(kTagNil));
     } else {
       writeReference(found->second);
     }
     return;
   }
   if (!object) {
-    writeByte(kTagNil);
+    writeByte(tagByte(kTagNil));
     return;
   }
   auto found = objects_.find(object.get());
@@ -161,16 +162,17 @@ void Archiver::writeObject(const ObjectRef& object) {
     writeReference(found->second);
     return;
   }
-  writeByte(kTagNew);
+  writeByte(tagByte(kTagNew));
   objects_.emplace(object.get(), nextObjectNumber_++);
   written_.push_back(object);
   writeClassChain(object->archiveClassChain());
   object->encodeWithCoder(*this);
-  writeByte(kTagEnd);
+  writeByte(tagByte(kTagEnd));
 }
 
 void Archiver::writeTypedValue(std::string_view type, const TypedValue::Storage& value) {
-  const char code = type.empty() ? '!' : type.front();
+  if (type.empty()) badType(type, makeError("empty type string"));
+  const char code = type.front();
   auto asSigned = [&]() -> std::int64_t {
     if (auto v = std::get_if<std::int64_t>(&value)) return *v;
     if (auto v = std::get_if<std::uint64_t>(&value)) return static_cast<std::int64_t>(*v);
@@ -194,24 +196,24 @@ void Archiver::writeTypedValue(std::string_view type, const TypedValue::Storage&
       return;
     }
     case '+':
-      if (text()) writeRawString(*text()); else writeByte(kTagNil);
+      if (text()) writeRawString(*text()); else writeByte(tagByte(kTagNil));
       return;
     case '*':
-      if (text()) writeCString(*text()); else writeByte(kTagNil);
+      if (text()) writeCString(*text()); else writeByte(tagByte(kTagNil));
       return;
     case ':': case '%':
-      if (text()) writeSharedString(*text()); else writeByte(kTagNil);
+      if (text()) writeSharedString(*text()); else writeByte(tagByte(kTagNil));
       return;
     case '#':
       if (auto chain = std::get_if<ClassChain>(&value); chain && !chain->empty()) writeClassChain(*chain);
-      else writeByte(kTagNil);
+      else writeByte(tagByte(kTagNil));
       return;
     case '@':
       writeObject(std::holds_alternative<ObjectRef>(value) ? std::get<ObjectRef>(value) : nullptr);
       return;
     case '[': {
       auto array = parseArrayType(type);
-      if (!array) return;
+      if (!array) badType(type, array.error());
       if (array->element == "c" || array->element == "C") {
         std::string bytes = text() ? *text() : std::string();
         bytes.resize(array->count, '\0');
@@ -226,15 +228,17 @@ void Archiver::writeTypedValue(std::string_view type, const TypedValue::Storage&
     }
     case '{': {
       auto fields = parseStructFields(type);
-      if (!fields) return;
+      if (!fields) badType(type, fields.error());
       const auto* items = std::get_if<std::vector<TypedValue>>(&value);
       for (std::size_t i = 0; i < fields->size(); ++i) {
         writeTypedValue((*fields)[i], items && i < items->size() ? (*items)[i].value : TypedValue::Storage{});
       }
       return;
     }
+    case '!':
+      return;  // no data
     default:
-      return;  // '!' has no data
+      badType(type, makeError("unknown type code"));
   }
 }
 
@@ -251,7 +255,7 @@ void Archiver::encodeValue(const TypedValue& value) {
 void Archiver::encodeGroup(const Group& group) {
   writeSharedString(group.types);
   auto types = splitTypeString(group.types);
-  if (!types) return;
+  if (!types) badType(group.types, types.error());
   for (std::size_t i = 0; i < types->size(); ++i) {
     writeTypedValue((*types)[i], i < group.values.size() ? group.values[i].value : TypedValue::Storage{});
   }

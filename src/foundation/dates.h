@@ -3,6 +3,7 @@
 // 2001-01-01 00:00:00 UTC, as a double with fractions kept.
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -12,14 +13,21 @@ namespace halyard {
 
 using TimeInterval = double;  // seconds
 
-// Seconds between the Unix epoch and the reference date.
-constexpr TimeInterval kReferenceDateUnixSeconds = 978307200.0;
+// Seconds between the Unix epoch and the reference date (also the epoch of
+// property-list dates).
+constexpr std::int64_t kReferenceDateUnixSeconds = 978307200;
 // 4001-01-01 00:00:00 UTC and 0001-01-01 00:00:00 UTC, the platform's bounds.
 constexpr TimeInterval kDistantFuture = 63113904000.0;
 constexpr TimeInterval kDistantPast = -63114076800.0;
 
-inline TimeInterval fromUnixSeconds(double unixSeconds) { return unixSeconds - kReferenceDateUnixSeconds; }
-inline double toUnixSeconds(TimeInterval t) { return t + kReferenceDateUnixSeconds; }
+inline TimeInterval fromUnixSeconds(double unixSeconds) {
+  return unixSeconds - static_cast<double>(kReferenceDateUnixSeconds);
+}
+inline double toUnixSeconds(TimeInterval t) { return t + static_cast<double>(kReferenceDateUnixSeconds); }
+
+// The present instant from the system's wall clock, for the clocks handed to
+// logic at the program's edges; logic itself takes the moment as an argument.
+TimeInterval systemNow();
 
 // The instant as a cctz time point, whole seconds (floor) and the fraction.
 struct SplitInstant {

@@ -7,6 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundation/scope_guard.h"
+#include "foundation/unique_handle.h"
+
 namespace halyard {
 namespace {
 
@@ -20,74 +23,47 @@ Error systemError(const std::string& path, const char* action) {
 }  // namespace
 
 Expected<std::string> readWholeFile(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return systemError(path, "open");
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) return systemError(path, "open");
   struct stat info {};
-  if (::fstat(fd, &info) != 0) {
-    Error error = systemError(path, "read");
-    ::close(fd);
-    return error;
-  }
-  if (S_ISDIR(info.st_mode)) {
-    ::close(fd);
-    return makeError(path + ": is a folder, not a file");
-  }
-  if (info.st_size > kMaxFileSize) {
-    ::close(fd);
-    return makeError(path + ": file too large");
-  }
+  if (::fstat(fd.get(), &info) != 0) return systemError(path, "read");
+  if (S_ISDIR(info.st_mode)) return makeError(path + ": is a folder, not a file");
+  if (info.st_size > kMaxFileSize) return makeError(path + ": file too large");
   std::string contents;
   char buffer[65536];
   for (;;) {
-    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      Error error = systemError(path, "read");
-      ::close(fd);
-      return error;
-    }
+    if (n < 0) return systemError(path, "read");
     if (n == 0) break;
     contents.append(buffer, static_cast<std::size_t>(n));
-    if (static_cast<off_t>(contents.size()) > kMaxFileSize) {
-      ::close(fd);
-      return makeError(path + ": file too large");
-    }
+    if (static_cast<off_t>(contents.size()) > kMaxFileSize) return makeError(path + ": file too large");
   }
-  ::close(fd);
   return contents;
 }
 
 Status writeFileAtomically(const std::string& path, const std::string& contents) {
   std::string temporary = path + ".XXXXXX";
-  const int fd = ::mkstemp(temporary.data());
-  if (fd < 0) return systemError(path, "create a temporary file beside");
-  auto fail = [&](const char* action) {
-    Error error = systemError(path, action);
-    ::close(fd);
-    ::unlink(temporary.c_str());
-    return error;
-  };
+  UniqueFd fd(::mkstemp(temporary.data()));
+  if (!fd) return systemError(path, "create a temporary file beside");
+  ScopeGuard removeTemporary([&] { ::unlink(temporary.c_str()); });
   std::size_t written = 0;
   while (written < contents.size()) {
-    const ssize_t n = ::write(fd, contents.data() + written, contents.size() - written);
+    const ssize_t n = ::write(fd.get(), contents.data() + written, contents.size() - written);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return fail("write");
+    if (n < 0) return systemError(path, "write");
     written += static_cast<std::size_t>(n);
   }
   // Keep the permissions of the file being replaced; a new file gets 0644.
   struct stat existing {};
-  ::fchmod(fd, ::stat(path.c_str(), &existing) == 0 ? (existing.st_mode & 07777) : 0644);
-  if (::fsync(fd) != 0) return fail("flush");
-  if (::close(fd) != 0) {
-    Error error = systemError(path, "close");
-    ::unlink(temporary.c_str());
-    return error;
+  ::fchmod(fd.get(), ::stat(path.c_str(), &existing) == 0 ? (existing.st_mode & 07777) : 0644);
+  if (::fsync(fd.get()) != 0) return systemError(path, "flush");
+  if (const int error = closeChecked(fd); error != 0) {
+    errno = error;
+    return systemError(path, "close");
   }
-  if (::rename(temporary.c_str(), path.c_str()) != 0) {
-    Error error = systemError(path, "replace");
-    ::unlink(temporary.c_str());
-    return error;
-  }
+  if (::rename(temporary.c_str(), path.c_str()) != 0) return systemError(path, "replace");
+  removeTemporary.dismiss();
   return success();
 }
 

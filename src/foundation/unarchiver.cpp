@@ -5,20 +5,14 @@
 #include <optional>
 
 #include "foundation/type_encoding.h"
+#include "foundation/typedstream_format.h"
 #include "foundation/values.h"
 
 namespace halyard {
 namespace {
 
-constexpr std::int8_t kTagInt16 = -127;  // 0x81
-constexpr std::int8_t kTagInt32 = -126;  // 0x82
-constexpr std::int8_t kTagReal = -125;   // 0x83
-constexpr std::int8_t kTagNew = -124;    // 0x84
-constexpr std::int8_t kTagNil = -123;    // 0x85
-constexpr std::int8_t kTagEnd = -122;    // 0x86
-constexpr std::int8_t kTagInt64 = -121;  // 0x87
-constexpr std::int8_t kSmallestLiteral = -110;
-constexpr std::int64_t kReferenceBias = 110;
+using namespace typedstream;
+
 // Longest class chain accepted; real hierarchies are a handful deep.
 constexpr std::size_t kMaxClassChain = 64;
 // Array types whose elements take no bytes ('!', empty structs) could make a

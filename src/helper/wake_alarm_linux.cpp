@@ -8,6 +8,8 @@
 #include <charconv>
 #include <string_view>
 
+#include "foundation/unique_handle.h"
+
 namespace halyard::wake {
 namespace {
 
@@ -15,17 +17,16 @@ constexpr std::size_t kMaxNumberText = 32;
 
 // Reads at most a short decimal number; links are never followed.
 int readSmallText(const std::string& path, bool requireOwnRecord, std::string& text) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return errno;
+  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd) return errno;
   struct stat info {};
-  int error = ::fstat(fd, &info) == 0 ? 0 : errno;
-  if (!error && requireOwnRecord && (!S_ISREG(info.st_mode) || info.st_uid != ::geteuid())) error = EPERM;
+  if (::fstat(fd.get(), &info) != 0) return errno;
+  if (requireOwnRecord && (!S_ISREG(info.st_mode) || info.st_uid != ::geteuid())) return EPERM;
   char buffer[kMaxNumberText];
-  const ssize_t got = error ? -1 : ::read(fd, buffer, sizeof buffer);
-  if (!error && got < 0) error = errno;
-  ::close(fd);
-  if (!error) text.assign(buffer, static_cast<std::size_t>(got));
-  return error;
+  const ssize_t got = ::read(fd.get(), buffer, sizeof buffer);
+  if (got < 0) return errno;
+  text.assign(buffer, static_cast<std::size_t>(got));
+  return 0;
 }
 
 std::optional<std::int64_t> parseSeconds(std::string_view text) {
@@ -51,11 +52,11 @@ AlarmRead readAlarm(const std::string& path) {
 
 int writeAlarm(const std::string& path, std::int64_t unixSeconds) {
   // The alarm file must already exist: the tool never creates files there.
-  const int fd = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return errno;
-  int error = writeText(fd, std::to_string(unixSeconds) + "\n");
-  if (::close(fd) != 0 && !error) error = errno;
-  return error;
+  UniqueFd fd(::open(path.c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd) return errno;
+  const int error = writeText(fd.get(), std::to_string(unixSeconds) + "\n");
+  const int closed = closeChecked(fd);
+  return error ? error : closed;
 }
 
 std::optional<std::int64_t> readOwnedAlarm(const std::string& recordPath) {
@@ -69,11 +70,11 @@ int writeOwnedAlarm(const std::string& recordPath, std::int64_t unixSeconds) {
   // never stands for an alarm.
   const std::string fresh = recordPath + ".new";
   ::unlink(fresh.c_str());
-  const int fd = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
-  if (fd < 0) return errno;
-  int error = writeText(fd, std::to_string(unixSeconds) + "\n");
-  if (!error && ::fsync(fd) != 0) error = errno;
-  if (::close(fd) != 0 && !error) error = errno;
+  UniqueFd fd(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+  if (!fd) return errno;
+  int error = writeText(fd.get(), std::to_string(unixSeconds) + "\n");
+  if (!error && ::fsync(fd.get()) != 0) error = errno;
+  if (const int closed = closeChecked(fd); closed && !error) error = closed;
   if (!error && ::rename(fresh.c_str(), recordPath.c_str()) != 0) error = errno;
   if (error) ::unlink(fresh.c_str());
   return error;

@@ -5,16 +5,13 @@
 #include <cstdlib>
 #include <memory>
 
+#include "foundation/dates.h"
+#include "foundation/unique_handle.h"
+
 namespace halyard::wake {
 namespace {
 
-// Seconds between the Unix epoch and the property-list epoch (2001-01-01).
-constexpr std::int64_t kPlistEpochOffset = 978307200;
-
-struct PlistFree {
-  void operator()(plist_t node) const { plist_free(node); }
-};
-using PlistPtr = std::unique_ptr<void, PlistFree>;
+using PlistPtr = UniqueHandle<CPointer<void, plist_free>>;
 
 std::size_t countOf(std::string_view text, std::string_view needle) {
   std::size_t count = 0;
@@ -55,7 +52,7 @@ Expected<WakeRequest> readCommand(plist_t dict) {
   if (keys != 2) return makeError("SchedulePowerEvent takes only PowerEventDate");
   std::int32_t seconds = 0, micro = 0;
   plist_get_date_val(date, &seconds, &micro);
-  return WakeRequest{Command::SchedulePowerOn, std::int64_t{seconds} + kPlistEpochOffset};
+  return WakeRequest{Command::SchedulePowerOn, std::int64_t{seconds} + kReferenceDateUnixSeconds};
 }
 
 std::string toXml(plist_t dict) {
@@ -71,7 +68,7 @@ PlistPtr parseDictionary(std::string_view bytes) {
   plist_t root = nullptr;
   plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
   PlistPtr owned(root);
-  if (!root || plist_get_node_type(root) != PLIST_DICT) return nullptr;
+  if (!root || plist_get_node_type(root) != PLIST_DICT) return PlistPtr();
   return owned;
 }
 
@@ -97,7 +94,7 @@ std::string writeWakeRequest(const WakeRequest& request) {
   const bool schedule = request.command == Command::SchedulePowerOn;
   plist_dict_set_item(dict.get(), kCommandNameKey, plist_new_string(schedule ? kScheduleCommand : kCancelCommand));
   if (schedule) {
-    const auto seconds = static_cast<std::int32_t>(request.powerOnUnixSeconds - kPlistEpochOffset);
+    const auto seconds = static_cast<std::int32_t>(request.powerOnUnixSeconds - kReferenceDateUnixSeconds);
     plist_dict_set_item(dict.get(), kPowerEventDateKey, plist_new_date(seconds, 0));
   }
   return toXml(dict.get());

@@ -1,6 +1,4 @@
-// The system clock and the local zone of the process, read only here.
-
-#include <chrono>
+// The system clock and the local zone of the process, for the log.
 
 #include "logging/log_collaborators.h"
 
@@ -9,10 +7,7 @@ namespace {
 
 class SystemLogClock final : public LogClock {
  public:
-  TimeInterval now() const override {
-    const auto since = std::chrono::system_clock::now().time_since_epoch();
-    return fromUnixSeconds(std::chrono::duration<double>(since).count());
-  }
+  TimeInterval now() const override { return systemNow(); }
   cctz::time_zone zone() const override { return cctz::local_time_zone(); }
 };
 

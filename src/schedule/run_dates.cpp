@@ -32,7 +32,6 @@
 namespace halyard {
 namespace {
 
-constexpr std::int64_t kReferenceUnixSeconds = 978307200;
 // Instants further than 2^50 s (about 35 million years) from the reference
 // date are outside any calendar a search is asked about; a search that would
 // have to read one answers absent. Every bound up to there stays exact.
@@ -106,7 +105,7 @@ std::optional<TimeInterval> walkResult(const CivilPattern& pattern, const Walk& 
     const std::int64_t exact = exactWalkSteps(runStart, walk.direction);
     const std::int64_t beforeBound = stepsBefore(walk, runStart, exact, walk.bound);
     const std::int64_t withinReach = stepsBefore(walk, runStart, beforeBound, walk.direction * kCalendarReach);
-    const auto whole = static_cast<std::int64_t>(std::floor(runStart)) + kReferenceUnixSeconds;
+    const auto whole = static_cast<std::int64_t>(std::floor(runStart)) + kReferenceDateUnixSeconds;
     if (const auto step = firstMatchingStep(pattern, zone, whole, walk.direction, withinReach)) {
       return walk.candidate(runStart, *step);
     }

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <type_traits>
 
 #include "fileservices/document_alias.h"
-#include "foundation/log_sink.h"
+#include "foundation/exception_guard.h"
 #include "foundation/strings_table.h"
 #include "volumes/volume_specifier.h"
 
@@ -51,15 +50,8 @@ KSScheduledItem::LockHold KSScheduledItem::holdLock() const {
 
 template <class Body>
 auto KSScheduledItem::guarded(const char* selector, Body&& body) const {
-  using Result = std::invoke_result_t<Body&>;
-  const LockHold held = holdLock();
-  try {
-    if (_guardFault) _guardFault(selector);
-    return body();
-  } catch (...) {
-    logLine(std::string("<Error:> Exception caught in ") + selector, LogPriority::Error);
-    if constexpr (!std::is_void_v<Result>) return Result{};
-  }
+  const LockHold held = holdLock();  // held through the body and the guard's log line
+  return runGuarded(selector, _guardFault, std::forward<Body>(body));
 }
 
 KSScheduledItem::KSScheduledItem(std::shared_ptr<CalendarDate> now) { setToDefaults(std::move(now)); }
@@ -121,7 +113,7 @@ std::shared_ptr<CalendarDate> KSScheduledItem::copyOf(const std::shared_ptr<cons
 
 void KSScheduledItem::setDocumentAlias(std::shared_ptr<Data> alias) {
   _documentAlias = std::move(alias);
-  setDocumentPathName(getNSPathFromAliasObject(_documentAlias, true));
+  setDocumentPathName(fileservices::getNSPathFromAliasObject(_documentAlias, true));
 }
 
 void KSScheduledItem::setDocumentPathName(std::optional<std::string> path) {
@@ -132,7 +124,7 @@ void KSScheduledItem::setDescription(std::optional<std::string> description) {
   if (description != _description) _description = std::move(description);
 }
 
-const std::string* KSScheduledItem::lockedSet(SetString KSScheduledItem::*field, const char* selector) const {
+const std::string* KSScheduledItem::lockedSelectionSet(SetString KSScheduledItem::*field, const char* selector) const {
   return guarded(selector, [&]() -> const std::string* {
     const SetString& set = this->*field;
     return set ? &*set : nullptr;
@@ -152,50 +144,50 @@ void KSScheduledItem::lockedSet(T KSScheduledItem::*field, T value, const char* 
 // ---- locked accessors ----
 
 std::string* KSScheduledItem::scheduledMonths() {
-  return const_cast<std::string*>(lockedSet(&KSScheduledItem::_scheduledMonths, "scheduledMonths"));
+  return const_cast<std::string*>(lockedSelectionSet(&KSScheduledItem::_scheduledMonths, "scheduledMonths"));
 }
 const std::string* KSScheduledItem::scheduledMonths() const {
-  return lockedSet(&KSScheduledItem::_scheduledMonths, "scheduledMonths");
+  return lockedSelectionSet(&KSScheduledItem::_scheduledMonths, "scheduledMonths");
 }
 void KSScheduledItem::setScheduledMonths(SetString v) {
   lockedSet(&KSScheduledItem::_scheduledMonths, std::move(v), "setScheduledMonths:");
 }
 
 std::string* KSScheduledItem::scheduledDaysOfMonth() {
-  return const_cast<std::string*>(lockedSet(&KSScheduledItem::_scheduledDaysOfMonth, "scheduledDaysOfMonth"));
+  return const_cast<std::string*>(lockedSelectionSet(&KSScheduledItem::_scheduledDaysOfMonth, "scheduledDaysOfMonth"));
 }
 const std::string* KSScheduledItem::scheduledDaysOfMonth() const {
-  return lockedSet(&KSScheduledItem::_scheduledDaysOfMonth, "scheduledDaysOfMonth");
+  return lockedSelectionSet(&KSScheduledItem::_scheduledDaysOfMonth, "scheduledDaysOfMonth");
 }
 void KSScheduledItem::setScheduledDaysOfMonth(SetString v) {
   lockedSet(&KSScheduledItem::_scheduledDaysOfMonth, std::move(v), "setScheduledDaysOfMonth:");
 }
 
 std::string* KSScheduledItem::scheduledDaysOfWeek() {
-  return const_cast<std::string*>(lockedSet(&KSScheduledItem::_scheduledDaysOfWeek, "scheduledDaysOfWeek"));
+  return const_cast<std::string*>(lockedSelectionSet(&KSScheduledItem::_scheduledDaysOfWeek, "scheduledDaysOfWeek"));
 }
 const std::string* KSScheduledItem::scheduledDaysOfWeek() const {
-  return lockedSet(&KSScheduledItem::_scheduledDaysOfWeek, "scheduledDaysOfWeek");
+  return lockedSelectionSet(&KSScheduledItem::_scheduledDaysOfWeek, "scheduledDaysOfWeek");
 }
 void KSScheduledItem::setScheduledDaysOfWeek(SetString v) {
   lockedSet(&KSScheduledItem::_scheduledDaysOfWeek, std::move(v), "setScheduledDaysOfWeek:");
 }
 
 std::string* KSScheduledItem::scheduledHours() {
-  return const_cast<std::string*>(lockedSet(&KSScheduledItem::_scheduledHours, "scheduledHours"));
+  return const_cast<std::string*>(lockedSelectionSet(&KSScheduledItem::_scheduledHours, "scheduledHours"));
 }
 const std::string* KSScheduledItem::scheduledHours() const {
-  return lockedSet(&KSScheduledItem::_scheduledHours, "scheduledHours");
+  return lockedSelectionSet(&KSScheduledItem::_scheduledHours, "scheduledHours");
 }
 void KSScheduledItem::setScheduledHours(SetString v) {
   lockedSet(&KSScheduledItem::_scheduledHours, std::move(v), "setScheduledHours:");
 }
 
 std::string* KSScheduledItem::scheduledMinutes() {
-  return const_cast<std::string*>(lockedSet(&KSScheduledItem::_scheduledMinutes, "scheduledMinutes"));
+  return const_cast<std::string*>(lockedSelectionSet(&KSScheduledItem::_scheduledMinutes, "scheduledMinutes"));
 }
 const std::string* KSScheduledItem::scheduledMinutes() const {
-  return lockedSet(&KSScheduledItem::_scheduledMinutes, "scheduledMinutes");
+  return lockedSelectionSet(&KSScheduledItem::_scheduledMinutes, "scheduledMinutes");
 }
 void KSScheduledItem::setScheduledMinutes(SetString v) {
   lockedSet(&KSScheduledItem::_scheduledMinutes, std::move(v), "setScheduledMinutes:");

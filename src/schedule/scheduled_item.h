@@ -216,7 +216,8 @@ class KSScheduledItem final : public Object {
   LockHold holdLock() const;
   template <class Body>
   auto guarded(const char* selector, Body&& body) const;
-  const std::string* lockedSet(SetString KSScheduledItem::*field, const char* selector) const;
+  // The selection-set text of a field, read under the lock (null when unset).
+  const std::string* lockedSelectionSet(SetString KSScheduledItem::*field, const char* selector) const;
   template <class T>
   T lockedGet(T KSScheduledItem::*field, const char* selector) const;
   template <class T>

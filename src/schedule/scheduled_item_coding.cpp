@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "foundation/archived_dictionary.h"
 #include "foundation/archived_values.h"
 #include "foundation/archiver.h"
 #include "foundation/json_writer.h"
@@ -108,14 +109,9 @@ void KSScheduledItem::writeJson(JsonWriter& json) const {
 
 Expected<ObjectRef> KSScheduledItem::initWithCoder(Unarchiver& coder, const CalendarClock& clock) {
   auto item = std::make_shared<KSScheduledItem>(clock());
-  const std::size_t at = coder.offset();
-  auto object = coder.decodeObject();
-  if (!object) return object.error();
-  if (auto archive = objectAs<Dictionary>(*object)) {
-    item->applyArchiveDictionary(*archive);
-  } else if (*object) {
-    return coder.failureAt(at, "a scheduled item holds " + archivedClassName(*object) + ", not a dictionary");
-  }
+  auto archive = decodeArchivedDictionary(coder, "a scheduled item", true);
+  if (!archive) return archive.error();
+  if (*archive) item->applyArchiveDictionary(**archive);
   return ObjectRef{item};
 }
 

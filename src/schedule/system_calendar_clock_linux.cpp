@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <chrono>
 #include <climits>
 #include <cstdlib>
 
@@ -24,11 +23,7 @@ std::string localZoneName() {
 }
 
 CalendarClock systemCalendarClock() {
-  return [] {
-    const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-    const double unixSeconds = std::chrono::duration<double>(sinceEpoch).count();
-    return CalendarDate::make(fromUnixSeconds(unixSeconds), TimeZone::make(localZoneName(), true));
-  };
+  return [] { return CalendarDate::make(systemNow(), TimeZone::make(localZoneName(), true)); };
 }
 
 }  // namespace halyard

@@ -3,7 +3,6 @@
 // it was: everything is checked before the file is replaced, and the file is
 // replaced atomically. Dates are shown and read in the user's zone.
 
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <iostream>
@@ -66,10 +65,6 @@ std::shared_ptr<CalendarDate> dateInUserZone(TimeInterval seconds, const cctz::t
   return CalendarDate::make(seconds, TimeZone::make(zone.name(), true));
 }
 
-TimeInterval systemNow() {
-  return fromUnixSeconds(std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
-}
-
 int runAction(const Options& options, const std::string& path, const cctz::time_zone& zone) {
   const std::string& action = options.action;
   const bool readOnly = action == "list" || action == "show" || action == "next";
@@ -116,7 +111,7 @@ int runAction(const Options& options, const std::string& path, const cctz::time_
 void schedule::applyEdits(const ItemEdits& edits, KSScheduledItem& item, const cctz::time_zone& zone) {
   if (edits.description) item.setDescription(edits.description);
   if (edits.document) {
-    item.setDocumentAlias(createAliasObjectFromNSPath(*edits.document));
+    item.setDocumentAlias(fileservices::createAliasObjectFromNSPath(*edits.document));
     item.setDocumentPathName(edits.document);  // kept even while the document is away
   }
   if (edits.type) item.setScheduleType(*edits.type);

@@ -4,7 +4,6 @@
 // nearest (passes the most checks), so that a user can see why a mount did
 // not start a run.
 
-#include <ctime>
 #include <iostream>
 
 #include "schedule/schedule_file.h"
@@ -91,7 +90,7 @@ int runCheck(const Arguments& args) {
   std::cout << "item " << number << " \"" << item.description().value_or("") << "\", type " << item.scheduleType()
             << (item.scheduleType() == 6 ? " (runs when a target volume is mounted)" : "") << "\n";
   // The clock is read here, at the tool's edge.
-  const TimeInterval now = fromUnixSeconds(static_cast<double>(std::time(nullptr)));
+  const TimeInterval now = systemNow();
   reportSide("left", item.leftTargetVolumeSpecifier(), item.scheduledLeftTargetMounts() != 0, now);
   reportSide("right", item.rightTargetVolumeSpecifier(), item.scheduledRightTargetMounts() != 0, now);
   return 0;

@@ -9,23 +9,15 @@
 #include <filesystem>
 
 #include "foundation/file_io.h"
+#include "foundation/unique_handle.h"
 #include "volumes/device_facts.h"
 
 namespace halyard {
 namespace {
 
-template <class T, void (*Free)(T*)>
-struct Deleter {
-  void operator()(T* p) const {
-    if (p) Free(p);
-  }
-};
-
-void unrefUdev(udev* u) { udev_unref(u); }
-void unrefUdevDevice(udev_device* d) { udev_device_unref(d); }
-using UdevPtr = std::unique_ptr<udev, Deleter<udev, unrefUdev>>;
-using UdevDevicePtr = std::unique_ptr<udev_device, Deleter<udev_device, unrefUdevDevice>>;
-using ProbePtr = std::unique_ptr<blkid_struct_probe, Deleter<blkid_struct_probe, blkid_free_probe>>;
+using UdevPtr = UniqueHandle<CPointer<udev, udev_unref>>;
+using UdevDevicePtr = UniqueHandle<CPointer<udev_device, udev_device_unref>>;
+using ProbePtr = UniqueHandle<CPointer<blkid_struct_probe, blkid_free_probe>>;
 
 using Properties = std::map<std::string, std::string>;
 

@@ -8,24 +8,19 @@
 #include <cerrno>
 #include <cstring>
 
+#include "foundation/unique_handle.h"
 #include "volumes/mount_monitor.h"
 #include "volumes/volume_mounts.h"
 
 namespace halyard {
 
 Expected<std::unique_ptr<MountMonitor>> MountMonitor::open(std::shared_ptr<const VolumeQueries> queries) {
-  libmnt_monitor* monitor = mnt_new_monitor();
+  UniqueHandle<CPointer<libmnt_monitor, mnt_unref_monitor>> monitor(mnt_new_monitor());
   if (!monitor) return makeError("cannot make a mount monitor");
-  if (mnt_monitor_enable_kernel(monitor, 1) != 0) {
-    mnt_unref_monitor(monitor);
-    return makeError("cannot watch the kernel's mount table");
-  }
-  const int fd = mnt_monitor_get_fd(monitor);
-  if (fd < 0) {
-    mnt_unref_monitor(monitor);
-    return makeError(std::string("cannot open the mount monitor: ") + std::strerror(-fd));
-  }
-  return std::unique_ptr<MountMonitor>(new MountMonitor(monitor, fd, std::move(queries)));
+  if (mnt_monitor_enable_kernel(monitor.get(), 1) != 0) return makeError("cannot watch the kernel's mount table");
+  const int fd = mnt_monitor_get_fd(monitor.get());
+  if (fd < 0) return makeError(std::string("cannot open the mount monitor: ") + std::strerror(-fd));
+  return std::unique_ptr<MountMonitor>(new MountMonitor(monitor.release(), fd, std::move(queries)));
 }
 
 MountMonitor::MountMonitor(libmnt_monitor* monitor, int fd, std::shared_ptr<const VolumeQueries> queries)

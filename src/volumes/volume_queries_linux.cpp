@@ -17,6 +17,7 @@
 #include <memory>
 
 #include "foundation/file_io.h"
+#include "foundation/unique_handle.h"
 #include "volumes/device_facts.h"
 #include "volumes/mount_table.h"
 
@@ -102,14 +103,13 @@ class LinuxVolumeQueries final : public VolumeQueries {
   }
 
   std::optional<std::vector<std::string>> listDirectory(const std::string& path) const override {
-    DIR* folder = ::opendir(path.c_str());
+    const UniqueHandle<CPointer<DIR, ::closedir>> folder(::opendir(path.c_str()));
     if (!folder) return std::nullopt;
     std::vector<std::string> names;
-    while (const dirent* entry = ::readdir(folder)) {
+    while (const dirent* entry = ::readdir(folder.get())) {
       const std::string name = entry->d_name;
       if (name != "." && name != "..") names.push_back(name);
     }
-    ::closedir(folder);
     return names;
   }
 

@@ -182,7 +182,7 @@ void VolumeSpecifier::setInsertVolumePanel(std::shared_ptr<void> window, std::sh
 
 // A call that fails answers the status the root path gets from the machine;
 // a path that can be reached but lies on no volume answers no-such-volume.
-VolumeSpecifier::Status VolumeSpecifier::refreshDynamicProperties() {
+fileservices::ErrorCode VolumeSpecifier::refreshDynamicProperties() {
   const auto machine = queries();
   const std::string root = _volumeRootPath.value_or("");
   const auto failed = [&] {

@@ -60,10 +60,9 @@ class VolumeSpecifier final : public Object {
   using FileManagerFactory = std::function<FileManagerRef()>;
   // The application's debugging switches by name; absent ones are off.
   using PrivateProperties = std::function<bool(std::string_view key)>;
-  using Status = std::int32_t;
 
   static constexpr std::uint16_t kJournaledNativeSignature = 0x482B;  // 'H+'
-  static constexpr Status kNoSuchVolume = -35;
+  static constexpr fileservices::ErrorCode kNoSuchVolume = -35;
 
   // ---- constructors (null when the file manager cannot connect) ----
   static std::shared_ptr<VolumeSpecifier> volumeSpecifierWithPath(const std::string& path, FileManagerRef fileManager);
@@ -132,7 +131,7 @@ class VolumeSpecifier final : public Object {
 
   // Refreshes the ignore-ownership, read-only and ACL flags; 0 or the status
   // of the call that failed.
-  Status refreshDynamicProperties();
+  fileservices::ErrorCode refreshDynamicProperties();
   // Whether names differ by letter case (lazy after a restore from an archive).
   bool isCaseSensitive();
   bool testCaseSensitivityAtPath(const std::string& path) const;

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/archived_dictionary.h"
 #include "foundation/archived_values.h"
 #include "foundation/archiver.h"
 #include "foundation/json_writer.h"
@@ -90,16 +91,11 @@ void VolumeSpecifier::writeJson(JsonWriter& json) const {
 }
 
 Expected<ObjectRef> VolumeSpecifier::initWithCoder(Unarchiver& coder, const FileManagerFactory& makeFileManager) {
-  const std::size_t at = coder.offset();
-  auto object = coder.decodeObject();
-  if (!object) return object.error();
-  auto archive = objectAs<Dictionary>(*object);
-  if (!archive && *object) {
-    return coder.failureAt(at, "a volume specifier holds " + archivedClassName(*object) + ", not a dictionary");
-  }
+  auto archive = decodeArchivedDictionary(coder, "a volume specifier", true);
+  if (!archive) return archive.error();
   // "vs17" holds no state of its own: a written manager reads as a local one.
   auto record = std::make_shared<VolumeSpecifier>(makeFileManager());
-  record->applyArchiveDictionary(archive ? *archive : Dictionary());
+  record->applyArchiveDictionary(*archive ? **archive : Dictionary());
   return ObjectRef{record};
 }
 

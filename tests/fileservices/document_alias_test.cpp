@@ -11,7 +11,7 @@
 #include "foundation/archiver.h"
 #include "volumes/mount_namespace_support.h"
 
-namespace halyard {
+namespace halyard::fileservices {
 namespace {
 
 // A described machine: files by path, one volume with a UUID that can be
@@ -124,4 +124,4 @@ TEST(DocumentAliasTest, HostileAliasesGiveAbsentOrThePath) {
 }
 
 }  // namespace
-}  // namespace halyard
+}  // namespace halyard::fileservices

@@ -83,7 +83,7 @@ TEST(ScheduledItemCodingTest, RoundTripKeepsEveryFieldAndResetsTheRunState) {
   const std::string document = folder.file("Photos.halyard");
   std::fclose(std::fopen(document.c_str(), "w"));
   auto item = newItem();
-  item->setDocumentAlias(createAliasObjectFromNSPath(document));
+  item->setDocumentAlias(fileservices::createAliasObjectFromNSPath(document));
   item->setDocumentPathName("/elsewhere/Photos.halyard");
   item->setDescription("Photos to the NAS");
   item->setScheduleType(7);

@@ -210,7 +210,7 @@ TEST(ScheduledItemTest, DocumentAliasSetsThePathItLeadsTo) {
   const std::string document = folder.file("Backup.halyard");
   std::fclose(std::fopen(document.c_str(), "w"));
   auto item = newItem();
-  item->setDocumentAlias(createAliasObjectFromNSPath(document));
+  item->setDocumentAlias(fileservices::createAliasObjectFromNSPath(document));
   EXPECT_EQ(item->documentPathName(), document);
   item->setDocumentAlias(nullptr);
   EXPECT_FALSE(item->documentPathName());

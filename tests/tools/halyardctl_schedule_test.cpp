@@ -98,12 +98,10 @@ TEST_F(HalyardctlScheduleTest, DefaultFileIsInTheUsersDataFolder) {
 TEST_F(HalyardctlScheduleTest, BadInputGivesOneLineAndLeavesTheFileAlone) {
   ASSERT_EQ(run({"add", "--file", file_}).status, 0);
   const std::string before = readWholeFile(file_).value();
+  // One bad set value stands for all: their messages are the parser's own
+  // table tests (selection_set_text_test.cpp).
   const std::vector<std::string> cases[] = {
       {"edit", "1", "--minutes", "75"},
-      {"edit", "1", "--days-of-week", "funday"},
-      {"edit", "1", "--hours", "0101"},
-      {"edit", "1", "--minutes", std::string(59, '0') + "2"},
-      {"edit", "1", "--months", "mar-jan"},
       {"edit", "1", "--start-date", "yesterday"},
       {"edit", "1", "--type", "12"},
       {"edit", "1", "--minutes"},
