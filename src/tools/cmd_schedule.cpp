@@ -119,7 +119,7 @@ void schedule::applyEdits(const ItemEdits& edits, KSScheduledItem& item, const c
     item.setDocumentAlias(createAliasObjectFromNSPath(*edits.document));
     item.setDocumentPathName(edits.document);  // kept even while the document is away
   }
-  if (edits.type) item.setScheduleType(*edits.type);
+  if (edits.type) item.setType(*edits.type);
   if (edits.startDate) item.setStartDate(dateInUserZone(*edits.startDate, zone));
   if (edits.active) item.setActive(*edits.active);
   if (edits.sets[0]) item.setScheduledMonths(edits.sets[0]);
