@@ -2,7 +2,7 @@
 // items of a beat. The checks never change an item.
 
 #include "agent/halyard_daemon.h"
-#include "schedule/minute_check.h"
+#include "agent/rules/calendar_checks.h"
 #include "schedule/schedule_file.h"
 #include "volumes/volume_specifier.h"
 
@@ -41,29 +41,17 @@ std::optional<ScheduledItems> HalyardDaemon::loadItems() const {
 bool HalyardDaemon::checkForNewJobs(const std::optional<ScheduledItems>& items, ScheduledItems* dueList) const {
   const TimeInterval now = env_.clock.now();
   if (!_schedulerActive || !items || !dueList) return false;
-  const cctz::civil_second at = cctz::convert(splitInstant(now).seconds, env_.clock.zone());
-  bool added = false;
-  for (const auto& item : *items) {
-    if (!item || !minuteCheckSelects(*item, at, now)) continue;
-    dueList->push_back(item);
-    added = true;
-  }
-  return added;
+  const ScheduledItems due = newJobs(*items, now, env_.clock.zone());
+  dueList->insert(dueList->end(), due.begin(), due.end());
+  return !due.empty();
 }
 
 bool HalyardDaemon::checkForMissedJobs(const std::optional<ScheduledItems>& items,
                                        std::optional<TimeInterval> lastChecked, ScheduledItems* dueList) const {
   if (!_schedulerActive || !items || !lastChecked || !dueList) return false;
-  bool added = false;
-  for (const auto& item : *items) {
-    if (!item || !runsOnCalendar(*item)) continue;
-    const TimeInterval now = env_.clock.now();
-    if (item->previousScheduledDateBefore(now, lastChecked, now, env_.clock.zone())) {
-      dueList->push_back(item);
-      added = true;
-    }
-  }
-  return added;
+  const ScheduledItems due = missedJobs(*items, *lastChecked, [this] { return env_.clock.now(); }, env_.clock.zone());
+  dueList->insert(dueList->end(), due.begin(), due.end());
+  return !due.empty();
 }
 
 bool HalyardDaemon::checkForMountedVolumeJobs(const std::optional<ScheduledItems>& items,

@@ -67,21 +67,29 @@ std::optional<RunPattern> minuteCheckPattern(const KSScheduledItem& item) {
   return pattern;
 }
 
-std::optional<TimeInterval> nextMinuteCheckSelection(const KSScheduledItem& item, TimeInterval after,
-                                                     TimeInterval before, const cctz::time_zone& zone) {
-  auto pattern = minuteCheckPattern(item);
-  if (!pattern) return std::nullopt;
+MinuteCheckSearch::MinuteCheckSearch(const KSScheduledItem& item)
+    : fromStartDate_(item.type() == ScheduleType::FromStartDate) {
+  if (const auto pattern = minuteCheckPattern(item)) pattern_ = CivilPattern::from(*pattern);
+  if (const auto start = item.startDate()) start_ = start->seconds;
+}
+
+std::optional<TimeInterval> MinuteCheckSearch::next(TimeInterval after, TimeInterval before,
+                                                    const cctz::time_zone& zone) const {
+  if (!pattern_) return std::nullopt;
   TimeInterval first = after;
-  if (item.type() == ScheduleType::FromStartDate) {
-    const auto start = item.startDate();
-    if (!start) return std::nullopt;
+  if (fromStartDate_) {
+    if (!start_) return std::nullopt;
     // The first moment of the series strictly after the start date.
-    if (start->seconds >= first) first += 60.0 * (std::floor((start->seconds - first) / 60.0) + 1);
+    if (*start_ >= first) first += 60.0 * (std::floor((*start_ - first) / 60.0) + 1);
   }
-  pattern->startDate = first;
-  const auto found = nextScheduledDateAfter(*pattern, first, before, first, zone);
+  const auto found = firstMatchFrom(*pattern_, first, before, zone);
   if (!found || *found >= before) return std::nullopt;
   return found;
+}
+
+std::optional<TimeInterval> nextMinuteCheckSelection(const KSScheduledItem& item, TimeInterval after,
+                                                     TimeInterval before, const cctz::time_zone& zone) {
+  return MinuteCheckSearch(item).next(after, before, zone);
 }
 
 }  // namespace halyard

@@ -11,6 +11,7 @@
 #include <cctz/civil_time.h>
 #include <cctz/time_zone.h>
 
+#include "schedule/civil_pattern.h"
 #include "schedule/scheduled_item.h"
 
 namespace halyard {
@@ -30,8 +31,22 @@ bool minuteCheckSelects(const KSScheduledItem& item, const cctz::civil_second& a
 // check never selects the item (inactive, a volume-mount or unnamed type).
 std::optional<RunPattern> minuteCheckPattern(const KSScheduledItem& item);
 
-// The first of the moments after + 60 s * k (k >= 0) before `before` at which
-// the minute check selects the item; absent when there is none.
+// The coming minutes the minute check selects an item at, for asking again
+// and again: what it reads of the item is taken once.
+class MinuteCheckSearch {
+ public:
+  explicit MinuteCheckSearch(const KSScheduledItem& item);
+  // The first of the moments after + 60 s * k (k >= 0) before `before` at
+  // which the minute check selects the item; absent when there is none.
+  std::optional<TimeInterval> next(TimeInterval after, TimeInterval before, const cctz::time_zone& zone) const;
+
+ private:
+  std::optional<CivilPattern> pattern_;
+  bool fromStartDate_ = false;
+  std::optional<TimeInterval> start_;
+};
+
+// MinuteCheckSearch(item).next(after, before, zone), once.
 std::optional<TimeInterval> nextMinuteCheckSelection(const KSScheduledItem& item, TimeInterval after,
                                                      TimeInterval before, const cctz::time_zone& zone);
 
