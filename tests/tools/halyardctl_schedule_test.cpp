@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -132,21 +133,47 @@ TEST_F(HalyardctlScheduleTest, BadInputGivesOneLineAndLeavesTheFileAlone) {
 }
 
 TEST_F(HalyardctlScheduleTest, NextListsComingRunsAndNeverForAPatternThatCannotMatch) {
-  ASSERT_EQ(run({"add", "--file", file_, "--description", "hourly", "--start-date", "2100-01-01 00:00", "--hours", "*",
-                 "--days-of-month", "*", "--days-of-week", "*"})
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "hourly", "--type", "3", "--start-date", "2100-01-01 00:00",
+                 "--hours", "*", "--days-of-month", "*", "--days-of-week", "*"})
                 .status,
             0);
-  ASSERT_EQ(run({"add", "--file", file_, "--description", "30 Feb", "--months", "feb", "--days-of-month", "30",
-                 "--days-of-week", "*"})
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "30 Feb", "--type", "7", "--months", "feb",
+                 "--days-of-month", "30", "--days-of-week", "*"})
                 .status,
             0);
   const Outcome all = run({"next", "--file", file_, "--count", "2"});
   EXPECT_EQ(all.out,
             "2100-01-01 00:00:00 +0100  1. hourly\n"
             "2100-01-01 01:00:00 +0100  1. hourly\n");
-  EXPECT_EQ(run({"next", "2", "--file", file_}).out, "never\n");
+  EXPECT_EQ(run({"next", "2", "--file", file_}).out, "never\na run missed during a sleep: caught up at the wake\n");
   const Outcome json = run({"next", "1", "--count", "1", "--json", "--file", file_});
   EXPECT_NE(json.out.find("\"date\": \"2100-01-01 00:00:00 +0100\""), std::string::npos) << json.out;
+}
+
+// What the agent's minute check will do, whatever the run dates say: a new
+// item (weekdays, no day of month) runs, though a run it missed during a
+// sleep is not caught up.
+TEST_F(HalyardctlScheduleTest, NextAnswersByTheMinuteCheckAndSaysWhetherASleepIsCaughtUp) {
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "new item"}).status, 0);
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "switched off", "--type", "4", "--inactive"}).status, 0);
+  const Outcome weekdays = run({"next", "1", "--count", "3", "--file", file_});
+  ASSERT_EQ(weekdays.status, 0) << weekdays.err;
+  std::istringstream lines(weekdays.out);
+  std::string line;
+  for (int i = 0; i < 3 && std::getline(lines, line); ++i) {
+    SCOPED_TRACE(line);
+    // "2026-03-04 08:00:00 +0100  1. new item": hours 8 to 20, minute 0.
+    ASSERT_GE(line.size(), 20u);
+    const int hour = std::stoi(line.substr(11, 2));
+    EXPECT_TRUE(hour >= 8 && hour <= 20);
+    EXPECT_EQ(line.substr(13, 6), ":00:00");
+    EXPECT_NE(line.find("1. new item"), std::string::npos);
+  }
+  std::getline(lines, line);
+  EXPECT_EQ(line, "a run missed during a sleep: not caught up, no day of month is selected, and the missed check "
+                  "needs one in every set");
+  EXPECT_EQ(run({"next", "2", "--file", file_}).out,
+            "never\na run missed during a sleep: not caught up, the item is inactive\n");
 }
 
 TEST_F(HalyardctlScheduleTest, ImportedItemsExportAsTheyWereWritten) {
