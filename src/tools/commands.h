@@ -18,5 +18,6 @@ int runSchedule(const Arguments& args);
 int runVolumes(const Arguments& args);
 int runStatus(const Arguments& args);
 int runSimulate(const Arguments& args);
+int runWhy(const Arguments& args);
 
 }  // namespace halyard::tools
