@@ -73,7 +73,7 @@ class RandomPeriod {
   std::vector<SimulationEvent> events(TimeInterval from, TimeInterval to) {
     std::vector<SimulationEvent> made;
     for (TimeInterval at = from + uniform(0, 20000); at < to; at += uniform(60, 30000)) {
-      SimulationEvent event{static_cast<SimulationEvent::Kind>(pick({0, 1, 2, 3})), std::round(at), 0};
+      SimulationEvent event{static_cast<SimulationEvent::Kind>(pick({0, 1, 2, 3, 4})), std::round(at), 0};
       const double length = chance(0.5) ? std::round(uniform(1, 200)) : std::round(uniform(1, 7200)) + 0.5;
       event.to = event.kind == SimulationEvent::Kind::Clock && chance(0.4) ? event.at - length : event.at + length;
       made.push_back(event);
@@ -111,6 +111,8 @@ TEST(Simulation, SkippingBeatsAnswersAsVisitingEveryBeat) {
     options.checkCost = std::round(random.uniform(0, 999999)) / 1e6;
     options.schedulerActive = random.chance(0.8);
     options.allChecks = i % 4 == 3;
+    options.exactlyOnce = i % 5 == 4;
+    options.catchUp = i % 3 == 0;
     const ScheduledItems items = random.items(options.from, 12);
     const auto events = random.events(options.from, options.to);
     const auto skipping = run(items, events, options);

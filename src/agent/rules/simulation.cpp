@@ -161,9 +161,36 @@ class Simulator {
         case SimulationEvent::Kind::Resume:
           active_ = true;
           break;
+        case SimulationEvent::Kind::Restart:
+          restart();
+          s = grid_.firstAtOrAfter(event.to);
+          break;
       }
     }
     return s;
+  }
+
+  // A new agent process: what it keeps is what it saved at its last check.
+  void restart() {
+    awokeFromSleep_ = false;
+    if (options_.catchUp) return;
+    lastCheckDate_.reset();
+    window_.setCovered(std::nullopt);
+  }
+
+  ScheduledItems calendarCheck(HeartbeatMode mode, Second s, SimulatedCheck& check) {
+    const TimeInterval now = check.beat;
+    if (options_.exactlyOnce) {
+      check.coveredTo = civilMinuteAt(now, options_.zone);
+      check.coveredFrom = window_.covered() ? *window_.covered() + 1 : check.coveredTo;
+      return window_.check(items_, now, options_.zone, active_);
+    }
+    if (!active_) return {};
+    if (mode == HeartbeatMode::Missed) {
+      return lastCheckDate_ ? missedJobs(items_, *lastCheckDate_, [now] { return now; }, options_.zone)
+                            : ScheduledItems{};
+    }
+    return newJobs(options_.everyBeat ? items_ : nominatedAt(s), now, options_.zone);
   }
 
   // One beat, as the agent's heartbeat runs it.
@@ -171,16 +198,10 @@ class Simulator {
     const TimeInterval now = grid_.beat(s);
     const HeartbeatMode mode =
         chooseHeartbeatMode({awokeFromSleep_, lastCheckDate_, now, secondOfMinute(now, options_.zone), false});
+    if (mode != HeartbeatMode::Missed && mode != HeartbeatMode::New) return;
+    if (mode == HeartbeatMode::Missed) awokeFromSleep_ = false;
     SimulatedCheck check{now, mode, {}};
-    if (mode == HeartbeatMode::Missed) {
-      awokeFromSleep_ = false;
-      if (active_ && lastCheckDate_) check.items = missedJobs(items_, *lastCheckDate_, [now] { return now; }, options_.zone);
-    } else if (mode == HeartbeatMode::New) {
-      ScheduledItems candidates = options_.everyBeat ? items_ : nominatedAt(s);
-      if (active_) check.items = newJobs(candidates, now, options_.zone);
-    } else {
-      return;
-    }
+    check.items = calendarCheck(mode, s, check);
     lastCheckDate_ = now + options_.checkCost;
     if (!check.items.empty() || options_.allChecks) report_(check);
   }
@@ -203,7 +224,8 @@ class Simulator {
       if (gap < minute && gap < stop) return std::max(gap, following);
     }
     const Second first = grid_.firstMinuteBeat(following);
-    if (first >= stop || options_.allChecks) return std::min(first, stop);
+    // Every check of the exactly-once mode moves its window: none is skipped.
+    if (first >= stop || options_.allChecks || options_.exactlyOnce) return std::min(first, stop);
     const std::optional<Second> nominated = active_ ? nominations_.next(first) : std::nullopt;
     const bool handsOver = nominated && *nominated < stop;
     const Second target = handsOver ? *nominated : stop;
@@ -224,6 +246,7 @@ class Simulator {
   Nominations nominations_;
   std::size_t nextEvent_ = 0;
   std::optional<TimeInterval> lastCheckDate_;
+  ExactlyOnceWindow window_;
   bool awokeFromSleep_ = false;
   bool active_ = true;
 };
@@ -238,10 +261,10 @@ Status checkEvents(const std::vector<SimulationEvent>& events) {
     const SimulationEvent& event = events[i];
     const std::string name = "event " + std::to_string(i + 1);
     if (previousEnd && event.at < *previousEnd) return makeError(name + " starts before the previous event ends");
-    if (event.kind == SimulationEvent::Kind::Sleep && event.to < event.at) {
-      return makeError(name + ": the sleep ends before it starts");
-    }
-    const bool moves = event.kind == SimulationEvent::Kind::Sleep || event.kind == SimulationEvent::Kind::Clock;
+    const bool lasts = event.kind == SimulationEvent::Kind::Sleep || event.kind == SimulationEvent::Kind::Restart;
+    if (lasts && event.to < event.at) return makeError(name + " ends before it starts");
+    const bool moves = event.kind == SimulationEvent::Kind::Sleep || event.kind == SimulationEvent::Kind::Clock ||
+                       event.kind == SimulationEvent::Kind::Restart;
     previousEnd = moves ? event.to : event.at;
   }
   return success();

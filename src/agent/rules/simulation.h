@@ -8,7 +8,7 @@
 // date becomes the beat instant plus `checkCost`. Events change the world
 // between beats: a sleep (no beats until it ends, then a beat that knows the
 // machine woke), a clock set to another time (beats realign to it), the
-// scheduler suspended or resumed.
+// scheduler suspended or resumed, the agent stopped and started again.
 //
 // Most beats cannot check anything (between whole minutes, with no gap and no
 // wake), and most checks at second 0 find nothing. Unless every beat is asked
@@ -24,6 +24,7 @@
 
 #include <cctz/time_zone.h>
 
+#include "agent/rules/exactly_once.h"
 #include "agent/rules/heartbeat_rules.h"
 #include "agent/scheduled_items.h"
 #include "foundation/expected.h"
@@ -31,10 +32,12 @@
 namespace halyard::agent {
 
 struct SimulationEvent {
-  enum class Kind { Sleep, Clock, Suspend, Resume };
+  enum class Kind { Sleep, Clock, Suspend, Resume, Restart };
   Kind kind = Kind::Sleep;
   TimeInterval at = 0;
-  TimeInterval to = 0;  // Sleep: when it ends; Clock: the time the clock is set to
+  // Sleep: when it ends; Clock: the time the clock is set to; Restart: when
+  // the agent, stopped at `at`, starts again.
+  TimeInterval to = 0;
 };
 
 struct SimulationOptions {
@@ -48,6 +51,11 @@ struct SimulationOptions {
   bool allChecks = false;
   // Visit every beat instead of skipping those that cannot hand anything over.
   bool everyBeat = false;
+  // The exactly-once mode of the checks.
+  bool exactlyOnce = false;
+  // A restarted agent takes up its saved last check (and covered minute)
+  // instead of starting afresh.
+  bool catchUp = false;
 };
 
 // One check that found items (or any check, with allChecks).
@@ -55,6 +63,8 @@ struct SimulatedCheck {
   TimeInterval beat = 0;
   HeartbeatMode mode = HeartbeatMode::None;
   ScheduledItems items;  // in due-list order
+  // In the exactly-once mode, the civil minutes the check covered.
+  CivilMinute coveredFrom = 0, coveredTo = 0;
 };
 
 using CheckReport = std::function<void(const SimulatedCheck&)>;
