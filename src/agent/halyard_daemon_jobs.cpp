@@ -1,9 +1,8 @@
 // Job selection: reading the schedule and the three checks that pick the due
 // items of a beat. The checks never change an item.
 
-#include <stdexcept>
-
 #include "agent/halyard_daemon.h"
+#include "agent/rules/calendar_checks.h"
 #include "schedule/schedule_file.h"
 #include "volumes/volume_specifier.h"
 
@@ -11,56 +10,11 @@ namespace halyard::agent {
 
 namespace {
 
-constexpr std::int32_t kVolumeMountType = 6;
-
-// A selection test on a set too short for the index counts as not selected:
-// a schedule file may hold anything.
-template <class Test>
-bool selected(Test&& test) {
-  try {
-    return test();
-  } catch (const std::exception&) {
-    return false;
-  }
-}
-
-bool runsOnCalendar(const KSScheduledItem& item) { return item.active() && item.scheduleType() != kVolumeMountType; }
-
-// The calendar part of the new check for one item at the civil moment `at`.
-bool matchesMinute(const KSScheduledItem& item, const cctz::civil_second& at, TimeInterval now) {
-  const std::int32_t type = item.scheduleType();
-  if (type == 3) {
-    const auto start = item.startDate();
-    if (!start || !(start->seconds < now)) return false;
-  }
-  const auto minute = static_cast<std::uint32_t>(at.minute());
-  const auto hour = static_cast<std::uint32_t>(at.hour());
-  const auto month = static_cast<std::uint32_t>(at.month() - 1);
-  const bool calendarMatches = selected(
-      [&] { return item.minuteIsSelected(minute) && item.hourIsSelected(hour) && item.monthIsSelected(month); });
-  if (!calendarMatches) return false;
-  switch (type) {
-    case 3:
-    case 4:
-      return true;
-    case 5: {
-      // cctz counts from Monday; the sets count from Sunday.
-      const int fromMonday = static_cast<int>(cctz::get_weekday(cctz::civil_day(at)));
-      const auto weekday = static_cast<std::uint32_t>((fromMonday + 1) % 7);
-      return selected([&] { return item.dayOfWeekIsSelected(weekday); });
-    }
-    case 7:
-      return selected([&] { return item.dayOfMonthIsSelected(static_cast<std::uint32_t>(at.day() - 1)); });
-    default:
-      return false;
-  }
-}
-
 // Whether the volume mounted at `path` is one the item waits for. An item
 // waiting for both sides runs only when the second of them is mounted.
 bool mountTriggersRun(const KSScheduledItem& item, const std::string& path,
                       const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now) {
-  if (!item.active() || item.scheduleType() != kVolumeMountType) return false;
+  if (!item.active() || item.type() != ScheduleType::OnVolumeMount) return false;
   const bool onLeft = item.scheduledLeftTargetMounts() != 0;
   const bool onRight = item.scheduledRightTargetMounts() != 0;
   if (!onLeft && !onRight) return false;
@@ -87,29 +41,17 @@ std::optional<ScheduledItems> HalyardDaemon::loadItems() const {
 bool HalyardDaemon::checkForNewJobs(const std::optional<ScheduledItems>& items, ScheduledItems* dueList) const {
   const TimeInterval now = env_.clock.now();
   if (!_schedulerActive || !items || !dueList) return false;
-  const cctz::civil_second at = cctz::convert(splitInstant(now).seconds, env_.clock.zone());
-  bool added = false;
-  for (const auto& item : *items) {
-    if (!item || !runsOnCalendar(*item) || !matchesMinute(*item, at, now)) continue;
-    dueList->push_back(item);
-    added = true;
-  }
-  return added;
+  const ScheduledItems due = newJobs(*items, now, env_.clock.zone());
+  dueList->insert(dueList->end(), due.begin(), due.end());
+  return !due.empty();
 }
 
 bool HalyardDaemon::checkForMissedJobs(const std::optional<ScheduledItems>& items,
                                        std::optional<TimeInterval> lastChecked, ScheduledItems* dueList) const {
   if (!_schedulerActive || !items || !lastChecked || !dueList) return false;
-  bool added = false;
-  for (const auto& item : *items) {
-    if (!item || !runsOnCalendar(*item)) continue;
-    const TimeInterval now = env_.clock.now();
-    if (item->previousScheduledDateBefore(now, lastChecked, now, env_.clock.zone())) {
-      dueList->push_back(item);
-      added = true;
-    }
-  }
-  return added;
+  const ScheduledItems due = missedJobs(*items, *lastChecked, [this] { return env_.clock.now(); }, env_.clock.zone());
+  dueList->insert(dueList->end(), due.begin(), due.end());
+  return !due.empty();
 }
 
 bool HalyardDaemon::checkForMountedVolumeJobs(const std::optional<ScheduledItems>& items,

@@ -5,32 +5,14 @@
 
 #include <chrono>
 #include <functional>
-#include <optional>
 
 #include <QObject>
 #include <QTimer>
 
 #include "agent/clock.h"
+#include "agent/rules/heartbeat_rules.h"
 
 namespace halyard::agent {
-
-enum class HeartbeatMode { None, Missed, New, MountedVolume };
-
-struct HeartbeatInputs {
-  bool awokeFromSleep = false;
-  std::optional<TimeInterval> lastCheckDate;
-  TimeInterval now = 0;
-  int secondOfMinute = 0;
-  bool mountsPending = false;
-};
-
-// At most one check per beat: missed after a wake or a gap of more than 60
-// whole seconds (either direction), else new at second 0, else mounted-volume
-// when mounts are pending.
-HeartbeatMode chooseHeartbeatMode(const HeartbeatInputs& in);
-
-// The civil second-of-minute (0-59) of an instant in a zone.
-int secondOfMinute(TimeInterval t, const cctz::time_zone& zone);
 
 // What the beat timer does when it fires at `now` while waiting for the whole
 // second `target`: beat (or not yet, when it fired early), and how long to

@@ -131,6 +131,11 @@ std::optional<TimeInterval> nextScheduledDateAfter(const RunPattern& pattern, st
   return walkResult(*civilPattern, Walk{first, before.value_or(kDistantFuture), +1}, zone);
 }
 
+std::optional<TimeInterval> firstMatchFrom(const CivilPattern& pattern, TimeInterval first, TimeInterval before,
+                                           const cctz::time_zone& zone) {
+  return walkResult(pattern, Walk{first, before, +1}, zone);
+}
+
 std::optional<TimeInterval> previousScheduledDateBefore(const RunPattern& pattern, std::optional<TimeInterval> before,
                                                         std::optional<TimeInterval> after, TimeInterval now,
                                                         const cctz::time_zone& zone) {

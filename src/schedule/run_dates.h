@@ -34,6 +34,14 @@ std::optional<TimeInterval> nextScheduledDateAfter(const RunPattern& pattern, st
                                                    std::optional<TimeInterval> before, TimeInterval now,
                                                    const cctz::time_zone& zone);
 
+class CivilPattern;
+
+// The forward walk from `first` itself, bounded by `before`, for a pattern
+// whose sets are already read: what nextScheduledDateAfter answers when the
+// start date is not later than `first`.
+std::optional<TimeInterval> firstMatchFrom(const CivilPattern& pattern, TimeInterval first, TimeInterval before,
+                                           const cctz::time_zone& zone);
+
 // The most recent matching moment at or before `before` (absent: now), not
 // earlier than `after` (absent: the start date); absent when there is none.
 std::optional<TimeInterval> previousScheduledDateBefore(const RunPattern& pattern, std::optional<TimeInterval> before,

@@ -88,7 +88,7 @@ KSScheduledItem::KSScheduledItem(const KSScheduledItem& other)
 void KSScheduledItem::setToDefaults(std::shared_ptr<CalendarDate> now) {
   setDocumentAlias(nullptr);
   setDescription(localizedString("NO_DESC"));
-  setScheduleType(5);
+  setType(ScheduleType::Weekly);
   setStartDate(now);
   setLastRunDate(nullptr);
   setRunOnce(false);

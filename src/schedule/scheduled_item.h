@@ -28,6 +28,7 @@
 #include "foundation/dates.h"
 #include "foundation/values.h"
 #include "schedule/run_dates.h"
+#include "schedule/schedule_type.h"
 
 namespace halyard {
 
@@ -76,6 +77,9 @@ class KSScheduledItem final : public Object {
   void setDescription(std::optional<std::string> description);
   std::int32_t scheduleType() const { return _scheduleType; }
   void setScheduleType(std::int32_t type) { _scheduleType = type; }
+  // The type number as the agent reads it.
+  ScheduleType type() const { return scheduleTypeFromNumber(_scheduleType); }
+  void setType(ScheduleType type) { _scheduleType = scheduleTypeNumber(type); }
   std::shared_ptr<const CalendarDate> startDate() const { return _startDate; }
   void setStartDate(const std::shared_ptr<const CalendarDate>& date) { _startDate = copyOf(date); }
   std::shared_ptr<const CalendarDate> lastRunDate() const { return _lastRunDate; }

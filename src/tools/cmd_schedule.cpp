@@ -11,6 +11,7 @@
 #include "foundation/file_io.h"
 #include "tools/cmd_schedule.h"
 #include "tools/known_classes.h"
+#include "tools/schedule_json.h"
 
 namespace halyard::tools {
 namespace {
@@ -19,6 +20,7 @@ using namespace schedule;
 
 constexpr const char* kUsage =
     "usage: halyardctl schedule list|show N|add|edit N|remove N|enable N|disable N|next [N] [options]\n"
+    "       halyardctl schedule import FILE.json | export --json\n"
     "  --file PATH  --json  --count K (next)\n"
     "  add/edit: --description TEXT --document PATH --type 3-7 --start-date 'YYYY-MM-DD HH:MM[:SS]'\n"
     "            --active|--inactive --months jan-mar --days-of-month 1,15 --days-of-week mon-fri\n"
@@ -65,6 +67,25 @@ std::shared_ptr<CalendarDate> dateInUserZone(TimeInterval seconds, const cctz::t
   return CalendarDate::make(seconds, TimeZone::make(zone.name(), true));
 }
 
+// `import FILE.json`: the items of the file in item form are added at the
+// end of the schedule. A bad item leaves the schedule as it was (status 2).
+int importItems(const Options& options, ScheduleData& data, const std::string& path, const cctz::time_zone& zone) {
+  if (options.operands.size() != 1) return fail("import: expects one JSON file");
+  const std::string& source = options.operands[0];
+  auto text = readWholeFile(source);
+  if (!text) return fail(text.error().describe());
+  const CalendarClock clock = [&] { return dateInUserZone(systemNow(), zone); };
+  auto imported = readScheduleJson(*text, zone, clock);
+  if (!imported) {
+    std::cerr << "halyardctl: schedule: " << source << ": " << imported.error().describe() << "\n";
+    return 2;
+  }
+  data.items->insert(data.items->end(), imported->begin(), imported->end());
+  if (auto written = writeScheduleFile(path, data); !written) return fail(written.error().describe());
+  std::cout << "imported " << imported->size() << " item" << (imported->size() == 1 ? "" : "s") << "\n";
+  return 0;
+}
+
 int runAction(const Options& options, const std::string& path, const cctz::time_zone& zone) {
   const std::string& action = options.action;
   const bool readOnly = action == "list" || action == "show" || action == "next";
@@ -72,6 +93,12 @@ int runAction(const Options& options, const std::string& path, const cctz::time_
                                      action != "enable" && action != "disable");
   if (!data) return fail(data.error().describe());
   ScheduleItems& items = *data->items;
+  if (action == "import") return importItems(options, *data, path, zone);
+  if (action == "export") {
+    if (!options.operands.empty()) return fail("export: takes no item number");
+    std::cout << writeScheduleJson(items, zone);
+    return 0;
+  }
   if (action == "list") {
     if (!options.operands.empty()) return fail("list: takes no item number");
     printItems(items, 0, items.size(), options.json, false, zone);
@@ -114,7 +141,7 @@ void schedule::applyEdits(const ItemEdits& edits, KSScheduledItem& item, const c
     item.setDocumentAlias(fileservices::createAliasObjectFromNSPath(*edits.document));
     item.setDocumentPathName(edits.document);  // kept even while the document is away
   }
-  if (edits.type) item.setScheduleType(*edits.type);
+  if (edits.type) item.setType(*edits.type);
   if (edits.startDate) item.setStartDate(dateInUserZone(*edits.startDate, zone));
   if (edits.active) item.setActive(*edits.active);
   if (edits.sets[0]) item.setScheduledMonths(edits.sets[0]);
@@ -136,7 +163,8 @@ int runSchedule(const Arguments& args) {
     std::cerr << "halyardctl: schedule: " << options.error().describe() << "\n";
     return 2;
   }
-  static const char* const kActions[] = {"list", "show", "add", "edit", "remove", "enable", "disable", "next"};
+  static const char* const kActions[] = {"list",    "show", "add",    "edit",  "remove",
+                                         "enable",  "disable", "next", "import", "export"};
   if (std::find(std::begin(kActions), std::end(kActions), options->action) == std::end(kActions)) {
     std::cerr << "halyardctl: schedule: unknown action '" << options->action
               << "' (see halyardctl schedule --help)\n";

@@ -21,7 +21,7 @@ namespace halyard::tools::schedule {
 struct ItemEdits {
   std::optional<std::string> description;
   std::optional<std::string> document;  // absolute path
-  std::optional<std::int32_t> type;
+  std::optional<ScheduleType> type;
   std::optional<TimeInterval> startDate;
   std::optional<bool> active;
   std::array<std::optional<std::string>, kSetCount> sets;

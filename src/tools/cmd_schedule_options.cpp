@@ -46,8 +46,10 @@ Status applyValueOption(const std::string& name, const std::string& value, Optio
     edits.document = std::filesystem::absolute(value).lexically_normal().string();
   } else if (name == "--type") {
     int type = 0;
-    if (!parseInt(value, type) || type < 3 || type > 7) return makeError("--type: '" + value + "' is not a schedule type (3-7)");
-    edits.type = type;
+    if (!parseInt(value, type) || !isNamedScheduleType(scheduleTypeFromNumber(type))) {
+      return makeError("--type: '" + value + "' is not a schedule type (3-7)");
+    }
+    edits.type = scheduleTypeFromNumber(type);
   } else if (name == "--start-date") {
     auto date = parseStartDate(value, zone);
     if (!date) return date.error();

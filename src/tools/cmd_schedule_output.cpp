@@ -1,12 +1,13 @@
 // What `halyardctl schedule` prints: items as text or JSON, and the coming
-// run dates. A distant-future date (a pattern that never matches) is shown
-// as "never".
+// hand-overs by the agent's minute check ("never" when no minute can ever
+// be selected), with whether a run missed during a sleep is caught up.
 
 #include <algorithm>
 #include <cmath>
 #include <iostream>
 
 #include "foundation/json_writer.h"
+#include "schedule/minute_check.h"
 #include "tools/cmd_schedule.h"
 
 namespace halyard::tools::schedule {
@@ -90,17 +91,38 @@ struct Run {
   std::size_t index;
 };
 
-// Up to `count` run dates of one item from `start`, stopping at the distant
-// future, which stands for "never".
-void collectRuns(const KSScheduledItem& item, std::size_t index, int count, TimeInterval start, TimeInterval now,
+// The heartbeat's beat at second 0 comes a few milliseconds after the second
+// turns; a type-3 item starting on the whole minute runs at that beat.
+constexpr TimeInterval kBeatAfterSecond = 0.005;
+
+// Up to `count` minutes at which the agent's minute check will hand the item
+// over, from the whole minute `start`.
+void collectRuns(const KSScheduledItem& item, std::size_t index, int count, TimeInterval start,
                  const cctz::time_zone& zone, std::vector<Run>& runs) {
-  std::optional<TimeInterval> after = start;
+  const MinuteCheckSearch search(item);
+  TimeInterval after = start + kBeatAfterSecond;
   for (int i = 0; i < count; ++i) {
-    auto date = item.nextScheduledDateAfter(after, std::nullopt, now, zone);
-    if (!date || *date >= kDistantFuture) return;
-    runs.push_back({*date, index});
-    after = *date + 60.0;
+    auto beat = search.next(after, kDistantFuture, zone);
+    if (!beat) return;
+    runs.push_back({std::floor(*beat), index});
+    after = *beat + 60.0;
   }
+}
+
+// Why a run missed while the machine slept cannot be caught up, or nothing
+// when it can: the missed check finds a run by the item's run dates, which
+// need every set to have something selected, whatever the type.
+std::optional<std::string> whyNotCaughtUp(const KSScheduledItem& item) {
+  if (!item.active()) return "the item is inactive";
+  if (item.type() == ScheduleType::OnVolumeMount) return "a volume-mount item runs only when its volume is mounted";
+  const std::pair<bool, const char*> emptySets[] = {
+      {item.noMinuteIsSelected(), "minute"},           {item.noHourIsSelected(), "hour"},
+      {item.noDayOfWeekIsSelected(), "day of week"},  {item.noDayOfMonthIsSelected(), "day of month"},
+      {item.noMonthIsSelected(), "month"}};
+  for (const auto& [empty, name] : emptySets) {
+    if (empty) return std::string("no ") + name + " is selected, and the missed check needs one in every set";
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -128,7 +150,7 @@ void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index,
   const TimeInterval start = second == 0 ? now : now + 60.0 - second;
   std::vector<Run> runs;
   for (std::size_t i = index.value_or(0); i < (index ? *index + 1 : items.size()); ++i) {
-    collectRuns(*items[i], i, count, start, now, zone, runs);
+    collectRuns(*items[i], i, count, start, zone, runs);
   }
   // The schedule's next runs: earliest first, and at the same minute the
   // item earlier in the schedule first.
@@ -158,6 +180,10 @@ void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index,
     std::cout << formatInstant(run.date, zone) << "  " << run.index + 1 << ". "
               << items[run.index]->description().value_or("") << "\n";
   }
+  if (!index) return;
+  const auto reason = whyNotCaughtUp(*items[*index]);
+  std::cout << "a run missed during a sleep: " << (reason ? "not caught up, " + *reason : "caught up at the wake")
+            << "\n";
 }
 
 }  // namespace halyard::tools::schedule

@@ -88,7 +88,7 @@ int runCheck(const Arguments& args) {
   }
   const KSScheduledItem& item = *(*items)[number - 1];
   std::cout << "item " << number << " \"" << item.description().value_or("") << "\", type " << item.scheduleType()
-            << (item.scheduleType() == 6 ? " (runs when a target volume is mounted)" : "") << "\n";
+            << (item.type() == ScheduleType::OnVolumeMount ? " (runs when a target volume is mounted)" : "") << "\n";
   // The clock is read here, at the tool's edge.
   const TimeInterval now = systemNow();
   reportSide("left", item.leftTargetVolumeSpecifier(), item.scheduledLeftTargetMounts() != 0, now);

@@ -17,5 +17,7 @@ int runNotify(const Arguments& args);
 int runSchedule(const Arguments& args);
 int runVolumes(const Arguments& args);
 int runStatus(const Arguments& args);
+int runSimulate(const Arguments& args);
+int runWhy(const Arguments& args);
 
 }  // namespace halyard::tools

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -130,21 +131,105 @@ TEST_F(HalyardctlScheduleTest, BadInputGivesOneLineAndLeavesTheFileAlone) {
 }
 
 TEST_F(HalyardctlScheduleTest, NextListsComingRunsAndNeverForAPatternThatCannotMatch) {
-  ASSERT_EQ(run({"add", "--file", file_, "--description", "hourly", "--start-date", "2100-01-01 00:00", "--hours", "*",
-                 "--days-of-month", "*", "--days-of-week", "*"})
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "hourly", "--type", "3", "--start-date", "2100-01-01 00:00",
+                 "--hours", "*", "--days-of-month", "*", "--days-of-week", "*"})
                 .status,
             0);
-  ASSERT_EQ(run({"add", "--file", file_, "--description", "30 Feb", "--months", "feb", "--days-of-month", "30",
-                 "--days-of-week", "*"})
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "30 Feb", "--type", "7", "--months", "feb",
+                 "--days-of-month", "30", "--days-of-week", "*"})
                 .status,
             0);
   const Outcome all = run({"next", "--file", file_, "--count", "2"});
   EXPECT_EQ(all.out,
             "2100-01-01 00:00:00 +0100  1. hourly\n"
             "2100-01-01 01:00:00 +0100  1. hourly\n");
-  EXPECT_EQ(run({"next", "2", "--file", file_}).out, "never\n");
+  EXPECT_EQ(run({"next", "2", "--file", file_}).out, "never\na run missed during a sleep: caught up at the wake\n");
   const Outcome json = run({"next", "1", "--count", "1", "--json", "--file", file_});
   EXPECT_NE(json.out.find("\"date\": \"2100-01-01 00:00:00 +0100\""), std::string::npos) << json.out;
+}
+
+// What the agent's minute check will do, whatever the run dates say: a new
+// item (weekdays, no day of month) runs, though a run it missed during a
+// sleep is not caught up.
+TEST_F(HalyardctlScheduleTest, NextAnswersByTheMinuteCheckAndSaysWhetherASleepIsCaughtUp) {
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "new item"}).status, 0);
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "switched off", "--type", "4", "--inactive"}).status, 0);
+  const Outcome weekdays = run({"next", "1", "--count", "3", "--file", file_});
+  ASSERT_EQ(weekdays.status, 0) << weekdays.err;
+  std::istringstream lines(weekdays.out);
+  std::string line;
+  for (int i = 0; i < 3 && std::getline(lines, line); ++i) {
+    SCOPED_TRACE(line);
+    // "2026-03-04 08:00:00 +0100  1. new item": hours 8 to 20, minute 0.
+    ASSERT_GE(line.size(), 20u);
+    const int hour = std::stoi(line.substr(11, 2));
+    EXPECT_TRUE(hour >= 8 && hour <= 20);
+    EXPECT_EQ(line.substr(13, 6), ":00:00");
+    EXPECT_NE(line.find("1. new item"), std::string::npos);
+  }
+  std::getline(lines, line);
+  EXPECT_EQ(line, "a run missed during a sleep: not caught up, no day of month is selected, and the missed check "
+                  "needs one in every set");
+  EXPECT_EQ(run({"next", "2", "--file", file_}).out,
+            "never\na run missed during a sleep: not caught up, the item is inactive\n");
+}
+
+TEST_F(HalyardctlScheduleTest, ImportedItemsExportAsTheyWereWritten) {
+  const std::string items = R"([
+  {"description": "Weekdays", "active": true, "scheduleType": 5, "start": "2026-03-04T09:30:00.250+01:00",
+   "months": "111111111111", "daysOfMonth": "0000000000000000000000000000000", "daysOfWeek": "0111110",
+   "hours": "000000001111111111111000", "minutes": "100000000000000000000000000000100000000000000000000000000000"},
+  {"description": "Odd type", "active": false, "scheduleType": 9, "start": "2026-07-01T00:00:00Z",
+   "months": "000000000001", "daysOfMonth": "1111111111111111111111111111111", "daysOfWeek": "1111111",
+   "hours": "100000000000000000000000", "minutes": "000000000000000000000000000000000000000000000000000000000001"}
+])";
+  ASSERT_TRUE(writeFileAtomically((folder_ / "items.json").string(), items));
+  const Outcome imported = run({"import", (folder_ / "items.json").string(), "--file", file_});
+  ASSERT_EQ(imported.status, 0) << imported.err;
+  EXPECT_EQ(imported.out, "imported 2 items\n");
+  const Outcome exported = run({"export", "--json", "--file", file_});
+  ASSERT_EQ(exported.status, 0) << exported.err;
+  for (const char* field : {"\"start\": \"2026-03-04T09:30:00.250+01:00\"", "\"start\": \"2026-07-01T02:00:00.000+02:00\"",
+                            "\"scheduleType\": 9",
+                            "\"active\": false", "\"daysOfWeek\": \"0111110\"", "\"description\": \"Weekdays\""}) {
+    EXPECT_NE(exported.out.find(field), std::string::npos) << field << "\n" << exported.out;
+  }
+  // What export writes, import reads back to the same items.
+  ASSERT_TRUE(writeFileAtomically((folder_ / "again.json").string(), exported.out));
+  const std::string second = (folder_ / "second.sched").string();
+  ASSERT_EQ(run({"import", (folder_ / "again.json").string(), "--file", second}).status, 0);
+  EXPECT_EQ(run({"export", "--json", "--file", second}).out, exported.out);
+}
+
+TEST_F(HalyardctlScheduleTest, ABadImportNamesTheItemAndFieldAndChangesNothing) {
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "kept"}).status, 0);
+  const std::string before = readWholeFile(file_).value();
+  const std::string good = R"("months": "111111111111")";
+  struct Case {
+    const char* name;
+    std::string json;
+    std::string message;
+  } cases[] = {
+      {"a set too short", "[{" + good + "}, {\"months\": \"11111111111\"}]",
+       "item 2 field \"months\" has 11 characters, not 12"},
+      {"a set with another character", R"([{"hours": "00000000111111111111100x"}])",
+       "item 1 field \"hours\" holds a character other than"},
+      {"a fractional type", R"([{"scheduleType": 4.5}])", "item 1 field \"scheduleType\" is not a whole number"},
+      {"a start that is no time", R"([{"start": "yesterday"}])", "item 1 field \"start\" 'yesterday' is not an ISO"},
+      {"a wrong kind", R"([{"active": "yes"}])", "item 1 field \"active\" is a string, not a boolean"},
+      {"an unknown field", R"([{"colour": "red"}])", "item 1 field \"colour\" is not a field of an item"},
+      {"not a list", R"({"months": "1"})", "the schedule is an object, not a list of items"},
+      {"not JSON", R"([{"months": )", "not JSON: unexpected end"},
+      {"nested too deep", std::string(200, '[') + std::string(200, ']'), "not JSON: nesting deeper than 64"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_TRUE(writeFileAtomically((folder_ / "bad.json").string(), c.json));
+    const Outcome outcome = run({"import", (folder_ / "bad.json").string(), "--file", file_});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_NE(outcome.err.find(c.message), std::string::npos) << outcome.err;
+    EXPECT_EQ(readWholeFile(file_).value(), before);
+  }
 }
 
 }  // namespace

@@ -1,0 +1,51 @@
+#include "agent/rules/exactly_once.h"
+
+#include <algorithm>
+
+#include "schedule/civil_calendar.h"
+#include "schedule/civil_pattern.h"
+#include "schedule/minute_check.h"
+
+namespace halyard::agent {
+namespace {
+
+CivilMinute toCivilMinute(const cctz::civil_second& civil) {
+  return civil::daysFromCivil(civil.year(), civil.month(), civil.day()) * civil::kMinutesPerDay + civil.hour() * 60 +
+         civil.minute();
+}
+
+}  // namespace
+
+CivilMinute civilMinuteAt(TimeInterval t, const cctz::time_zone& zone) {
+  return toCivilMinute(cctz::convert(splitInstant(t).seconds, zone));
+}
+
+bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilMinute last, const cctz::time_zone& zone) {
+  const auto pattern = minuteCheckPattern(item);
+  if (!pattern) return false;
+  if (item.type() == ScheduleType::FromStartDate) {
+    const auto start = item.startDate();
+    if (!start) return false;
+    // The first civil minute that begins after the start's civil reading.
+    first = std::max(first, civilMinuteAt(start->seconds, zone) + 1);
+  }
+  if (first > last) return false;
+  const auto civilPattern = CivilPattern::from(*pattern);
+  return civilPattern && civilPattern->firstAtOrAfter(first, last + 1).has_value();
+}
+
+ScheduledItems ExactlyOnceWindow::check(const ScheduledItems& items, TimeInterval now, const cctz::time_zone& zone,
+                                        bool active) {
+  const CivilMinute current = civilMinuteAt(now, zone);
+  const CivilMinute first = covered_ ? *covered_ + 1 : current;
+  ScheduledItems due;
+  if (active) {
+    for (const auto& item : items) {
+      if (item && selectsCivilMinuteIn(*item, first, current, zone)) due.push_back(item);
+    }
+  }
+  covered_ = std::max(covered_.value_or(current), current);
+  return due;
+}
+
+}  // namespace halyard::agent
