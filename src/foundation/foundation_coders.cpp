@@ -70,6 +70,20 @@ Expected<ObjectRef> decodeTimeZone(Unarchiver& coder, const ClassChain& chain) {
   auto zone = TimeZone::make("", chain.front().name == "NSLocalTimeZone");
   bool named = false;
   while (!coder.atEnd() && !coder.atObjectEnd()) {
+    auto isObject = coder.nextGroupHasType("@");
+    if (!isObject) return isObject.error();
+    if (*isObject) {
+      // The common case: the zone's name as a string object, read in place.
+      auto object = coder.decodeObjectView();
+      if (!object) return object.error();
+      if (object->kind != ObjectView::Kind::String || named) {
+        findZoneContents(object->object, *zone, named);
+      } else {
+        zone->name = object->text;
+        named = true;
+      }
+      continue;
+    }
     auto group = coder.decodeGroup();
     if (!group) return group.error();
     for (const auto& value : group->values) findZoneContents(value.value, *zone, named);

@@ -90,7 +90,7 @@ void Unarchiver::resolveCycles() {
   for (std::size_t i = 0; i < cycles_.size(); ++i) {
     const auto cycle = cycles_[i];
     const Entry& entry = objects_[cycle->objectNumber];
-    if (entry.kind == Entry::Kind::Lazy) cycle->target = makeLazyObject(cycle->objectNumber);
+    if (isLazy(entry.kind)) cycle->target = makeLazyObject(cycle->objectNumber);
     else if (entry.kind == Entry::Kind::Object) cycle->target = decodedObjects_[entry.index];
   }
 }
@@ -318,6 +318,7 @@ Expected<std::shared_ptr<const ClassChain>> Unarchiver::readClassChain() {
       if (!version) return version.error();
       classAt(number).info = ClassInfo{*text, *version};
       classAt(number).shape = shapeOfClass(*text);
+      classAt(number).isMutable = text->starts_with("NSMutable");
       fresh.push_back(classAt(number).info);
       continue;
     }
@@ -370,7 +371,7 @@ Expected<ObjectRef> Unarchiver::objectAtEntry(std::size_t number, std::size_t at
   }
   const Entry& entry = objects_[number];
   if (entry.kind == Entry::Kind::Object) return decodedObjects_[entry.index];
-  if (entry.kind == Entry::Kind::Lazy) return makeLazyObject(number);
+  if (isLazy(entry.kind)) return makeLazyObject(number);
   if (entry.kind == Entry::Kind::ObjectInProgress) {
     auto cycle = std::make_shared<CycleReference>();
     cycle->objectNumber = number;
@@ -553,7 +554,9 @@ Expected<bool> Unarchiver::readGroupTypeIf(std::string_view type) {
     const auto number = static_cast<std::size_t>(head + kReferenceBias);
     if (head >= kSmallestLiteral && number < sharedStrings_.size()) {
       const std::string& known = sharedStrings_[number];
-      if (known.size() != type.size() || known.compare(0, known.size(), type.data(), type.size()) != 0) return false;
+      const bool same = known.size() == type.size() &&
+                        (type.size() == 1 ? known[0] == type[0] : std::string_view(known) == type);
+      if (!same) return false;
       ++pos_;
       return true;
     }

@@ -62,6 +62,8 @@ class Unarchiver {
 
   // One "@" group, strings and numbers as views.
   Expected<ObjectView> decodeObjectView();
+  // Whether the next group has exactly the type string `type`; reads nothing.
+  Expected<bool> nextGroupHasType(std::string_view type);
   // Gets each entry of a dictionary whose keys are strings.
   using EntryVisitor = std::function<void(std::string_view key, ObjectView value)>;
   // For coders of classes archived as one dictionary: one "@" group. When it
@@ -84,7 +86,12 @@ class Unarchiver {
   // make one for every few bytes: its kind and where it lives in the table
   // of that kind.
   struct Entry {
-    enum class Kind : std::uint8_t { ObjectInProgress, Object, Lazy, Class, CString } kind;
+    // An object read as a view is kept lazy, made only when referred to: a
+    // string by the offset of its contents (read again then), a number in
+    // lazyNumbers_, a dictionary in lazyDictionaries_.
+    enum class Kind : std::uint8_t {
+      ObjectInProgress, Object, LazyString, LazyMutableString, LazyNumber, LazyDictionary, Class, CString
+    } kind;
     std::uint32_t index;
   };
   // The Foundation classes that views read without making an object.
@@ -94,20 +101,18 @@ class Unarchiver {
   struct ClassEntry {
     ClassInfo info;
     Shape shape = Shape::Other;
+    bool isMutable = false;  // an NSMutable... class
     std::optional<std::size_t> superclass;            // the object number of its superclass
     std::shared_ptr<const ClassChain> chainFromHere;  // its chain, once built
   };
-  // An object read as a view (a string, a number, or a dictionary of such
-  // views and objects), made only when something refers to it.
-  struct LazyObject {
-    ObjectView::Kind kind;
+  // A dictionary read as views: its entries are object table entries (kNoEntry
+  // for nil), key then value, in lazyMembers_.
+  struct LazyDictionary {
+    std::uint32_t firstMember;
+    std::uint32_t memberCount;
     bool isMutable;
-    std::uint32_t slot;  // its place among the decoded objects
-    std::string_view text;
-    NumberValue number;
-    std::uint32_t firstMember = 0;  // a dictionary's entries in lazyMembers_
-    std::uint32_t memberCount = 0;
   };
+  static bool isLazy(Entry::Kind kind) { return kind >= Entry::Kind::LazyString && kind <= Entry::Kind::LazyDictionary; }
   // A view and the object table entry it stands for (kNoEntry for nil).
   struct ViewRead {
     ObjectView view;
@@ -155,10 +160,15 @@ class Unarchiver {
   // The class of the object at the head when it is a one-byte reference to a
   // class whose chain is built: the common case, read without copying.
   const ClassEntry* knownClassAtHead() const;
-  Expected<ObjectView> readContentsAsView(std::size_t number, Shape shape, const ClassChain& chain,
+  Expected<ObjectView> readContentsAsView(std::size_t number, Shape shape, bool isMutable, const ClassChain& chain,
                                           const EntryVisitor* visit);
+  ObjectView lazyScalarView(const Entry& entry);
   Expected<ObjectView> readDictionaryMembers(std::size_t number, bool isMutable, const EntryVisitor& visit);
-  void keepAsLazy(std::size_t number, LazyObject lazy);
+  // Stands the entry `number` for a lazy object; its slot among the decoded
+  // objects is given back when nothing was decoded after it.
+  void keepAsLazy(std::size_t number, Entry::Kind kind, std::size_t index);
+  // The text of a lazy string, read again from its contents.
+  std::string_view lazyText(const Entry& entry);
   Status skipRemainingGroups();
   void resolveCycles();
   // Guards against archives that reference a long string many times: the
@@ -177,8 +187,9 @@ class Unarchiver {
   std::vector<ClassEntry> classes_;
   std::vector<std::string> cStrings_;
   std::vector<std::shared_ptr<CycleReference>> cycles_;
-  std::vector<LazyObject> lazies_;
-  std::vector<std::uint32_t> lazyMembers_;  // entries of lazy dictionaries, key then value
+  std::vector<NumberValue> lazyNumbers_;
+  std::vector<LazyDictionary> lazyDictionaries_;
+  std::vector<std::uint32_t> lazyMembers_;
 };
 
 }  // namespace halyard

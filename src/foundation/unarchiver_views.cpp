@@ -14,8 +14,6 @@ constexpr std::int8_t kTagNil = -123;  // 0x85
 constexpr std::int8_t kSmallestLiteral = -110;
 constexpr std::int64_t kReferenceBias = 110;
 
-bool isMutableClass(const std::string& className) { return className.rfind("NSMutable", 0) == 0; }
-
 }  // namespace
 
 Unarchiver::Shape Unarchiver::shapeOfClass(std::string_view className) {
@@ -70,6 +68,15 @@ Expected<NumberValue> Unarchiver::decodeNumberContents() {
   return number;
 }
 
+Expected<bool> Unarchiver::nextGroupHasType(std::string_view type) {
+  const std::size_t at = pos_;
+  const std::size_t knownStrings = sharedStrings_.size();
+  auto found = readGroupTypeIf(type);
+  pos_ = at;
+  sharedStrings_.resize(knownStrings);
+  return found;
+}
+
 Expected<ObjectView> Unarchiver::decodeObjectView() {
   if (auto group = readObjectGroupType(); !group) return group.error();
   auto read = readObjectView(nullptr);
@@ -113,14 +120,10 @@ Expected<Unarchiver::ViewRead> Unarchiver::readReferencedView(std::int8_t head, 
   auto number = readReferenceNumber(head);
   if (!number) return number.error();
   ObjectView view;
-  const bool lazyScalar = *number < objects_.size() && objects_[*number].kind == Entry::Kind::Lazy &&
-                          lazies_[objects_[*number].index].kind != ObjectView::Kind::Dictionary;
+  const bool lazyScalar = *number < objects_.size() && isLazy(objects_[*number].kind) &&
+                          objects_[*number].kind != Entry::Kind::LazyDictionary;
   if (lazyScalar) {
-    const LazyObject& lazy = lazies_[objects_[*number].index];
-    view.kind = lazy.kind;
-    view.isMutable = lazy.isMutable;
-    view.text = lazy.text;
-    view.number = lazy.number;
+    view = lazyScalarView(objects_[*number]);
   } else {
     auto object = objectAtEntry(*number, at);
     if (!object) return object.error();
@@ -153,43 +156,57 @@ Expected<Unarchiver::ViewRead> Unarchiver::readNewObjectView(std::size_t at, con
   const std::size_t number = objects_.size();
   objects_.push_back(Entry{Entry::Kind::ObjectInProgress, static_cast<std::uint32_t>(decodedObjects_.size())});
   decodedObjects_.emplace_back();
-  std::shared_ptr<const ClassChain> chain;
+  std::shared_ptr<const ClassChain> readChain;  // holds a chain read in full
+  const ClassChain* chain = nullptr;
   Shape shape = Shape::Other;
+  bool isMutable = false;
   if (const ClassEntry* known = knownClassAtHead()) {
     ++pos_;
-    chain = known->chainFromHere;
+    chain = known->chainFromHere.get();
     shape = known->shape;
+    isMutable = known->isMutable;
   } else {
     auto read = readClassChain();
     if (!read) return read.error();
-    chain = std::move(*read);
-    if (!chain->empty()) shape = shapeOfClass(chain->front().name);
+    readChain = std::move(*read);
+    chain = readChain.get();
+    if (!chain->empty()) {
+      shape = shapeOfClass(chain->front().name);
+      isMutable = chain->front().name.starts_with("NSMutable");
+    }
   }
   if (chain->empty()) return failureAt(at, "object with a nil class");
   ++depth_;
-  auto view = readContentsAsView(number, shape, *chain, visit);
+  auto view = readContentsAsView(number, shape, isMutable, *chain, visit);
   --depth_;
   if (!view) return view.error();
   return ViewRead{std::move(*view), static_cast<std::uint32_t>(number)};
 }
 
-Expected<ObjectView> Unarchiver::readContentsAsView(std::size_t number, Shape shape, const ClassChain& chain,
-                                                    const EntryVisitor* visit) {
-  const bool isMutable = isMutableClass(chain.front().name);
+Expected<ObjectView> Unarchiver::readContentsAsView(std::size_t number, Shape shape, bool isMutable,
+                                                    const ClassChain& chain, const EntryVisitor* visit) {
   const std::uint32_t slot = objects_[number].index;
   switch (shape) {
     case Shape::String: {
+      const std::size_t contentsAt = pos_;
       auto text = decodeStringContents();
       if (!text) return text.error();
       if (auto skipped = skipRemainingGroups(); !skipped) return skipped.error();
-      keepAsLazy(number, LazyObject{ObjectView::Kind::String, isMutable, slot, *text, {}});
-      return ObjectView{ObjectView::Kind::String, isMutable, *text, {}, nullptr};
+      if (contentsAt <= UINT32_MAX) {
+        keepAsLazy(number, isMutable ? Entry::Kind::LazyMutableString : Entry::Kind::LazyString, contentsAt);
+        return ObjectView{ObjectView::Kind::String, isMutable, *text, {}, nullptr};
+      }
+      // Too far in for the table to find it again: made now.
+      objects_[number].kind = Entry::Kind::Object;
+      decodedObjects_[slot] = String::make(std::string(*text), isMutable);
+      return ObjectView::of(decodedObjects_[slot]);
     }
     case Shape::Number: {
       auto value = decodeNumberContents();
       if (!value) return value.error();
       if (auto skipped = skipRemainingGroups(); !skipped) return skipped.error();
-      keepAsLazy(number, LazyObject{ObjectView::Kind::Number, false, slot, {}, *value});
+      keepAsLazy(number, Entry::Kind::LazyNumber, lazyNumbers_.size());
+      lazyNumbers_.push_back(*value);
       return ObjectView{ObjectView::Kind::Number, false, {}, *value, nullptr};
     }
     case Shape::Dictionary:
@@ -225,42 +242,66 @@ Expected<ObjectView> Unarchiver::readDictionaryMembers(std::size_t number, bool 
     else if (key.kind == ObjectView::Kind::String) visit(key.text, std::move(member->view));
   }
   if (auto skipped = skipRemainingGroups(); !skipped) return skipped.error();
-  LazyObject lazy{ObjectView::Kind::Dictionary, isMutable, objects_[number].index, {}, {}};
-  lazy.firstMember = firstMember;
-  lazy.memberCount = static_cast<std::uint32_t>(objects);
-  keepAsLazy(number, lazy);
+  keepAsLazy(number, Entry::Kind::LazyDictionary, lazyDictionaries_.size());
+  lazyDictionaries_.push_back(LazyDictionary{firstMember, static_cast<std::uint32_t>(objects), isMutable});
   ObjectView view;
   view.kind = ObjectView::Kind::Dictionary;
   view.isMutable = isMutable;
   return view;
 }
 
-void Unarchiver::keepAsLazy(std::size_t number, LazyObject lazy) {
-  objects_[number] = Entry{Entry::Kind::Lazy, static_cast<std::uint32_t>(lazies_.size())};
-  lazies_.push_back(lazy);
+void Unarchiver::keepAsLazy(std::size_t number, Entry::Kind kind, std::size_t index) {
+  if (objects_[number].index + 1 == decodedObjects_.size()) decodedObjects_.pop_back();
+  objects_[number] = Entry{kind, static_cast<std::uint32_t>(index)};
 }
 
 // ---- making what was read as a view ----
 
+// The contents are read again as they were read the first time; a type
+// string they added to the string table then is not added twice.
+std::string_view Unarchiver::lazyText(const Entry& entry) {
+  const std::size_t resumeAt = pos_;
+  const std::size_t knownStrings = sharedStrings_.size();
+  pos_ = entry.index;
+  auto text = decodeStringContents();
+  pos_ = resumeAt;
+  sharedStrings_.resize(knownStrings);
+  return text ? *text : std::string_view();
+}
+
+ObjectView Unarchiver::lazyScalarView(const Entry& entry) {
+  ObjectView view;
+  if (entry.kind == Entry::Kind::LazyNumber) {
+    view.kind = ObjectView::Kind::Number;
+    view.number = lazyNumbers_[entry.index];
+  } else {
+    view.kind = ObjectView::Kind::String;
+    view.isMutable = entry.kind == Entry::Kind::LazyMutableString;
+    view.text = lazyText(entry);
+  }
+  return view;
+}
+
 // The members of a lazy dictionary are objects or lazy strings and numbers:
 // a dictionary referred to while others are read is made at once.
 ObjectRef Unarchiver::makeLazyObject(std::size_t number) {
-  const LazyObject lazy = lazies_[objects_[number].index];
+  const Entry entry = objects_[number];
   ObjectRef object;
-  switch (lazy.kind) {
-    case ObjectView::Kind::String: object = String::make(std::string(lazy.text), lazy.isMutable); break;
-    case ObjectView::Kind::Number: object = std::make_shared<Number>(lazy.number.type, lazy.number.value); break;
-    default: {
-      auto dictionary = Dictionary::make(lazy.isMutable);
-      for (std::uint32_t i = 0; i + 1 < lazy.memberCount; i += 2) {
-        dictionary->entries.emplace_back(memberObject(lazyMembers_[lazy.firstMember + i]),
-                                         memberObject(lazyMembers_[lazy.firstMember + i + 1]));
-      }
-      object = dictionary;
+  if (entry.kind == Entry::Kind::LazyDictionary) {
+    const LazyDictionary lazy = lazyDictionaries_[entry.index];
+    auto dictionary = Dictionary::make(lazy.isMutable);
+    for (std::uint32_t i = 0; i + 1 < lazy.memberCount; i += 2) {
+      dictionary->entries.emplace_back(memberObject(lazyMembers_[lazy.firstMember + i]),
+                                       memberObject(lazyMembers_[lazy.firstMember + i + 1]));
     }
+    object = dictionary;
+  } else {
+    const ObjectView view = lazyScalarView(entry);
+    if (view.kind == ObjectView::Kind::Number) object = std::make_shared<Number>(view.number.type, view.number.value);
+    else object = String::make(std::string(view.text), view.isMutable);
   }
-  objects_[number] = Entry{Entry::Kind::Object, lazy.slot};
-  decodedObjects_[lazy.slot] = object;
+  objects_[number] = Entry{Entry::Kind::Object, static_cast<std::uint32_t>(decodedObjects_.size())};
+  decodedObjects_.push_back(object);
   return object;
 }
 
