@@ -1,7 +1,6 @@
 // Decoders of the Foundation classes, as the platform's classes write them.
 
 #include "foundation/class_registry.h"
-#include "foundation/type_encoding.h"
 #include "foundation/unarchiver.h"
 #include "foundation/values.h"
 
@@ -9,19 +8,6 @@ namespace halyard {
 namespace {
 
 bool isMutableVariant(const ClassChain& chain) { return chain.front().name.rfind("NSMutable", 0) == 0; }
-
-// Element counts are checked against the bytes that remain (every element
-// takes at least two) before anything is reserved.
-Expected<std::size_t> decodeCount(Unarchiver& coder, std::string_view type) {
-  const std::size_t at = coder.offset();
-  auto count = coder.decodeInt(type);
-  if (!count) return count.error();
-  if (*count < 0) return coder.failureAt(at, "negative element count");
-  if (static_cast<std::uint64_t>(*count) > 0x7fffffff) {
-    return coder.failureAt(at, "element count " + std::to_string(*count) + " is too large");
-  }
-  return static_cast<std::size_t>(*count);
-}
 
 Expected<std::vector<ObjectRef>> decodeObjects(Unarchiver& coder, std::size_t count, std::size_t perElement) {
   std::vector<ObjectRef> items;
@@ -38,31 +24,19 @@ Expected<std::vector<ObjectRef>> decodeObjects(Unarchiver& coder, std::size_t co
 }
 
 Expected<ObjectRef> decodeString(Unarchiver& coder, const ClassChain& chain) {
-  auto value = coder.decodeValueOfType("+");
-  if (!value) return value.error();
-  auto* text = std::get_if<std::string>(&value->value);
-  return ObjectRef{String::make(text ? std::move(*text) : std::string(), isMutableVariant(chain))};
+  auto text = coder.decodeStringContents();
+  if (!text) return text.error();
+  return ObjectRef{String::make(std::string(*text), isMutableVariant(chain))};
 }
 
 Expected<ObjectRef> decodeNumber(Unarchiver& coder, const ClassChain&) {
-  const std::size_t at = coder.offset();
-  auto code = coder.decodeValueOfType("*");
-  if (!code) return code.error();
-  auto* type = std::get_if<std::string>(&code->value);
-  if (!type || type->size() != 1 || !(isIntegerCode((*type)[0]) || (*type)[0] == 'f' || (*type)[0] == 'd')) {
-    return coder.failureAt(at, "number with a type that is not a numeric code");
-  }
-  auto value = coder.decodeValueOfType(*type);
-  if (!value) return value.error();
-  Number::Storage storage;
-  if (auto v = std::get_if<std::int64_t>(&value->value)) storage = *v;
-  else if (auto u = std::get_if<std::uint64_t>(&value->value)) storage = *u;
-  else storage = std::get<double>(value->value);
-  return ObjectRef{std::make_shared<Number>((*type)[0], storage)};
+  auto number = coder.decodeNumberContents();
+  if (!number) return number.error();
+  return ObjectRef{std::make_shared<Number>(number->type, number->value)};
 }
 
 Expected<ObjectRef> decodeData(Unarchiver& coder, const ClassChain& chain) {
-  auto count = decodeCount(coder, "i");
+  auto count = coder.decodeCount("i");
   if (!count) return count.error();
   const std::size_t at = coder.offset();
   auto bytes = coder.decodeByteArray();
@@ -96,6 +70,20 @@ Expected<ObjectRef> decodeTimeZone(Unarchiver& coder, const ClassChain& chain) {
   auto zone = TimeZone::make("", chain.front().name == "NSLocalTimeZone");
   bool named = false;
   while (!coder.atEnd() && !coder.atObjectEnd()) {
+    auto isObject = coder.nextGroupHasType("@");
+    if (!isObject) return isObject.error();
+    if (*isObject) {
+      // The common case: the zone's name as a string object, read in place.
+      auto object = coder.decodeObjectView();
+      if (!object) return object.error();
+      if (object->kind != ObjectView::Kind::String || named) {
+        findZoneContents(object->object, *zone, named);
+      } else {
+        zone->name = object->text;
+        named = true;
+      }
+      continue;
+    }
     auto group = coder.decodeGroup();
     if (!group) return group.error();
     for (const auto& value : group->values) findZoneContents(value.value, *zone, named);
@@ -109,10 +97,10 @@ Expected<ObjectRef> decodeCalendarDate(Unarchiver& coder, const ClassChain&) {
   if (!seconds) return seconds.error();
   auto date = std::make_shared<CalendarDate>(*seconds, nullptr);
   for (int i = 0; i < 2 && !coder.atEnd() && !coder.atObjectEnd(); ++i) {
-    auto object = coder.decodeObject();
+    auto object = coder.decodeObjectView();
     if (!object) return object.error();
-    if (auto zone = objectAs<TimeZone>(*object)) date->zone = zone;
-    else if (auto format = objectAs<String>(*object)) date->format = format->text;
+    if (auto zone = objectAs<TimeZone>(object->object)) date->zone = zone;
+    else if (object->kind == ObjectView::Kind::String) date->format = object->text;
   }
   return ObjectRef{date};
 }
@@ -141,7 +129,7 @@ Expected<ObjectRef> decodeNull(Unarchiver&, const ClassChain&) { return ObjectRe
 // NSArray counts its elements as 'i', NSSet as 'I'; the rest is the same.
 template <class List>
 Expected<ObjectRef> decodeList(Unarchiver& coder, const ClassChain& chain, std::string_view countType) {
-  auto count = decodeCount(coder, countType);
+  auto count = coder.decodeCount(countType);
   if (!count) return count.error();
   auto items = decodeObjects(coder, *count, 1);
   if (!items) return items.error();
@@ -153,7 +141,7 @@ Expected<ObjectRef> decodeArray(Unarchiver& coder, const ClassChain& chain) { re
 Expected<ObjectRef> decodeSet(Unarchiver& coder, const ClassChain& chain) { return decodeList<Set>(coder, chain, "I"); }
 
 Expected<ObjectRef> decodeDictionary(Unarchiver& coder, const ClassChain& chain) {
-  auto count = decodeCount(coder, "i");
+  auto count = coder.decodeCount("i");
   if (!count) return count.error();
   auto items = decodeObjects(coder, *count, 2);
   if (!items) return items.error();

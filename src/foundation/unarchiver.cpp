@@ -21,22 +21,6 @@ constexpr std::size_t kMaxEmptyElements = 1024;
 
 }  // namespace
 
-// An entry of the object table: an object (done or still being decoded), a
-// class with its chain up to the root, or a C string.
-// An entry of the object table, kept small because hostile archives can
-// make one for every few bytes: its kind and where it lives in the table of
-// that kind.
-struct Unarchiver::Entry {
-  enum class Kind : std::uint8_t { ObjectInProgress, Object, Class, CString } kind;
-  std::uint32_t index;
-};
-
-struct Unarchiver::ClassEntry {
-  ClassInfo info;
-  std::optional<std::size_t> superclass;            // the object number of its superclass
-  std::shared_ptr<const ClassChain> chainFromHere;  // its chain, once built
-};
-
 Unarchiver::Unarchiver(std::string_view bytes, const ClassRegistry& registry)
     : bytes_(bytes), registry_(registry), copyBudget_(16 * bytes.size() + 65536) {}
 
@@ -96,9 +80,12 @@ Expected<std::vector<Group>> Unarchiver::unarchiveGroups(std::string_view bytes,
 }
 
 void Unarchiver::resolveCycles() {
-  for (auto& cycle : cycles_) {
+  // Making a lazy object can add cycles, hence the index.
+  for (std::size_t i = 0; i < cycles_.size(); ++i) {
+    const auto cycle = cycles_[i];
     const Entry& entry = objects_[cycle->objectNumber];
-    if (entry.kind == Entry::Kind::Object) cycle->target = decodedObjects_[entry.index];
+    if (isLazy(entry.kind)) cycle->target = makeLazyObject(cycle->objectNumber);
+    else if (entry.kind == Entry::Kind::Object) cycle->target = decodedObjects_[entry.index];
   }
 }
 
@@ -195,17 +182,27 @@ Expected<std::size_t> Unarchiver::readReferenceNumber(std::int8_t head) {
   return static_cast<std::size_t>(*value + kReferenceBias);
 }
 
-Expected<TypedValue::Storage> Unarchiver::readUnsharedString() {
+Expected<std::optional<std::string_view>> Unarchiver::readUnsharedText() {
   auto head = readByte();
   if (!head) return head.error();
-  if (static_cast<std::int8_t>(*head) == kTagNil) return TypedValue::Storage{Nil{}};
+  if (static_cast<std::int8_t>(*head) == kTagNil) return std::optional<std::string_view>{};
   const std::size_t at = pos_ - 1;
   auto length = readIntegerAfterHead(static_cast<std::int8_t>(*head), false);
   if (!length) return length.error();
   if (*length < 0) return failureAt(at, "negative string length");
-  auto text = readRawBytes(static_cast<std::size_t>(*length));
+  if (static_cast<std::uint64_t>(*length) > bytes_.size() - pos_) {
+    return failure("length " + std::to_string(*length) + " runs past the end of the data");
+  }
+  const std::string_view text = bytes_.substr(pos_, static_cast<std::size_t>(*length));
+  pos_ += text.size();
+  return std::optional<std::string_view>{text};
+}
+
+Expected<TypedValue::Storage> Unarchiver::readUnsharedString() {
+  auto text = readUnsharedText();
   if (!text) return text.error();
-  return TypedValue::Storage{std::move(*text)};
+  if (!*text) return TypedValue::Storage{Nil{}};
+  return TypedValue::Storage{std::string(**text)};
 }
 
 Expected<std::optional<std::size_t>> Unarchiver::readSharedStringIndex() {
@@ -314,6 +311,8 @@ Expected<std::shared_ptr<const ClassChain>> Unarchiver::readClassChain() {
       auto version = readInteger(false);
       if (!version) return version.error();
       classAt(number).info = ClassInfo{*text, *version};
+      classAt(number).shape = shapeOfClass(*text);
+      classAt(number).isMutable = text->starts_with("NSMutable");
       fresh.push_back(classAt(number).info);
       continue;
     }
@@ -357,18 +356,23 @@ Expected<ObjectRef> Unarchiver::readObject() {
   if (tag == kTagNew) return readNewObject();
   auto number = readReferenceNumber(tag);
   if (!number) return number.error();
-  if (*number >= objects_.size()) {
-    return failureAt(at, "reference to object " + std::to_string(*number) + " which is not yet defined");
+  return objectAtEntry(*number, at);
+}
+
+Expected<ObjectRef> Unarchiver::objectAtEntry(std::size_t number, std::size_t at) {
+  if (number >= objects_.size()) {
+    return failureAt(at, "reference to object " + std::to_string(number) + " which is not yet defined");
   }
-  const Entry& entry = objects_[*number];
+  const Entry& entry = objects_[number];
   if (entry.kind == Entry::Kind::Object) return decodedObjects_[entry.index];
+  if (isLazy(entry.kind)) return makeLazyObject(number);
   if (entry.kind == Entry::Kind::ObjectInProgress) {
     auto cycle = std::make_shared<CycleReference>();
-    cycle->objectNumber = *number;
+    cycle->objectNumber = number;
     cycles_.push_back(cycle);
     return ObjectRef{cycle};
   }
-  return failureAt(at, "reference " + std::to_string(*number) + " does not name an object");
+  return failureAt(at, "reference " + std::to_string(number) + " does not name an object");
 }
 
 Expected<ObjectRef> Unarchiver::readNewObject() {
@@ -535,21 +539,43 @@ Expected<Group> Unarchiver::decodeGroup() {
 // Coders ask for one value of a one-code type far more often than anything
 // else; such a group is read straight from the table's type string, without
 // copying it or building a group.
+// Nearly every type string is a one-byte reference to a string read before;
+// that case is settled without the general reader.
+Expected<bool> Unarchiver::readGroupTypeIf(std::string_view type) {
+  const std::size_t at = pos_;
+  if (at < bytes_.size()) {
+    const auto head = static_cast<std::int8_t>(bytes_[at]);
+    const auto number = static_cast<std::size_t>(head + kReferenceBias);
+    if (head >= kSmallestLiteral && number < sharedStrings_.size()) {
+      const std::string& known = sharedStrings_[number];
+      const bool same = known.size() == type.size() &&
+                        (type.size() == 1 ? known[0] == type[0] : std::string_view(known) == type);
+      if (!same) return false;
+      ++pos_;
+      return true;
+    }
+  }
+  const std::size_t known = sharedStrings_.size();
+  auto index = readSharedStringIndex();
+  if (!index) return index.error();
+  if (*index && sharedStrings_[**index] == type) return true;
+  pos_ = at;
+  sharedStrings_.resize(known);
+  return false;
+}
+
 Expected<TypedValue> Unarchiver::decodeValueOfType(std::string_view type) {
   const std::size_t at = pos_;
   if (atEnd()) return failure("unexpected end of data");
   if (atObjectEnd()) return failureAt(at, "expected a group of type \"" + std::string(type) + "\", found the end of the object");
   if (type.size() == 1) {
-    const std::size_t known = sharedStrings_.size();
-    auto index = readSharedStringIndex();
-    if (!index) return index.error();
-    if (*index && sharedStrings_[**index] == type) {
+    auto found = readGroupTypeIf(type);
+    if (!found) return found.error();
+    if (*found) {
       auto value = readValue(type);
       if (!value) return value.error();
       return TypedValue{std::string(type), std::move(*value)};
     }
-    pos_ = at;
-    sharedStrings_.resize(known);
   }
   auto group = decodeGroup();
   if (!group) return group.error();

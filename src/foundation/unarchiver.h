@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -14,6 +15,7 @@
 
 #include "foundation/class_registry.h"
 #include "foundation/expected.h"
+#include "foundation/object_view.h"
 #include "foundation/typed_value.h"
 
 namespace halyard {
@@ -51,6 +53,26 @@ class Unarchiver {
   Expected<double> decodeDouble();
   // The contents of a "[Nc]" group.
   Expected<std::string> decodeByteArray();
+  // A collection's element count, checked to be neither negative nor huge.
+  Expected<std::size_t> decodeCount(std::string_view type);
+  // The contents of a string object, as it lies in the archive (a nil
+  // string reads as empty), and of a number object.
+  Expected<std::string_view> decodeStringContents();
+  Expected<NumberValue> decodeNumberContents();
+
+  // One "@" group, strings and numbers as views.
+  Expected<ObjectView> decodeObjectView();
+  // Whether the next group has exactly the type string `type`; reads nothing.
+  Expected<bool> nextGroupHasType(std::string_view type);
+  // Gets each entry of a dictionary whose keys are strings.
+  using EntryVisitor = std::function<void(std::string_view key, ObjectView value)>;
+  // For coders of classes archived as one dictionary: one "@" group. When it
+  // holds a dictionary, each entry with a string key goes to `visit` (strings
+  // and numbers as views that make no objects) and the answer has kind
+  // Dictionary; otherwise the answer is the view of what the group holds.
+  // Objects read as views take their places in the object table all the
+  // same, and are made only if something later refers to them.
+  Expected<ObjectView> decodeDictionaryEntries(const EntryVisitor& visit);
 
   bool atEnd() const { return pos_ >= bytes_.size(); }
   // True when the next byte closes the current object's contents.
@@ -60,8 +82,43 @@ class Unarchiver {
   Error failureAt(std::size_t offset, std::string reason) const { return makeError(std::move(reason), offset); }
 
  private:
-  struct Entry;       // an object table entry
-  struct ClassEntry;  // a class of the object table
+  // An entry of the object table, kept small because hostile archives can
+  // make one for every few bytes: its kind and where it lives in the table
+  // of that kind.
+  struct Entry {
+    // An object read as a view is kept lazy, made only when referred to: a
+    // string by the offset of its contents (read again then), a number in
+    // lazyNumbers_, a dictionary in lazyDictionaries_.
+    enum class Kind : std::uint8_t {
+      ObjectInProgress, Object, LazyString, LazyMutableString, LazyNumber, LazyDictionary, Class, CString
+    } kind;
+    std::uint32_t index;
+  };
+  // The Foundation classes that views read without making an object.
+  enum class Shape : std::uint8_t { Other, String, Number, Dictionary };
+  static Shape shapeOfClass(std::string_view className);
+  // A class of the object table.
+  struct ClassEntry {
+    ClassInfo info;
+    Shape shape = Shape::Other;
+    bool isMutable = false;  // an NSMutable... class
+    std::optional<std::size_t> superclass;            // the object number of its superclass
+    std::shared_ptr<const ClassChain> chainFromHere;  // its chain, once built
+  };
+  // A dictionary read as views: its entries are object table entries (kNoEntry
+  // for nil), key then value, in lazyMembers_.
+  struct LazyDictionary {
+    std::uint32_t firstMember;
+    std::uint32_t memberCount;
+    bool isMutable;
+  };
+  static bool isLazy(Entry::Kind kind) { return kind >= Entry::Kind::LazyString && kind <= Entry::Kind::LazyDictionary; }
+  // A view and the object table entry it stands for (kNoEntry for nil).
+  struct ViewRead {
+    ObjectView view;
+    std::uint32_t entry;
+  };
+  static constexpr std::uint32_t kNoEntry = UINT32_MAX;
 
   Expected<std::uint8_t> readByte();
   Expected<std::int8_t> peekHead() const;
@@ -70,6 +127,11 @@ class Unarchiver {
   Expected<double> readReal(bool isFloat);
   Expected<std::string> readRawBytes(std::size_t length);
   Expected<TypedValue::Storage> readUnsharedString();
+  // An unshared string's bytes where they lie; absent for nil.
+  Expected<std::optional<std::string_view>> readUnsharedText();
+  // Reads the type string of the next group when it is exactly `type`;
+  // otherwise reads nothing and answers false.
+  Expected<bool> readGroupTypeIf(std::string_view type);
   // The table index of the shared string at the head; absent for nil.
   Expected<std::optional<std::size_t>> readSharedStringIndex();
   Expected<TypedValue::Storage> readSharedString();
@@ -86,6 +148,27 @@ class Unarchiver {
   Expected<TypedValue::Storage> readStruct(std::string_view type);
   Expected<Group> readGroupWithTypes(std::string types);
   Expected<ObjectRef> decodeObjectContents(const ClassChain& chain);
+  // The object an entry of the table stands for, made now if it was read as
+  // a view; a reference into an object still being read is a cycle.
+  Expected<ObjectRef> objectAtEntry(std::size_t number, std::size_t at);
+  ObjectRef makeLazyObject(std::size_t number);
+  ObjectRef memberObject(std::uint32_t entry);
+  Status readObjectGroupType();
+  Expected<ViewRead> readObjectView(const EntryVisitor* visit);
+  Expected<ViewRead> readReferencedView(std::int8_t head, std::size_t at, const EntryVisitor* visit);
+  Expected<ViewRead> readNewObjectView(std::size_t at, const EntryVisitor* visit);
+  // The class of the object at the head when it is a one-byte reference to a
+  // class whose chain is built: the common case, read without copying.
+  const ClassEntry* knownClassAtHead() const;
+  Expected<ObjectView> readContentsAsView(std::size_t number, Shape shape, bool isMutable, const ClassChain& chain,
+                                          const EntryVisitor* visit);
+  ObjectView lazyScalarView(const Entry& entry);
+  Expected<ObjectView> readDictionaryMembers(std::size_t number, bool isMutable, const EntryVisitor& visit);
+  // Stands the entry `number` for a lazy object; its slot among the decoded
+  // objects is given back when nothing was decoded after it.
+  void keepAsLazy(std::size_t number, Entry::Kind kind, std::size_t index);
+  // The text of a lazy string, read again from its contents.
+  std::string_view lazyText(const Entry& entry);
   Status skipRemainingGroups();
   void resolveCycles();
   // Guards against archives that reference a long string many times: the
@@ -104,6 +187,9 @@ class Unarchiver {
   std::vector<ClassEntry> classes_;
   std::vector<std::string> cStrings_;
   std::vector<std::shared_ptr<CycleReference>> cycles_;
+  std::vector<NumberValue> lazyNumbers_;
+  std::vector<LazyDictionary> lazyDictionaries_;
+  std::vector<std::uint32_t> lazyMembers_;
 };
 
 }  // namespace halyard

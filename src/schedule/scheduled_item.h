@@ -203,8 +203,6 @@ class KSScheduledItem final : public Object {
   std::shared_ptr<Dictionary> archiveDictionary() const;
   // Defaults (start date from `clock`), then the archived values.
   static Expected<ObjectRef> initWithCoder(Unarchiver& coder, const CalendarClock& clock);
-  // Applies an archived dictionary's entries through the setters.
-  void applyArchiveDictionary(const Dictionary& archive);
 
   // Test seam: called with the selector's name inside every exception guard,
   // so tests can make the guarded body fail.
@@ -226,6 +224,10 @@ class KSScheduledItem final : public Object {
   T lockedGet(T KSScheduledItem::*field, const char* selector) const;
   template <class T>
   void lockedSet(T KSScheduledItem::*field, T value, const char* selector);
+  // The archived dictionary's values, by key (scheduled_item_coding.cpp).
+  struct ArchivedEntries;
+  // Applies them through the setters, in a fixed order of keys.
+  void applyArchivedEntries(const ArchivedEntries& entries);
   void applyLegacyRepeatInterval(double minutes);
   static std::shared_ptr<CalendarDate> copyOf(const std::shared_ptr<const CalendarDate>& date);
 

@@ -2,9 +2,10 @@
 // present-only keys in a fixed order, read back through the setters. No
 // version is written or read; old forms are told by the keys they hold.
 
+#include <array>
 #include <cmath>
+#include <string_view>
 
-#include "foundation/archived_dictionary.h"
 #include "foundation/archived_values.h"
 #include "foundation/archiver.h"
 #include "foundation/json_writer.h"
@@ -36,12 +37,27 @@ constexpr const char* kRightMounts = "scheduledRightTargetMountskey";
 constexpr const char* kRightSpecifier = "rightTargetVolumeSpecifierkey";
 constexpr const char* kLastSynchInfo = "lastSynchInfokey";
 
+// The keys the item reads, in the order their values are applied.
+enum Key : std::size_t {
+  kAliasKey, kPathKey, kDescriptionKey, kTypeKey, kRepeatIntervalKey, kStartDateKey, kLastRunDateKey,
+  kRunOnceKey, kForceToRunKey, kActiveKey, kMonthsKey, kDaysOfMonthKey, kDaysOfWeekKey, kHoursKey,
+  kMinutesKey, kLeftMountsKey, kLeftSpecifierKey, kRightMountsKey, kRightSpecifierKey, kLastSynchInfoKey,
+  kKeyCount
+};
+
+constexpr std::array<std::string_view, kKeyCount> kKeyNames = {
+    kAlias, kPath, kDescription, kType, kRepeatInterval, kStartDate, kLastRunDate,
+    kRunOnce, kForceToRun, kActive, kMonths, kDaysOfMonth, kDaysOfWeek, kHours,
+    kMinutes, kLeftMounts, kLeftSpecifier, kRightMounts, kRightSpecifier, kLastSynchInfo,
+};
+
 // A volume specifier is whatever object archives as class VolumeSpecifier.
-ObjectRef specifierOf(const ArchivedValues& values, const Dictionary& archive, const char* key) {
-  const ObjectRef value = archive.get(key);
-  if (!value) return nullptr;
-  const ClassChain chain = value->archiveClassChain();
-  if (!chain.empty() && chain.front().name == "VolumeSpecifier") return value;
+ObjectRef specifierOf(const ArchivedValues& values, const ObjectView& value, const char* key) {
+  if (value.kind == ObjectView::Kind::Nil) return nullptr;
+  if (value.object) {
+    const ClassChain chain = value.object->archiveClassChain();
+    if (!chain.empty() && chain.front().name == "VolumeSpecifier") return value.object;
+  }
   values.logIgnored(key, value, "a VolumeSpecifier");
   return nullptr;
 }
@@ -59,6 +75,22 @@ void setObject(Dictionary& archive, const char* key, ObjectRef object) {
 }
 
 }  // namespace
+
+// The first value of each known key, as a dictionary lookup would find it.
+struct KSScheduledItem::ArchivedEntries {
+  std::array<ObjectView, kKeyCount> values;
+  std::array<bool, kKeyCount> seen{};
+
+  void add(std::string_view key, ObjectView value) {
+    for (std::size_t k = 0; k < kKeyCount; ++k) {
+      if (key != kKeyNames[k]) continue;
+      if (!seen[k]) values[k] = std::move(value);
+      seen[k] = true;
+      return;
+    }
+  }
+  const ObjectView& operator[](Key key) const { return values[key]; }
+};
 
 ClassChain KSScheduledItem::archiveClassChain() const { return rootedChain({{"KSScheduledItem", 0}}); }
 
@@ -107,36 +139,54 @@ void KSScheduledItem::writeJson(JsonWriter& json) const {
   json.endObject();
 }
 
+// The dictionary's entries are read as views: no object is made for its
+// keys, strings and numbers. The start date is the only default that asks
+// the clock, so the clock is asked only for an item archived without one.
 Expected<ObjectRef> KSScheduledItem::initWithCoder(Unarchiver& coder, const CalendarClock& clock) {
-  auto item = std::make_shared<KSScheduledItem>(clock());
-  auto archive = decodeArchivedDictionary(coder, "a scheduled item", true);
+  auto item = std::make_shared<KSScheduledItem>(nullptr);
+  ArchivedEntries entries;
+  const std::size_t at = coder.offset();
+  auto archive = coder.decodeDictionaryEntries(
+      [&entries](std::string_view key, ObjectView value) { entries.add(key, std::move(value)); });
   if (!archive) return archive.error();
-  if (*archive) item->applyArchiveDictionary(**archive);
+  if (archive->kind != ObjectView::Kind::Dictionary && archive->kind != ObjectView::Kind::Nil) {
+    return coder.failureAt(at, "a scheduled item holds " + archive->className() + ", not a dictionary");
+  }
+  item->applyArchivedEntries(entries);
+  if (!item->_startDate) item->_startDate = clock();
   return ObjectRef{item};
 }
 
-void KSScheduledItem::applyArchiveDictionary(const Dictionary& archive) {
-  const ArchivedValues values(archive, "a scheduled item");
-  if (auto alias = values.objectOf<Data>(kAlias, "data")) setDocumentAlias(alias);
-  if (auto path = values.textOf(kPath)) setDocumentPathName(path);
-  if (auto text = values.textOf(kDescription)) setDescription(text);
-  if (auto type = values.intOf(kType)) setScheduleType(*type);
-  if (auto interval = values.doubleOf(kRepeatInterval)) applyLegacyRepeatInterval(*interval);
-  if (auto date = values.objectOf<CalendarDate>(kStartDate, "a calendar date")) setStartDate(date);
-  if (auto date = values.objectOf<CalendarDate>(kLastRunDate, "a calendar date")) setLastRunDate(date);
-  if (auto v = values.boolOf(kRunOnce)) setRunOnce(*v);
-  if (auto v = values.boolOf(kForceToRun)) setForceToRun(*v);
-  if (auto v = values.boolOf(kActive)) setActive(*v);
-  if (auto set = values.textOf(kMonths)) setScheduledMonths(set);
-  if (auto set = values.textOf(kDaysOfMonth)) setScheduledDaysOfMonth(set);
-  if (auto set = values.textOf(kDaysOfWeek)) setScheduledDaysOfWeek(set);
-  if (auto set = values.textOf(kHours)) setScheduledHours(set);
-  if (auto set = values.textOf(kMinutes)) setScheduledMinutes(set);
-  if (auto v = values.intOf(kLeftMounts)) setScheduledLeftTargetMounts(*v);
-  if (auto specifier = specifierOf(values, archive, kLeftSpecifier)) setLeftTargetVolumeSpecifier(specifier);
-  if (auto v = values.intOf(kRightMounts)) setScheduledRightTargetMounts(*v);
-  if (auto specifier = specifierOf(values, archive, kRightSpecifier)) setRightTargetVolumeSpecifier(specifier);
-  if (auto info = values.objectOf<Dictionary>(kLastSynchInfo, "a dictionary")) setLastSynchInfo(info);
+void KSScheduledItem::applyArchivedEntries(const ArchivedEntries& entries) {
+  const ArchivedValues values("a scheduled item");
+  if (auto alias = values.objectOf<Data>(kAlias, entries[kAliasKey], "data")) setDocumentAlias(alias);
+  if (auto path = values.textOf(kPath, entries[kPathKey])) setDocumentPathName(std::move(path));
+  if (auto text = values.textOf(kDescription, entries[kDescriptionKey])) setDescription(std::move(text));
+  if (auto type = values.intOf(kType, entries[kTypeKey])) setScheduleType(*type);
+  if (auto interval = values.doubleOf(kRepeatInterval, entries[kRepeatIntervalKey])) {
+    applyLegacyRepeatInterval(*interval);
+  }
+  const auto date = [&](const char* key, Key k) { return values.objectOf<CalendarDate>(key, entries[k], "a calendar date"); };
+  if (auto start = date(kStartDate, kStartDateKey)) setStartDate(start);
+  if (auto lastRun = date(kLastRunDate, kLastRunDateKey)) setLastRunDate(lastRun);
+  if (auto v = values.boolOf(kRunOnce, entries[kRunOnceKey])) setRunOnce(*v);
+  if (auto v = values.boolOf(kForceToRun, entries[kForceToRunKey])) setForceToRun(*v);
+  if (auto v = values.boolOf(kActive, entries[kActiveKey])) setActive(*v);
+  if (auto set = values.textOf(kMonths, entries[kMonthsKey])) setScheduledMonths(std::move(set));
+  if (auto set = values.textOf(kDaysOfMonth, entries[kDaysOfMonthKey])) setScheduledDaysOfMonth(std::move(set));
+  if (auto set = values.textOf(kDaysOfWeek, entries[kDaysOfWeekKey])) setScheduledDaysOfWeek(std::move(set));
+  if (auto set = values.textOf(kHours, entries[kHoursKey])) setScheduledHours(std::move(set));
+  if (auto set = values.textOf(kMinutes, entries[kMinutesKey])) setScheduledMinutes(std::move(set));
+  if (auto v = values.intOf(kLeftMounts, entries[kLeftMountsKey])) setScheduledLeftTargetMounts(*v);
+  if (auto specifier = specifierOf(values, entries[kLeftSpecifierKey], kLeftSpecifier)) {
+    setLeftTargetVolumeSpecifier(specifier);
+  }
+  if (auto v = values.intOf(kRightMounts, entries[kRightMountsKey])) setScheduledRightTargetMounts(*v);
+  if (auto specifier = specifierOf(values, entries[kRightSpecifierKey], kRightSpecifier)) {
+    setRightTargetVolumeSpecifier(specifier);
+  }
+  const auto info = values.objectOf<Dictionary>(kLastSynchInfo, entries[kLastSynchInfoKey], "a dictionary");
+  if (info) setLastSynchInfo(info);
 }
 
 // The older form stored a repeat interval in minutes: minutes 0, r, 2r, ...

@@ -198,5 +198,58 @@ TEST(ScheduledItemCodingTest, ItemWithoutADictionaryKeepsItsDefaults) {
   EXPECT_FALSE(notDictionary);
 }
 
+// An item's dictionary is read without making its strings, numbers or the
+// dictionary itself; whatever refers to them later in the archive still gets
+// them, made then, and a second item sharing the dictionary reads the same.
+TEST(ScheduledItemCodingTest, ValuesReadInPlaceAreMadeWhenReferredToLater) {
+  auto description = String::make("Nightly");
+  auto type = Number::fromInt32(7);
+  auto archive = Dictionary::make(true);
+  archive->set("descriptionkey", description);
+  archive->set("scheduleTypekey", type);
+  auto itemOf = [&] { return std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
+                                                              std::vector<Group>{{"@", {{"@", archive}}}}); };
+  const std::string bytes = Archiver::archivedData(Array::make({itemOf(), itemOf(), description, type, archive}));
+  auto root = Unarchiver::unarchiveRootObject(bytes, scheduleClassRegistry(fixedClock()));
+  ASSERT_TRUE(root) << root.error().describe();
+  const auto array = objectAs<Array>(*root);
+  ASSERT_TRUE(array);
+  ASSERT_EQ(array->items.size(), 5u);
+  for (std::size_t i = 0; i < 2; ++i) {
+    SCOPED_TRACE(i);
+    const auto item = objectAs<KSScheduledItem>(array->items[i]);
+    ASSERT_TRUE(item);
+    EXPECT_EQ(item->description(), "Nightly");
+    EXPECT_EQ(item->scheduleType(), 7);
+  }
+  const auto text = objectAs<String>(array->items[2]);
+  ASSERT_TRUE(text);
+  EXPECT_EQ(text->text, "Nightly");
+  const auto number = objectAs<Number>(array->items[3]);
+  ASSERT_TRUE(number);
+  EXPECT_EQ(number->intValue(), 7);
+  const auto dictionary = objectAs<Dictionary>(array->items[4]);
+  ASSERT_TRUE(dictionary);
+  ASSERT_EQ(dictionary->entries.size(), 2u);
+  EXPECT_EQ(dictionary->get("descriptionkey"), array->items[2]);
+  EXPECT_EQ(dictionary->get("scheduleTypekey"), array->items[3]);
+}
+
+// Broken item contents fail with the offset where the reading stopped.
+TEST(ScheduledItemCodingTest, BrokenDictionariesFailWithAnOffset) {
+  auto archive = Dictionary::make(true);
+  archive->set("descriptionkey", String::make("Nightly"));
+  archive->set("scheduleTypekey", Number::fromInt32(7));
+  const std::string bytes = itemArchive(archive);
+  const std::size_t cuts[] = {bytes.size() - 1, bytes.size() - 5, bytes.size() - 12, bytes.size() - 30};
+  for (std::size_t cut : cuts) {
+    SCOPED_TRACE(cut);
+    auto decoded = Unarchiver::unarchiveRootObject(bytes.substr(0, cut), scheduleClassRegistry(fixedClock()));
+    ASSERT_FALSE(decoded);
+    ASSERT_TRUE(decoded.error().offset);
+    EXPECT_LE(*decoded.error().offset, cut);
+  }
+}
+
 }  // namespace
 }  // namespace halyard
