@@ -209,12 +209,16 @@ TEST(ScheduledItemCodingTest, ValuesReadInPlaceAreMadeWhenReferredToLater) {
   archive->set("scheduleTypekey", type);
   auto itemOf = [&] { return std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
                                                               std::vector<Group>{{"@", {{"@", archive}}}}); };
-  const std::string bytes = Archiver::archivedData(Array::make({itemOf(), itemOf(), description, type, archive}));
+  // The first key is the archive's first string: its contents introduce the
+  // type string "+", which reading it again must not add twice.
+  const ObjectRef firstKey = archive->entries.front().first;
+  const std::string bytes =
+      Archiver::archivedData(Array::make({itemOf(), itemOf(), description, type, archive, firstKey, description}));
   auto root = Unarchiver::unarchiveRootObject(bytes, scheduleClassRegistry(fixedClock()));
   ASSERT_TRUE(root) << root.error().describe();
   const auto array = objectAs<Array>(*root);
   ASSERT_TRUE(array);
-  ASSERT_EQ(array->items.size(), 5u);
+  ASSERT_EQ(array->items.size(), 7u);
   for (std::size_t i = 0; i < 2; ++i) {
     SCOPED_TRACE(i);
     const auto item = objectAs<KSScheduledItem>(array->items[i]);
@@ -233,6 +237,10 @@ TEST(ScheduledItemCodingTest, ValuesReadInPlaceAreMadeWhenReferredToLater) {
   ASSERT_EQ(dictionary->entries.size(), 2u);
   EXPECT_EQ(dictionary->get("descriptionkey"), array->items[2]);
   EXPECT_EQ(dictionary->get("scheduleTypekey"), array->items[3]);
+  EXPECT_EQ(dictionary->entries.front().first, array->items[5]);
+  ASSERT_TRUE(objectAs<String>(array->items[5]));
+  EXPECT_EQ(objectAs<String>(array->items[5])->text, "descriptionkey");
+  EXPECT_EQ(array->items[6], array->items[2]);
 }
 
 // Broken item contents fail with the offset where the reading stopped.
