@@ -4,17 +4,12 @@
 // a later reference to it finds it, made then.
 
 #include "foundation/type_encoding.h"
+#include "foundation/typedstream_format.h"
 #include "foundation/unarchiver.h"
 
 namespace halyard {
-namespace {
 
-constexpr std::int8_t kTagNew = -124;  // 0x84
-constexpr std::int8_t kTagNil = -123;  // 0x85
-constexpr std::int8_t kSmallestLiteral = -110;
-constexpr std::int64_t kReferenceBias = 110;
-
-}  // namespace
+using namespace typedstream;
 
 Unarchiver::Shape Unarchiver::shapeOfClass(std::string_view className) {
   using namespace std::string_view_literals;
