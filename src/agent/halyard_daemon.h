@@ -27,6 +27,7 @@
 #include "agent/notification_bus.h"
 #include "agent/notification_monitor.h"
 #include "agent/preferences.h"
+#include "agent/rules/exactly_once.h"
 #include "agent/scheduled_items.h"
 #include "agent/status_item_host.h"
 #include "agent/timings.h"
@@ -46,6 +47,7 @@ struct AgentPaths {
   std::string scheduleFile;       // <USER_PATH>/ScheduleData.sched
   std::string launchPathFile;     // <GLOBAL_APP_SUPPORT_PATH>/<LAUNCHPATH_NAME>
   std::string volumesRoot;        // where bare volume names are mounted
+  std::string savedCheckFile;     // the last check kept across restarts; empty: none
   std::vector<std::string> applicationPaths{"/usr/bin/halyard", "/usr/local/bin/halyard"};
   std::vector<std::string> dataDirs;  // searched for applications/halyard.desktop
   // The installed wake tool template and where privileged copies may lie.
@@ -167,6 +169,11 @@ class HalyardDaemon {
 
  private:
   void runCheck(HeartbeatMode mode);
+  // A calendar check (new or missed) in the mode the preferences choose.
+  bool runCalendarCheck(HeartbeatMode mode, const std::optional<ScheduledItems>& items, ScheduledItems* due);
+  // With catch-up on: the saved last check taken up at start, and kept after each check.
+  void takeUpSavedCheck();
+  void saveCheck();
   // The mounted-volume check: probing runs in the background, the due items
   // are launched on the event loop when it is done.
   void startMountedVolumeCheck(TimeInterval started, std::optional<ScheduledItems> items,
@@ -196,6 +203,7 @@ class HalyardDaemon {
   std::optional<TimeInterval> _lastCheckDate;
   bool _schedulerActive = true;
   bool _awokeFromSleep = false;
+  ExactlyOnceWindow exactlyOnce_;
 
   TimeInterval startedAt_;
   HeartbeatMode lastCheckMode_ = HeartbeatMode::None;
