@@ -72,6 +72,25 @@ TEST_F(OptInSchedulingTest, ARestartedAgentCatchesUpWhatPassedWhileItWasStopped)
   }
 }
 
+TEST_F(OptInSchedulingTest, TheMenuShowsTheNextHandOverOfTheMode) {
+  // A new item: weekdays, no day of month, so no run date, yet the minute
+  // check hands it over on weekdays.
+  auto weekdays = makeItem("weekdays", 9, 45, 5);
+  weekdays->setScheduledDaysOfMonth(std::string(31, '0'));
+  writeSchedule(path("ScheduleData.sched"), {weekdays});
+  clock_.setCivil(2026, 3, 4, 9, 0, 0);
+  for (const bool exactlyOnce : {false, true}) {
+    SCOPED_TRACE(exactlyOnce);
+    preferences_->setBool(prefs::kExactlyOnceScheduling, exactlyOnce);
+    makeDaemon();
+    const StatusMenuModel model = daemon_->menuNeedsUpdate();
+    ASSERT_EQ(model.nextRun.size(), exactlyOnce ? 2u : 1u);
+    if (exactlyOnce) {
+      EXPECT_EQ(model.nextRun[0].title, "weekdays");
+    }
+  }
+}
+
 TEST_F(OptInSchedulingTest, ADamagedSavedCheckIsIgnored) {
   preferences_->setBool(prefs::kCatchUpMissedRuns, true);
   QDir().mkpath(QString::fromStdString(path("state")));
