@@ -47,12 +47,13 @@ struct AgentPaths {
   std::string scheduleFile;       // <USER_PATH>/ScheduleData.sched
   std::string launchPathFile;     // <GLOBAL_APP_SUPPORT_PATH>/<LAUNCHPATH_NAME>
   std::string volumesRoot;        // where bare volume names are mounted
-  std::string savedCheckFile;     // the last check kept across restarts; empty: none
   std::vector<std::string> applicationPaths{"/usr/bin/halyard", "/usr/local/bin/halyard"};
   std::vector<std::string> dataDirs;  // searched for applications/halyard.desktop
   // The installed wake tool template and where privileged copies may lie.
   std::string helperToolTemplate = kHelperToolTemplatePath;
   HelperToolFolders helperToolFolders = {};
+  // The last check kept across restarts (catch-up); empty: none.
+  std::string savedCheckFile = {};
 
   // The paths of this user's session, from the strings table and the environment.
   static AgentPaths forCurrentUser();
