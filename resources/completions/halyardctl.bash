@@ -3,14 +3,14 @@ _halyardctl() {
     local cur prev words cword
     _init_completion || return
 
-    local commands="schedule status volumes watch notify serve-app dump fs help"
+    local commands="schedule status volumes watch notify serve-app dump fs why simulate config help"
     if [[ $cword -eq 1 ]]; then
         COMPREPLY=($(compgen -W "$commands --version --help" -- "$cur"))
         return
     fi
 
     case $prev in
-        --file|--document)
+        --file|--document|--schedule|--schedule-json|--events)
             _filedir
             return ;;
         --type)
@@ -24,11 +24,22 @@ _halyardctl() {
     case ${words[1]} in
         schedule)
             if [[ $cword -eq 2 ]]; then
-                COMPREPLY=($(compgen -W "list show add edit remove enable disable next" -- "$cur"))
+                COMPREPLY=($(compgen -W "list show add edit remove enable disable next import export" -- "$cur"))
             else
                 COMPREPLY=($(compgen -W "--file --json --count --description --document --type
                     --start-date --active --inactive --months --days-of-month --days-of-week
                     --hours --minutes" -- "$cur"))
+            fi ;;
+        why)
+            COMPREPLY=($(compgen -W "--at --file" -- "$cur")) ;;
+        simulate)
+            COMPREPLY=($(compgen -W "--from --to --tz --schedule --schedule-json --events --beat-fraction
+                --check-cost --all-checks --exactly-once --catch-up" -- "$cur")) ;;
+        config)
+            if [[ $cword -eq 2 ]]; then
+                COMPREPLY=($(compgen -W "exactly-once catch-up" -- "$cur"))
+            else
+                COMPREPLY=($(compgen -W "on off" -- "$cur"))
             fi ;;
         volumes)
             if [[ $cword -eq 2 ]]; then

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "agent/desktop_entry.h"
+#include "agent/saved_check.h"
 #include "foundation/log_sink.h"
 #include "foundation/strings_table.h"
 #include "schedule/schedule_file.h"
@@ -17,6 +18,7 @@ AgentPaths AgentPaths::forCurrentUser() {
       expandUserFolder(localizedString("GLOBAL_APP_SUPPORT_PATH")) + "/" + localizedString("LAUNCHPATH_NAME");
   const char* user = std::getenv("USER");
   paths.volumesRoot = std::string("/media/") + (user ? user : "");
+  paths.savedCheckFile = savedCheckPath();
   paths.dataDirs = xdgDataDirs();
   paths.helperToolFolders = HelperToolFolders::forCurrentUser();
   return paths;
@@ -38,6 +40,36 @@ HalyardDaemon::HalyardDaemon(DaemonEnvironment environment)
     env_.preferences.setBool(prefs::kSchedulerActive, true);
   }
   (void)loadItems();  // proves the schedule readable early; the result is not kept
+  takeUpSavedCheck();
+}
+
+void HalyardDaemon::takeUpSavedCheck() {
+  if (env_.paths.savedCheckFile.empty() || !env_.preferences.boolForKey(prefs::kCatchUpMissedRuns)) return;
+  const auto saved = readSavedCheck(env_.paths.savedCheckFile);
+  if (!saved) return;
+  // The first beat then sees the time the agent was away as a gap.
+  _lastCheckDate = saved->lastCheckDate;
+  exactlyOnce_.setCovered(saved->coveredMinute);
+}
+
+void HalyardDaemon::saveCheck() {
+  if (env_.paths.savedCheckFile.empty() || !_lastCheckDate || !env_.preferences.boolForKey(prefs::kCatchUpMissedRuns)) {
+    return;
+  }
+  if (auto saved = writeSavedCheck(env_.paths.savedCheckFile, {*_lastCheckDate, exactlyOnce_.covered()}); !saved) {
+    logLine("<Error:> " + saved.error().describe(), LogPriority::Error);
+  }
+}
+
+bool HalyardDaemon::runCalendarCheck(HeartbeatMode mode, const std::optional<ScheduledItems>& items,
+                                     ScheduledItems* due) {
+  if (env_.preferences.boolForKey(prefs::kExactlyOnceScheduling)) {
+    *due = exactlyOnce_.check(items.value_or(ScheduledItems{}), env_.clock.now(), env_.clock.zone(),
+                              _schedulerActive && items);
+    return !due->empty();
+  }
+  if (mode == HeartbeatMode::Missed) return checkForMissedJobs(items, _lastCheckDate, due);
+  return checkForNewJobs(items, due);
 }
 
 HalyardDaemon::~HalyardDaemon() { env_.bus.removeObserver(this); }
@@ -89,10 +121,9 @@ void HalyardDaemon::runCheck(HeartbeatMode mode) {
   switch (mode) {
     case HeartbeatMode::Missed:
       _awokeFromSleep = false;
-      added = checkForMissedJobs(items, _lastCheckDate, &due);
-      break;
+      [[fallthrough]];
     case HeartbeatMode::New:
-      added = checkForNewJobs(items, &due);
+      added = runCalendarCheck(mode, items, &due);
       break;
     case HeartbeatMode::MountedVolume:
       startMountedVolumeCheck(started, std::move(items), std::move(_notifyMonitor->mountedVolumes()));
@@ -103,6 +134,7 @@ void HalyardDaemon::runCheck(HeartbeatMode mode) {
   }
   _lastCheckDate = env_.clock.now();
   lastCheckMode_ = mode;
+  saveCheck();
   // The mounted-volume check is timed when its probing is done.
   if (mode != HeartbeatMode::MountedVolume) timings_.checkDuration.record(*_lastCheckDate, *_lastCheckDate - started);
   if (added) launchJobs(due);

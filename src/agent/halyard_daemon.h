@@ -27,6 +27,7 @@
 #include "agent/notification_bus.h"
 #include "agent/notification_monitor.h"
 #include "agent/preferences.h"
+#include "agent/rules/exactly_once.h"
 #include "agent/scheduled_items.h"
 #include "agent/status_item_host.h"
 #include "agent/timings.h"
@@ -51,6 +52,8 @@ struct AgentPaths {
   // The installed wake tool template and where privileged copies may lie.
   std::string helperToolTemplate = kHelperToolTemplatePath;
   HelperToolFolders helperToolFolders = {};
+  // The last check kept across restarts (catch-up); empty: none.
+  std::string savedCheckFile = {};
 
   // The paths of this user's session, from the strings table and the environment.
   static AgentPaths forCurrentUser();
@@ -172,6 +175,11 @@ class HalyardDaemon {
 
  private:
   void runCheck(HeartbeatMode mode);
+  // A calendar check (new or missed) in the mode the preferences choose.
+  bool runCalendarCheck(HeartbeatMode mode, const std::optional<ScheduledItems>& items, ScheduledItems* due);
+  // With catch-up on: the saved last check taken up at start, and kept after each check.
+  void takeUpSavedCheck();
+  void saveCheck();
   // The mounted-volume check: probing runs in the background, the due items
   // are launched on the event loop when it is done.
   void startMountedVolumeCheck(TimeInterval started, std::optional<ScheduledItems> items,
@@ -213,6 +221,7 @@ class HalyardDaemon {
   std::optional<TimeInterval> _lastCheckDate;
   bool _schedulerActive = true;
   bool _awokeFromSleep = false;
+  ExactlyOnceWindow exactlyOnce_;
 
   TimeInterval startedAt_;
   HeartbeatMode lastCheckMode_ = HeartbeatMode::None;

@@ -27,7 +27,8 @@ StatusMenuModel HalyardDaemon::menuNeedsUpdate() {
                               .now = env_.clock.now(),
                               .zone = env_.clock.zone(),
                               .dateFormat = preferredDateFormatter(),
-                              .fileExists = fileExists});
+                              .fileExists = fileExists,
+                              .byMinuteCheck = env_.preferences.boolForKey(prefs::kExactlyOnceScheduling)});
 }
 
 const std::string& HalyardDaemon::stdTimeFormat() {

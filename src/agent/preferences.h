@@ -14,6 +14,9 @@ namespace prefs {
 inline constexpr char kSchedulerActive[] = "SchedulerActivePrefKey";
 inline constexpr char kShowStatusMenu[] = "ShowStatusMenuPrefKey";
 inline constexpr char kWakeSystemToSynch[] = "prefWakeSystemToSynchKey";
+// Beyond the main application's keys, both off unless the user turns them on.
+inline constexpr char kExactlyOnceScheduling[] = "ExactlyOnceSchedulingPrefKey";
+inline constexpr char kCatchUpMissedRuns[] = "CatchUpMissedRunsPrefKey";
 }  // namespace prefs
 
 class Preferences {

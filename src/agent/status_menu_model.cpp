@@ -1,6 +1,7 @@
 #include "agent/status_menu_model.h"
 
 #include "foundation/strings_table.h"
+#include "schedule/minute_check.h"
 
 namespace halyard::agent {
 
@@ -25,7 +26,7 @@ StatusMenuEntry noneEntry() { return {localizedString("NONE"), false, false, nul
 
 std::vector<StatusMenuEntry> nextRunEntries(const StatusMenuInputs& in) {
   if (!in.items || !in.schedulerActive) return {noneEntry()};
-  const auto next = nextScheduledItemInfo(*in.items, in.now, in.zone);
+  const auto next = nextScheduledItemInfo(*in.items, in.now, in.zone, in.byMinuteCheck);
   if (!next) return {noneEntry()};
   return {{titleOf(*next->item), false, false, nullptr},
           {formatMenuDate(next->date, in.dateFormat, in.zone), false, false, nullptr}};
@@ -47,12 +48,13 @@ std::vector<StatusMenuEntry> documentEntries(const StatusMenuInputs& in) {
 }  // namespace
 
 std::optional<NextScheduledItemInfo> nextScheduledItemInfo(const ScheduledItems& items, TimeInterval now,
-                                                           const cctz::time_zone& zone) {
+                                                           const cctz::time_zone& zone, bool byMinuteCheck) {
   const TimeInterval start = startOfComingMinute(now, zone);
   std::optional<NextScheduledItemInfo> best;
   TimeInterval bestDate = kDistantFuture;
   for (const auto& item : items) {
-    const auto date = item->nextScheduledDateAfter(start, std::nullopt, now, zone);
+    const auto date = byMinuteCheck ? MinuteCheckSearch(*item).next(start, kDistantFuture, zone)
+                                    : item->nextScheduledDateAfter(start, std::nullopt, now, zone);
     if (date && bestDate > *date) {
       bestDate = *date;
       best = NextScheduledItemInfo{*date, item};

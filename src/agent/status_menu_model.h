@@ -36,9 +36,11 @@ struct NextScheduledItemInfo {
 
 // The earliest next run of any item, asked from the start of the coming
 // minute (from `now` itself when it is at second 0). Ties keep the item
-// earlier in the array; absent when no item has a run.
+// earlier in the array; absent when no item has a run. `byMinuteCheck`: the
+// next hand-over by the minute check (the exactly-once mode) instead of the
+// next run date.
 std::optional<NextScheduledItemInfo> nextScheduledItemInfo(const ScheduledItems& items, TimeInterval now,
-                                                           const cctz::time_zone& zone);
+                                                           const cctz::time_zone& zone, bool byMinuteCheck = false);
 
 // One line of a submenu. A document line carries its item; a line without
 // one is information only.
@@ -63,6 +65,7 @@ struct StatusMenuInputs {
   const cctz::time_zone& zone;
   std::string dateFormat;  // a %-directive format, as preferredDateFormatter() gives
   std::function<bool(const std::string& path)> fileExists;
+  bool byMinuteCheck = false;  // the exactly-once mode: next run by the minute check
 };
 
 StatusMenuModel makeStatusMenuModel(const StatusMenuInputs& in);

@@ -18,7 +18,8 @@ int runServeApp(const Arguments&) { return unavailable(); }
 int runWatch(const Arguments&) { return unavailable(); }
 int runNotify(const Arguments&) { return unavailable(); }
 int runStatus(const Arguments&) { return unavailable(); }
-// `why` reads the agent's preferences, which need Qt.
+// `why` and `config` read the agent's preferences, which need Qt.
 int runWhy(const Arguments&) { return unavailable(); }
+int runConfig(const Arguments&) { return unavailable(); }
 
 }  // namespace halyard::tools

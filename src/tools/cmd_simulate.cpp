@@ -24,13 +24,16 @@ using agent::SimulationEvent;
 
 constexpr const char* kUsage =
     "usage: halyardctl simulate --from ISO --to ISO --tz ZONE (--schedule FILE.sched | --schedule-json FILE.json)\n"
-    "                           [--events FILE.jsonl] [--beat-fraction S] [--check-cost S] [--all-checks]\n";
+    "                           [--events FILE.jsonl] [--beat-fraction S] [--check-cost S] [--all-checks]\n"
+    "                           [--exactly-once] [--catch-up]\n";
 
 using Values = std::map<std::string, std::string>;
 
 struct SimulateArguments {
   Values values;
   bool allChecks = false;
+  bool exactlyOnce = false;
+  bool catchUp = false;
 };
 
 Expected<SimulateArguments> parseArguments(const Arguments& args) {
@@ -40,6 +43,10 @@ Expected<SimulateArguments> parseArguments(const Arguments& args) {
   for (std::size_t i = 0; i < args.size(); ++i) {
     if (args[i] == "--all-checks") {
       parsed.allChecks = true;
+    } else if (args[i] == "--exactly-once") {
+      parsed.exactlyOnce = true;
+    } else if (args[i] == "--catch-up") {
+      parsed.catchUp = true;
     } else if (std::find(std::begin(kValued), std::end(kValued), args[i]) != std::end(kValued)) {
       if (i + 1 >= args.size()) return makeError(args[i] + ": missing value");
       parsed.values[args[i]] = args[i + 1];
@@ -107,9 +114,12 @@ Expected<SimulationEvent> parseEvent(std::string_view text, const cctz::time_zon
       {"sleep", {SimulationEvent::Kind::Sleep, "until"}},
       {"clock", {SimulationEvent::Kind::Clock, "to"}},
       {"suspend", {SimulationEvent::Kind::Suspend, nullptr}},
-      {"resume", {SimulationEvent::Kind::Resume, nullptr}}};
+      {"resume", {SimulationEvent::Kind::Resume, nullptr}},
+      {"restart", {SimulationEvent::Kind::Restart, "until"}}};
   const auto found = kind && kind->kind == JsonValue::Kind::String ? kKinds.find(kind->text) : kKinds.end();
-  if (found == kKinds.end()) return makeError("\"event\" must be \"sleep\", \"clock\", \"suspend\" or \"resume\"");
+  if (found == kKinds.end()) {
+    return makeError("\"event\" must be \"sleep\", \"clock\", \"suspend\", \"resume\" or \"restart\"");
+  }
   SimulationEvent event;
   event.kind = found->second.first;
   auto at = eventTime(*line, "at", zone);
@@ -170,6 +180,8 @@ Expected<agent::SimulationOptions> simulationOptions(const SimulateArguments& ar
   agent::SimulationOptions options;
   options.zone = *zone;
   options.allChecks = args.allChecks;
+  options.exactlyOnce = args.exactlyOnce;
+  options.catchUp = args.catchUp;
   auto from = timeOption(values, "--from", *zone);
   if (!from) return from.error();
   auto to = timeOption(values, "--to", *zone);

@@ -9,7 +9,7 @@
 namespace halyard::tools {
 namespace {
 
-constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kPages{{
+constexpr std::array<std::pair<std::string_view, std::string_view>, 11> kPages{{
     {"dump",
      "usage: halyardctl dump FILE\n\n"
      "Prints any archive (a schedule file, a hand-over, a log) as JSON: class\n"
@@ -45,7 +45,8 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kPages{{
      "  halyardctl watch --count 1\n"},
     {"schedule",
      "usage: halyardctl schedule list|show N|add|edit N|remove N|enable N|disable N [options]\n"
-     "       halyardctl schedule next [N] [--count K] [--json]\n\n"
+     "       halyardctl schedule next [N] [--count K] [--json]\n"
+     "       halyardctl schedule import FILE.json | export --json\n\n"
      "Reads and edits the schedule file (default ~/.local/share/Halyard/\n"
      "ScheduleData.sched, or $XDG_DATA_HOME/Halyard); items are numbered from 1.\n\n"
      "options:\n"
@@ -59,7 +60,14 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kPages{{
      "  halyardctl schedule add --description 'Nightly' --document ~/Backup.hsync \\\n"
      "      --type 4 --hours 2 --minutes 30\n"
      "  halyardctl schedule list\n"
-     "  halyardctl schedule next 1 --count 5\n"},
+     "  halyardctl schedule next 1 --count 5\n\n"
+     "`next` lists the minutes at which the agent's minute check will hand the\n"
+     "items over (\"never\" only when no minute can ever be selected); for one\n"
+     "item it adds whether a run missed during a sleep is caught up, and why not.\n"
+     "`export --json` writes the items as a JSON list of {\"description\",\n"
+     "\"active\", \"scheduleType\", \"start\", \"months\", \"daysOfMonth\",\n"
+     "\"daysOfWeek\", \"hours\", \"minutes\"}; `import` adds such items at the end\n"
+     "of the schedule. A bad item names the item and the field (exit status 2).\n"},
     {"notify",
      "usage: halyardctl notify NAME [--state true|false]\n\n"
      "Posts one notification on the session bus, as the main application does.\n\n"
@@ -83,6 +91,49 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kPages{{
      "whether wake-to-sync is on, or off because the RTC cannot wake the machine.\n\n"
      "example:\n"
      "  halyardctl status\n"},
+    {"why",
+     "usage: halyardctl why N [--at ISO] [--file PATH]\n\n"
+     "For item N: its last and next hand-over by the agent's minute check, and\n"
+     "whether the agent hands it over at a moment (now, or --at, a local time\n"
+     "such as 2026-03-08T02:30), naming the rule that decides: the scheduler\n"
+     "suspended, the item inactive, its type, its start date, a set with\n"
+     "nothing or not that value selected, a minute that daylight saving time\n"
+     "skips or repeats, or a volume-mount item's target volumes.\n\n"
+     "examples:\n"
+     "  halyardctl why 1\n"
+     "  halyardctl why 2 --at 2026-11-01T01:30\n"},
+    {"simulate",
+     "usage: halyardctl simulate --from ISO --to ISO --tz ZONE\n"
+     "           (--schedule FILE.sched | --schedule-json FILE.json) [--events FILE.jsonl]\n"
+     "           [--beat-fraction S] [--check-cost S] [--all-checks] [--exactly-once] [--catch-up]\n\n"
+     "Replays the agent's own heartbeat and checks over the period on a\n"
+     "simulated clock in ZONE and prints one JSON line per hand-over:\n"
+     "{\"beat\", \"mode\": \"new\"|\"missed\", \"items\": [descriptions]}; with\n"
+     "--all-checks also the checks that found nothing. Beats fall once a second,\n"
+     "S (default 0.05) after it; a check's last-check date is its beat plus the\n"
+     "check cost (default 0.002). Events, one JSON object a line:\n"
+     "  {\"at\": ISO, \"event\": \"sleep\", \"until\": ISO}   {\"at\": ISO, \"event\": \"clock\", \"to\": ISO}\n"
+     "  {\"at\": ISO, \"event\": \"suspend\"}   {\"at\": ISO, \"event\": \"resume\"}\n"
+     "  {\"at\": ISO, \"event\": \"restart\", \"until\": ISO}  (the agent stopped until then;\n"
+     "  with --catch-up it keeps its last check)\n"
+     "A time without an offset is wall time in ZONE. A year takes about a second.\n\n"
+     "example:\n"
+     "  halyardctl schedule export --json > items.json\n"
+     "  halyardctl simulate --from 2026-01-01T00:00 --to 2027-01-01T00:00 \\\n"
+     "      --tz Europe/Berlin --schedule-json items.json --exactly-once\n"},
+    {"config",
+     "usage: halyardctl config [exactly-once on|off] [catch-up on|off]\n\n"
+     "Shows or sets the agent's opt-in scheduling (both off by default):\n"
+     "exactly-once (\"ExactlyOnceSchedulingPrefKey\") hands every selected local\n"
+     "minute over once: a sleep or a clock moved on is caught up once per item,\n"
+     "an hour that daylight saving time repeats runs once, a skipped hour right\n"
+     "after the change, and a clock set back repeats nothing. catch-up\n"
+     "(\"CatchUpMissedRunsPrefKey\") keeps the last check in\n"
+     "$XDG_STATE_HOME/halyard/last-check and catches up, once per item, what\n"
+     "passed while the agent was not running.\n\n"
+     "examples:\n"
+     "  halyardctl config\n"
+     "  halyardctl config exactly-once on\n"},
 }};
 
 }  // namespace

@@ -19,5 +19,6 @@ int runVolumes(const Arguments& args);
 int runStatus(const Arguments& args);
 int runSimulate(const Arguments& args);
 int runWhy(const Arguments& args);
+int runConfig(const Arguments& args);
 
 }  // namespace halyard::tools

@@ -23,8 +23,9 @@ constexpr Command kCommands[] = {
     {"notify", halyard::tools::runNotify, "notify NAME [--state B]   post a notification (B: true or false)"},
     {"volumes", halyard::tools::runVolumes, "volumes [--json]          mounted volumes; volumes check N: item N's targets"},
     {"status", halyard::tools::runStatus, "status                    the running agent's state and timing"},
-    {"why", halyard::tools::runWhy, "why N [--at ISO]           whether and why the agent hands item N over"},
-    {"simulate", halyard::tools::runSimulate, "simulate --from --to --tz  replay the agent's heartbeat over a period"},
+    {"why", halyard::tools::runWhy, "why N [--at ISO]          whether and why the agent hands item N over"},
+    {"config", halyard::tools::runConfig, "config [NAME on|off]      exactly-once and catch-up scheduling"},
+    {"simulate", halyard::tools::runSimulate, "simulate --from --to --tz replay the agent's heartbeat over a period"},
 };
 
 void printUsage(std::FILE* to) {

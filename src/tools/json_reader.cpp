@@ -176,8 +176,8 @@ class Parser {
       if (auto parsed = parseString(name); !parsed) return parsed;
       skipSpace();
       if (!take(":")) return error("expected ':'");
-      value.members.emplace_back(std::move(name), JsonValue{});
-      return parseValue(value.members.back().second, depth);
+      value.members.push_back(JsonMember{std::move(name), JsonValue{}});
+      return parseValue(value.members.back().value, depth);
     });
   }
 

@@ -6,12 +6,13 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "foundation/expected.h"
 
 namespace halyard::tools {
+
+struct JsonMember;
 
 struct JsonValue {
   enum class Kind { Null, Boolean, Number, String, Array, Object };
@@ -20,10 +21,15 @@ struct JsonValue {
   double number = 0;
   std::string text;                                       // String
   std::vector<JsonValue> elements;                        // Array
-  std::vector<std::pair<std::string, JsonValue>> members;  // Object, in file order
+  std::vector<JsonMember> members;  // Object, in file order
 
   // The member of that name, or null when there is none.
   const JsonValue* member(std::string_view name) const;
+};
+
+struct JsonMember {
+  std::string name;
+  JsonValue value;
 };
 
 // Containers nested deeper than this are refused.

@@ -39,6 +39,7 @@ AgentPaths DaemonFixture::paths() const {
   paths.scheduleFile = path("ScheduleData.sched");
   paths.launchPathFile = path("LaunchPath");
   paths.volumesRoot = path("media");
+  paths.savedCheckFile = path("state/last-check");
   paths.applicationPaths = {path("bin/halyard"), path("local/bin/halyard")};
   paths.dataDirs = {path("data")};
   paths.helperToolTemplate = helperToolTemplate_;

@@ -30,11 +30,12 @@ class BeatGrid {
   bool atSecondZero(Second s) const { return secondOfMinute(beat(s), zone_) == 0; }
   // The first beat at or after `s` whose civil second is 0.
   Second firstMinuteBeat(Second s) const {
-    Second candidate = s + civil::floorMod(-(s + offsetAt(zone_, s)), 60);
+    const Second candidate = s + civil::floorMod(-(s + offsetAt(zone_, s)), 60);
     if (atSecondZero(candidate)) return candidate;
-    for (candidate = s; !atSecondZero(candidate); ++candidate) {
-    }
-    return candidate;
+    // An offset change in between: look second by second.
+    Second second = s;
+    while (!atSecondZero(second)) ++second;
+    return second;
   }
 
  private:
@@ -211,8 +212,9 @@ class Simulator {
     return first == s ? nominations_.take(s) : ScheduledItems{};
   }
 
-  // The next beat that can do anything but nothing, setting the last-check
-  // date as the empty checks at second 0 in between would have set it.
+  // The next beat that can hand anything over or change what the agent knows,
+  // setting the last-check date as the empty checks at second 0 in between
+  // would have set it.
   Second nextVisit(Second s) {
     Second stop = grid_.firstAtOrAfter(options_.to);
     if (eventPending()) stop = std::min(stop, grid_.firstAtOrAfter(events_[nextEvent_].at));
