@@ -17,7 +17,6 @@
 
 namespace halyard::fileservices {
 
-
 // Told after each block written; answers false when the copy must stop as
 // cancelled (-128).
 class CopyProgress {

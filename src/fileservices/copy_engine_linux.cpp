@@ -94,7 +94,8 @@ int copyDurably(const std::string& src, const std::string& dest, const CopyEngin
       (void)removeEntry(destFolder.get(), copier.partialName(), joinPath(parentOf(dest), copier.partialName()), setup,
                         {.clearLocks = true, .makeWritable = true});
     }
-    if (rc != kUserCanceledErr) reportFailure(setup, "could not copy " + src + " to " + dest + ": " + std::strerror(rc));
+    if (rc != kUserCanceledErr)
+      reportFailure(setup, "could not copy " + src + " to " + dest + ": " + std::strerror(rc));
     return rc;
   }
   if ((rc = flushFolder(setup, destFolder.get(), parentOf(dest))) != 0) return rc;

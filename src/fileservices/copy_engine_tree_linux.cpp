@@ -118,7 +118,8 @@ int TreeCopier::created(int rc) {
 // another item is not a failure yet: the partial gets another name).
 int TreeCopier::copyNode(const Item& src, const Item& dest, const std::string& relative) {
   const int rc = copyItemAt(src, dest, relative);
-  if (rc != 0 && rc != kUserCanceledErr && (_madeTop || rc != EEXIST)) reportFailure(_setup, "could not copy " + src.path + ": " + std::strerror(rc));
+  if (rc != 0 && rc != kUserCanceledErr && (_madeTop || rc != EEXIST))
+    reportFailure(_setup, "could not copy " + src.path + ": " + std::strerror(rc));
   return rc;
 }
 

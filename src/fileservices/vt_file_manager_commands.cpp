@@ -144,9 +144,11 @@ CommandID VTFileManager::spoolAndWait(const std::function<std::string()>& entry,
     delegate->willWaitForCommand(id);
   }
   const CommandID finished = waitForCommandCompletion(id, 10.0);
-  audit.finish(0, [&] {
-    return std::string(selector) + " errcode: " + std::to_string(lastError()) + " commandID: " + std::to_string(finished);
-  }, false);
+  const auto result = [&] {
+    return std::string(selector) + " errcode: " + std::to_string(lastError()) +
+           " commandID: " + std::to_string(finished);
+  };
+  audit.finish(0, result, false);
   return finished;
 }
 

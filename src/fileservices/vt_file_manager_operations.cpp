@@ -105,10 +105,11 @@ std::string errcodeLine(std::string_view selector, ErrorCode code) {
 
 CommandID VTFileManager::asyncCopyPath(const std::string& src, const std::string& dest, bool preserveComments,
                                        std::shared_ptr<ProgressDelegate> delegate) {
-  return spoolAndWait([&] {
+  const auto entry = [&] {
     return "asyncCopyPath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) +
            " preserveComments:" + auditBool(preserveComments);
-  }, "asyncCopyPath:toPath:preserveComments:", &VTFileManager::copyPathThreadedCommand,
+  };
+  return spoolAndWait(entry, "asyncCopyPath:toPath:preserveComments:", &VTFileManager::copyPathThreadedCommand,
                       pathArguments(src, &dest, preserveComments), std::move(delegate));
 }
 
@@ -153,10 +154,11 @@ ErrorCode VTFileManager::copyPathHandler(const std::string& src, const std::stri
 
 CommandID VTFileManager::asyncMovePath(const std::string& src, const std::string& dest, bool preserveComments,
                                        std::shared_ptr<ProgressDelegate> delegate) {
-  return spoolAndWait([&] {
+  const auto entry = [&] {
     return "asyncMovePath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) +
            " preserveComments:" + auditBool(preserveComments);
-  }, "asyncMovePath:toPath:preserveComments:", &VTFileManager::movePathThreadedCommand,
+  };
+  return spoolAndWait(entry, "asyncMovePath:toPath:preserveComments:", &VTFileManager::movePathThreadedCommand,
                       pathArguments(src, &dest, preserveComments), std::move(delegate));
 }
 

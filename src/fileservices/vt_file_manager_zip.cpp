@@ -36,16 +36,17 @@ bool flagArgument(const Dictionary& args, std::string_view key) {
 // ---- move into an archive ----
 
 CommandID VTFileManager::asyncMovePathToZIPArchiveAtPath(const std::string& src, const std::string& archive,
-                                                          bool preserveComments, bool preserveACLs) {
+                                                         bool preserveComments, bool preserveACLs) {
   auto args = Dictionary::make(true);
   args->set(kSrcPathKey, String::make(src));
   args->set(kDestPathKey, String::make(archive));
   args->set(kCommentsKey, Number::fromBool(preserveComments));
   args->set(kACLsKey, Number::fromBool(preserveACLs));
-  return spoolAndWait([&] {
+  const auto entry = [&] {
     return "asyncMovePath:" + auditQuoted(src) + " toZIPArchiveAtPath:" + auditQuoted(archive) +
            " preserveComments:" + auditBool(preserveComments) + " preserveACLs:" + auditBool(preserveACLs);
-  }, "asyncMovePath:toZIPArchiveAtPath:preserveComments:preserveACLs:",
+  };
+  return spoolAndWait(entry, "asyncMovePath:toZIPArchiveAtPath:preserveComments:preserveACLs:",
                       &VTFileManager::movePathToZIPArchiveThreadedCommand, args, nullptr);
 }
 
@@ -79,10 +80,11 @@ CommandID VTFileManager::asyncExtractFile(const std::string& name, const std::st
   args->set(kSrcPathKey, String::make(archive));
   if (dest) args->set(kDestPathKey, String::make(*dest));
   args->set(kMetadataKey, Number::fromBool(applyMetadata));
-  return spoolAndWait([&] {
+  const auto entry = [&] {
     return "asyncExtractFile:" + auditQuoted(name) + " fromZIPArchiveAtPath:" + auditQuoted(archive) +
            " toPath:" + auditQuoted(dest.value_or("(null)")) + " applyMetadata:" + auditBool(applyMetadata);
-  }, "asyncExtractFile:fromZIPArchiveAtPath:toPath:applyMetadata:",
+  };
+  return spoolAndWait(entry, "asyncExtractFile:fromZIPArchiveAtPath:toPath:applyMetadata:",
                       &VTFileManager::extractFileFromZIPArchiveThreadedCommand, args, nullptr);
 }
 

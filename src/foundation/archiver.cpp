@@ -99,23 +99,22 @@ void Archiver::writeReference(std::size_t number) {
   writeInteger(static_cast<std::int64_t>(number) - kReferenceBias);
 }
 
+bool Archiver::writeKnownReference(const std::unordered_map<std::string, std::size_t>& table, std::string_view s) {
+  auto found = table.find(std::string(s));
+  if (found == table.end()) return false;
+  writeReference(found->second);
+  return true;
+}
+
 void Archiver::writeSharedString(std::string_view s) {
-  auto found = sharedStrings_.find(std::string(s));
-  if (found != sharedStrings_.end()) {
-    writeReference(found->second);
-    return;
-  }
+  if (writeKnownReference(sharedStrings_, s)) return;
   writeByte(tagByte(kTagNew));
   writeRawString(s);
   sharedStrings_.emplace(std::string(s), sharedStrings_.size());
 }
 
 void Archiver::writeCString(std::string_view s) {
-  auto found = cStrings_.find(std::string(s));
-  if (found != cStrings_.end()) {
-    writeReference(found->second);
-    return;
-  }
+  if (writeKnownReference(cStrings_, s)) return;
   writeByte(tagByte(kTagNew));
   cStrings_.emplace(std::string(s), nextObjectNumber_++);
   writeSharedString(s);

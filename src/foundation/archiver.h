@@ -54,6 +54,9 @@ class Archiver {
   void writeReal(double v, bool isFloat);
   void writeRawString(std::string_view s);
   void writeReference(std::size_t number);
+  // Writes the reference to `s` when `table` already numbers it; false when
+  // `s` is new there.
+  bool writeKnownReference(const std::unordered_map<std::string, std::size_t>& table, std::string_view s);
   void writeSharedString(std::string_view s);
   void writeCString(std::string_view s);
   void writeClassChain(const ClassChain& chain);

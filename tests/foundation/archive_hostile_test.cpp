@@ -17,36 +17,39 @@ using namespace std::literals;
 // 0x92 (-110) to 0x7f is a small integer in place, 0x92 also reference 0;
 // 0x81/0x82/0x87 lead 2/4/8-byte integers, 0x84 something new, 0x85 nil,
 // 0x86 the end of an object.
-const std::string kHeader = "\x04"s             // the format version, 4
-                            "\x0b"              // the signature's length, 11
-                            "streamtyped"       // the signature
-                            "\x81\xe8\x03"s;    // the system version, 1000, as a 2-byte integer
+const std::string kHeader =
+    "\x04"s                                     // the format version, 4
+    "\x0b"                                      // the signature's length, 11
+    "streamtyped"                               // the signature
+    "\x81\xe8\x03"s;                            // the system version, 1000, as a 2-byte integer
 const std::string kObjectGroup = "\x84\x01@"s;  // a group of type "@" (new shared string 0: "@")
-const std::string kNewArrayObject = "\x84"s     // a new object (object entry 0)
-                                    "\x84"      // of a new class (entry 1)
-                                    "\x84\x07"  // named by a new shared string of 7 bytes
-                                    "NSArray"   //   "NSArray"
-                                    "\x00"      // class version 0
-                                    "\x85"s;    // no superclass
-const std::string kIntGroup = "\x84\x01i"s;     // a group of type "i", the array's count
+const std::string kNewArrayObject =
+    "\x84"s                                  // a new object (object entry 0)
+    "\x84"                                   // of a new class (entry 1)
+    "\x84\x07"                               // named by a new shared string of 7 bytes
+    "NSArray"                                //   "NSArray"
+    "\x00"                                   // class version 0
+    "\x85"s;                                 // no superclass
+const std::string kIntGroup = "\x84\x01i"s;  // a group of type "i", the array's count
 
 std::string nested(std::size_t depth) {
   // `depth` arrays, each holding the next.
   std::string bytes = kHeader + kObjectGroup +
-                      "\x84"s                  // a new object (entry 0)
-                      "\x84\x84\x07NSArray"    // of a new class NSArray (entry 1, string 1)
-                      "\x00"                   // version 0
-                      "\x84\x84\x08NSObject"   // whose superclass is a new class NSObject (entry 2, string 2)
-                      "\x00"                   // version 0
-                      "\x85"s +                // with no superclass
-                      "\x84\x01i"s             // a group "i" (string 3)
-                      "\x01"s;                 // count 1
+                      "\x84"s                 // a new object (entry 0)
+                      "\x84\x84\x07NSArray"   // of a new class NSArray (entry 1, string 1)
+                      "\x00"                  // version 0
+                      "\x84\x84\x08NSObject"  // whose superclass is a new class NSObject (entry 2, string 2)
+                      "\x00"                  // version 0
+                      "\x85"s +               // with no superclass
+                      "\x84\x01i"s            // a group "i" (string 3)
+                      "\x01"s;                // count 1
   for (std::size_t i = 1; i < depth; ++i) {
-    bytes += "\x92"s    // a group of type string 0, "@"
-             "\x84"     // a new object
-             "\x93"     // of class entry 1, NSArray
-             "\x95"     // a group of type string 3, "i"
-             "\x01"s;   // count 1, and so on inside
+    bytes +=
+        "\x92"s   // a group of type string 0, "@"
+        "\x84"    // a new object
+        "\x93"    // of class entry 1, NSArray
+        "\x95"    // a group of type string 3, "i"
+        "\x01"s;  // count 1, and so on inside
   }
   return bytes;
 }
@@ -61,36 +64,33 @@ std::vector<BadArchive> badArchives() {
   return {
       {"empty", "", "end of data"},
       {"wrong magic",
-       "\x04"s              // version 4
-       "\x0b"               // 11 bytes
-       "streamtypex"        // not the signature
-       "\x81\xe8\x03"s,     // system version 1000
+       "\x04"s           // version 4
+       "\x0b"            // 11 bytes
+       "streamtypex"     // not the signature
+       "\x81\xe8\x03"s,  // system version 1000
        "streamtyped"},
       {"big-endian",
-       "\x04"s              // version 4
-       "\x0b"               // 11 bytes
-       "typedstream"        // the signature a big-endian writer leaves
-       "\x81\x03\xe8"s,     // system version 1000, big-endian
+       "\x04"s           // version 4
+       "\x0b"            // 11 bytes
+       "typedstream"     // the signature a big-endian writer leaves
+       "\x81\x03\xe8"s,  // system version 1000, big-endian
        "big-endian"},
       {"wrong version",
-       "\x03"s              // version 3
-       "\x0b"               // 11 bytes
-       "streamtyped"        // the signature
-       "\x81\xe8\x03"s,     // system version 1000
+       "\x03"s           // version 3
+       "\x0b"            // 11 bytes
+       "streamtyped"     // the signature
+       "\x81\xe8\x03"s,  // system version 1000
        "version"},
       {"unknown type code",
-       kHeader +
-           "\x84\x01z"s     // a group of type "z", which no type is
-           "\x01"s,         // a value for it
+       kHeader + "\x84\x01z"s  // a group of type "z", which no type is
+                 "\x01"s,      // a value for it
        "unknown type code"},
       {"reference to an object not yet defined",
-       kHeader + kObjectGroup +
-           "\x99"s,         // object reference 7, with no object yet
+       kHeader + kObjectGroup + "\x99"s,  // object reference 7, with no object yet
        "not yet defined"},
       {"reference to a string not yet defined",
-       kHeader +
-           "\x95"s          // a group type by reference to shared string 3, with no string yet
-           "\x01"s,         // a value
+       kHeader + "\x95"s   // a group type by reference to shared string 3, with no string yet
+                 "\x01"s,  // a value
        "not yet defined"},
       {"count of 2^31",
        kHeader + kObjectGroup + kNewArrayObject + kIntGroup +
@@ -105,62 +105,57 @@ std::vector<BadArchive> badArchives() {
            "\x81\x00\x10"s,  // count 4096 as a 2-byte integer, and no elements follow
        "ends after"},
       {"string longer than the data",
-       kHeader +
-           "\x84\x01+"s            // a group of type "+", an unshared string
-           "\x82\x00\x00\x00\x40"s,  // of length 2^30, and no bytes follow
+       kHeader + "\x84\x01+"s              // a group of type "+", an unshared string
+                 "\x82\x00\x00\x00\x40"s,  // of length 2^30, and no bytes follow
        "past the end"},
       {"byte array longer than the data",
-       kHeader +
-           "\x84\x0d"s           // a group type of 13 bytes:
-           "[2147483647c]",      //   2^31-1 chars, and no bytes follow
+       kHeader + "\x84\x0d"s       // a group type of 13 bytes:
+                 "[2147483647c]",  //   2^31-1 chars, and no bytes follow
        "past the end"},
       {"array of empty structs",
-       kHeader +
-           "\x84\x0e"s           // a group type of 14 bytes:
-           "[999999999{=}]",     //   a billion structs that take no bytes
+       kHeader + "\x84\x0e"s        // a group type of 14 bytes:
+                 "[999999999{=}]",  //   a billion structs that take no bytes
        "exceeds"},
       {"type nested too deeply",
-       kHeader +
-           "\x84\x28"s +         // a group type of 40 bytes:
+       kHeader + "\x84\x28"s +    // a group type of 40 bytes:
            std::string(40, '['),  //   40 opening brackets
        "nested too deeply"},
       {"nesting 100,000 deep", nested(100000), "nested too deeply"},
       {"class that is its own superclass",
        kHeader + kObjectGroup +
-           "\x84"s               // a new object (entry 0)
-           "\x84"                // of a new class (entry 1)
-           "\x84\x01X"           // named "X"
-           "\x00"                // version 0
-           "\x93"s,              // whose superclass is entry 1: itself
+           "\x84"s      // a new object (entry 0)
+           "\x84"       // of a new class (entry 1)
+           "\x84\x01X"  // named "X"
+           "\x00"       // version 0
+           "\x93"s,     // whose superclass is entry 1: itself
        "refers back into itself"},
       {"object with a nil class",
        kHeader + kObjectGroup +
-           "\x84"s               // a new object
-           "\x85"s,              // of class nil
+           "\x84"s   // a new object
+           "\x85"s,  // of class nil
        "nil class"},
       {"tag where an integer belongs",
-       kHeader + kIntGroup +
-           "\x86"s,              // the end-of-object tag instead of the integer
+       kHeader + kIntGroup + "\x86"s,  // the end-of-object tag instead of the integer
        "expected an integer"},
       {"number with a struct type",
        kHeader + kObjectGroup +
-           "\x84"s               // a new object
+           "\x84"s                 // a new object
            "\x84\x84\x08NSNumber"  // of a new class NSNumber
-           "\x00"                // version 0
-           "\x85"                // no superclass
-           "\x84\x01*"           // a group of type "*", the number's type code as a C string:
-           "\x84\x84\x04{a=}"s,  //   a new C string "{a=}", a struct
+           "\x00"                  // version 0
+           "\x85"                  // no superclass
+           "\x84\x01*"             // a group of type "*", the number's type code as a C string:
+           "\x84\x84\x04{a=}"s,    //   a new C string "{a=}", a struct
        "numeric"},
       {"class reference to a string entry",
        kHeader + kObjectGroup +
-           "\x84"s               // a new object (entry 0)
-           "\x84\x84\x01X"       // of a new class X (entry 1)
-           "\x00"                // version 0
-           "\x85"                // no superclass
-           "\x86"                // end of the object
-           "\x92"                // a group of type string 0, "@"
-           "\x84"                // a new object
-           "\x92"s,              // whose class is entry 0, an object and not a class
+           "\x84"s          // a new object (entry 0)
+           "\x84\x84\x01X"  // of a new class X (entry 1)
+           "\x00"           // version 0
+           "\x85"           // no superclass
+           "\x86"           // end of the object
+           "\x92"           // a group of type string 0, "@"
+           "\x84"           // a new object
+           "\x92"s,         // whose class is entry 0, an object and not a class
        "class"},
   };
 }

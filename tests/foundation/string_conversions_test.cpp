@@ -39,9 +39,9 @@ TEST(StringConversions, BoolValue) {
     const char* text;
     bool expected;
   } rows[] = {
-      {"YES", true},  {"yes", true},  {"true", true},   {"T", true},    {" \t y", true}, {"1", true},
-      {"-5", true},   {"007", true},  {"+0009", true},  {"NO", false},  {"false", false}, {"0", false},
-      {"000", false}, {"", false},    {"  ", false},    {"0x1", false}, {"no 1", false},  {"+-0", false},
+      {"YES", true},  {"yes", true}, {"true", true},  {"T", true},    {" \t y", true},  {"1", true},
+      {"-5", true},   {"007", true}, {"+0009", true}, {"NO", false},  {"false", false}, {"0", false},
+      {"000", false}, {"", false},   {"  ", false},   {"0x1", false}, {"no 1", false},  {"+-0", false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string("\"") + row.text + "\"");
