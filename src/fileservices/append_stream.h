@@ -26,8 +26,8 @@ class AppendStream {
   bool write(std::string_view bytes);
 
  private:
-  explicit AppendStream(UniqueFd fd) : _fd(std::move(fd)) {}
-  UniqueFd _fd;
+  explicit AppendStream(UniqueFd fd) : fd_(std::move(fd)) {}
+  UniqueFd fd_;
 };
 
 // Makes an empty file at `path`, replacing a file's contents (not a folder).

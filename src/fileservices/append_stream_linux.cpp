@@ -53,7 +53,7 @@ std::unique_ptr<AppendStream> AppendStream::open(const std::string& path) {
 
 AppendStream::~AppendStream() = default;
 
-bool AppendStream::write(std::string_view bytes) { return writeAll(_fd.get(), bytes, 0, true); }
+bool AppendStream::write(std::string_view bytes) { return writeAll(fd_.get(), bytes, 0, true); }
 
 int createEmptyFile(const std::string& path) {
   UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));

@@ -3,44 +3,44 @@
 namespace halyard::fileservices {
 
 void ConditionLock::lock() {
-  std::unique_lock guard(_mutex);
-  _changed.wait(guard, [this] { return !_held; });
-  _held = true;
+  std::unique_lock guard(mutex_);
+  changed_.wait(guard, [this] { return !held_; });
+  held_ = true;
 }
 
 void ConditionLock::lockWhenCondition(int condition) {
-  std::unique_lock guard(_mutex);
-  _changed.wait(guard, [&] { return !_held && _condition == condition; });
-  _held = true;
+  std::unique_lock guard(mutex_);
+  changed_.wait(guard, [&] { return !held_ && condition_ == condition; });
+  held_ = true;
 }
 
 bool ConditionLock::lockWhenCondition(int condition, Clock::time_point deadline) {
-  std::unique_lock guard(_mutex);
-  if (!_changed.wait_until(guard, deadline, [&] { return !_held && _condition == condition; })) return false;
-  _held = true;
+  std::unique_lock guard(mutex_);
+  if (!changed_.wait_until(guard, deadline, [&] { return !held_ && condition_ == condition; })) return false;
+  held_ = true;
   return true;
 }
 
 void ConditionLock::unlock() {
   {
-    std::lock_guard guard(_mutex);
-    _held = false;
+    std::lock_guard guard(mutex_);
+    held_ = false;
   }
-  _changed.notify_all();
+  changed_.notify_all();
 }
 
 void ConditionLock::unlockWithCondition(int condition) {
   {
-    std::lock_guard guard(_mutex);
-    _held = false;
-    _condition = condition;
+    std::lock_guard guard(mutex_);
+    held_ = false;
+    condition_ = condition;
   }
-  _changed.notify_all();
+  changed_.notify_all();
 }
 
 int ConditionLock::condition() const {
-  std::lock_guard guard(_mutex);
-  return _condition;
+  std::lock_guard guard(mutex_);
+  return condition_;
 }
 
 }  // namespace halyard::fileservices

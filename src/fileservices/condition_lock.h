@@ -15,7 +15,7 @@ class ConditionLock {
  public:
   using Clock = std::chrono::steady_clock;
 
-  explicit ConditionLock(int condition = 0) : _condition(condition) {}
+  explicit ConditionLock(int condition = 0) : condition_(condition) {}
   ConditionLock(const ConditionLock&) = delete;
   ConditionLock& operator=(const ConditionLock&) = delete;
 
@@ -29,10 +29,10 @@ class ConditionLock {
   int condition() const;
 
  private:
-  mutable std::mutex _mutex;
-  std::condition_variable _changed;
-  int _condition;
-  bool _held = false;
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  int condition_;
+  bool held_ = false;
 };
 
 }  // namespace halyard::fileservices

@@ -29,7 +29,7 @@ std::string partialPrefixFor(const std::string& destName);
 
 class TreeCopier {
  public:
-  TreeCopier(const CopyEngineSetup& setup, bool lossIsFailure) : _setup(setup), _lossIsFailure(lossIsFailure) {}
+  TreeCopier(const CopyEngineSetup& setup, bool lossIsFailure) : setup_(setup), lossIsFailure_(lossIsFailure) {}
 
   // Copies the source to a new partial in the destination's folder and
   // flushes it to the disk. The partial's name is chosen afresh when another
@@ -39,9 +39,9 @@ class TreeCopier {
   // locked item cannot be renamed.
   int applyTopFlags(int destParentFd, const std::string& destName, const std::string& destPath);
 
-  bool madePartial() const { return _madeTop; }
-  const std::string& partialName() const { return _partialName; }
-  const TreeCount& count() const { return _count; }
+  bool madePartial() const { return madeTop_; }
+  const std::string& partialName() const { return partialName_; }
+  const TreeCount& count() const { return count_; }
 
  private:
   struct Item {
@@ -63,14 +63,14 @@ class TreeCopier {
   int flushPartial(int destParentFd, const std::string& partialPath, const struct stat& st);
   int loss(const std::string& path, const std::string& what);
 
-  const CopyEngineSetup& _setup;
-  const bool _lossIsFailure;
-  bool _madeTop = false;
-  std::string _partialName;
-  int _rootFd = -1;  // the partial folder, while its tree is copied
-  unsigned _topFlags = 0;
-  TreeCount _count;
-  std::map<std::pair<dev_t, ino_t>, std::string> _linked;  // first copy of each hard-linked file
+  const CopyEngineSetup& setup_;
+  const bool lossIsFailure_;
+  bool madeTop_ = false;
+  std::string partialName_;
+  int rootFd_ = -1;  // the partial folder, while its tree is copied
+  unsigned topFlags_ = 0;
+  TreeCount count_;
+  std::map<std::pair<dev_t, ino_t>, std::string> linked_;  // first copy of each hard-linked file
 };
 
 }  // namespace halyard::fileservices

@@ -78,17 +78,17 @@ int TreeCopier::copyToPartial(int srcParentFd, const std::string& srcPath, int d
                               const std::string& destPath) {
   const std::string folder = parentOf(destPath);
   int rc = EEXIST;
-  for (int attempt = 0; attempt < kPartialAttempts && rc == EEXIST && !_madeTop; ++attempt) {
-    _partialName = partialPrefixFor(nameOf(destPath)) + std::to_string(getpid()) + "-" + randomPart();
+  for (int attempt = 0; attempt < kPartialAttempts && rc == EEXIST && !madeTop_; ++attempt) {
+    partialName_ = partialPrefixFor(nameOf(destPath)) + std::to_string(getpid()) + "-" + randomPart();
     // Messages name the item by its final name; the partial is hidden.
-    const Item dest{destParentFd, _partialName, destPath};
-    rc = engineStep(_setup, EngineStep::CreatePartial, joinPath(folder, _partialName));
+    const Item dest{destParentFd, partialName_, destPath};
+    rc = engineStep(setup_, EngineStep::CreatePartial, joinPath(folder, partialName_));
     if (rc == 0) rc = copyNode({srcParentFd, nameOf(srcPath), srcPath}, dest, "");
   }
   if (rc != 0) return rc;
   struct stat st {};
-  if (fstatat(destParentFd, _partialName.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-  return flushPartial(destParentFd, joinPath(folder, _partialName), st);
+  if (fstatat(destParentFd, partialName_.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+  return flushPartial(destParentFd, joinPath(folder, partialName_), st);
 }
 
 // A single file was flushed when it was written; a tree is flushed with one
@@ -96,21 +96,21 @@ int TreeCopier::copyToPartial(int srcParentFd, const std::string& srcPath, int d
 // would make a tree of 10,000 files forty times slower than cp.
 int TreeCopier::flushPartial(int destParentFd, const std::string& partialPath, const struct stat& st) {
   if (S_ISREG(st.st_mode)) return 0;
-  if (int rc = engineStep(_setup, EngineStep::FlushFileSystem, partialPath)) return rc;
+  if (int rc = engineStep(setup_, EngineStep::FlushFileSystem, partialPath)) return rc;
   return syncfs(destParentFd) == 0 ? 0 : errno;
 }
 
 int TreeCopier::applyTopFlags(int destParentFd, const std::string& destName, const std::string& destPath) {
-  if (_topFlags == 0) return 0;
+  if (topFlags_ == 0) return 0;
   UniqueFd item(openat(destParentFd, destName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!item.valid()) return errno;
-  return keepFlags(_topFlags, item.get(), destPath);
+  return keepFlags(topFlags_, item.get(), destPath);
 }
 
 // The first item made is the partial itself: from then on it is this
 // copy's to remove.
 int TreeCopier::created(int rc) {
-  if (rc == 0) _madeTop = true;
+  if (rc == 0) madeTop_ = true;
   return rc;
 }
 
@@ -118,21 +118,21 @@ int TreeCopier::created(int rc) {
 // another item is not a failure yet: the partial gets another name).
 int TreeCopier::copyNode(const Item& src, const Item& dest, const std::string& relative) {
   const int rc = copyItemAt(src, dest, relative);
-  if (rc != 0 && rc != kUserCanceledErr && (_madeTop || rc != EEXIST))
-    reportFailure(_setup, "could not copy " + src.path + ": " + std::strerror(rc));
+  if (rc != 0 && rc != kUserCanceledErr && (madeTop_ || rc != EEXIST))
+    reportFailure(setup_, "could not copy " + src.path + ": " + std::strerror(rc));
   return rc;
 }
 
 int TreeCopier::copyItemAt(const Item& src, const Item& dest, const std::string& relative) {
   struct stat st {};
   if (fstatat(src.dirFd, src.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-  ++_count.items;
+  ++count_.items;
   if (S_ISREG(st.st_mode)) {
-    _count.bytes += st.st_size;
+    count_.bytes += st.st_size;
     if (st.st_nlink > 1 && !relative.empty()) {
-      auto [at, first] = _linked.try_emplace({st.st_dev, st.st_ino}, relative);
+      auto [at, first] = linked_.try_emplace({st.st_dev, st.st_ino}, relative);
       if (!first) {
-        if (linkat(_rootFd, at->second.c_str(), dest.dirFd, dest.name.c_str(), 0) == 0) return 0;
+        if (linkat(rootFd_, at->second.c_str(), dest.dirFd, dest.name.c_str(), 0) == 0) return 0;
         if (errno != EPERM) return errno;
         // A locked or append-only file takes no new links: this name gets
         // a copy of its own, and the link is reported.
@@ -153,24 +153,24 @@ int TreeCopier::copyFile(const Item& src, const Item& dest, const struct stat& s
   if (!S_ISREG(opened.st_mode)) return ENOENT;  // replaced since it was examined
   UniqueFd out(openat(dest.dirFd, dest.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (int rc = created(out.valid() ? 0 : errno)) return rc;
-  if (opened.st_size > static_cast<off_t>(_setup.bufferSize)) posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-  if (int rc = copyFileData(in.get(), out.get(), opened, _setup)) return rc;
+  if (opened.st_size > static_cast<off_t>(setup_.bufferSize)) posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  if (int rc = copyFileData(in.get(), out.get(), opened, setup_)) return rc;
   if (int rc = applyMetadata(in.get(), out.get(), st, dest.path, relative.empty())) return rc;
   if (relative.empty()) {
-    if (int rc = engineStep(_setup, EngineStep::FlushFile, dest.path)) return rc;
+    if (int rc = engineStep(setup_, EngineStep::FlushFile, dest.path)) return rc;
     if (fsync(out.get()) != 0) return errno;
   }
   return closeChecked(out);
 }
 
 int TreeCopier::copyFolder(const Item& src, const Item& dest, const struct stat& st, const std::string& relative) {
-  if (int rc = engineStep(_setup, EngineStep::OpenFolder, src.path)) return rc;
+  if (int rc = engineStep(setup_, EngineStep::OpenFolder, src.path)) return rc;
   UniqueFd in;
   if (int rc = openFolderAt(src.dirFd, src.name, in)) return rc;
   if (int rc = created(mkdirat(dest.dirFd, dest.name.c_str(), S_IRWXU) == 0 ? 0 : errno)) return rc;
   UniqueFd out;
   if (int rc = openFolderAt(dest.dirFd, dest.name, out)) return rc;
-  if (relative.empty()) _rootFd = out.get();
+  if (relative.empty()) rootFd_ = out.get();
   std::vector<std::string> names;
   if (int rc = listFolder(in.get(), names)) return rc;
   for (const std::string& name : names) {
@@ -216,7 +216,7 @@ int TreeCopier::applyMetadata(int srcFd, int destFd, const struct stat& st, cons
   if (futimens(destFd, times) != 0) return errno;
   const unsigned flags = userFlags(srcFd);
   if (top) {
-    _topFlags = flags;
+    topFlags_ = flags;
     return 0;
   }
   return keepFlags(flags, destFd, destPath);
@@ -228,7 +228,7 @@ int TreeCopier::copyAttributes(int srcFd, int destFd, const std::string& destPat
     return errno == ENOTSUP ? 0 : errno;
   }
   static const std::vector<std::string> kNone;
-  const auto& excluded = _setup.excludedAttributes ? *_setup.excludedAttributes : kNone;
+  const auto& excluded = setup_.excludedAttributes ? *setup_.excludedAttributes : kNone;
   std::string value;
   for (std::size_t at = 0; at < names.size();) {
     const std::string name = names.c_str() + at;
@@ -275,11 +275,11 @@ int TreeCopier::keepFlags(unsigned wanted, int destFd, const std::string& destPa
 
 int TreeCopier::loss(const std::string& path, const std::string& what) {
   const std::string text = path + ": could not keep " + what;
-  if (_lossIsFailure) {
-    reportFailure(_setup, text);
+  if (lossIsFailure_) {
+    reportFailure(setup_, text);
     return ENOTSUP;
   }
-  if (_setup.report) _setup.report->losses.push_back(text);
+  if (setup_.report) setup_.report->losses.push_back(text);
   return 0;
 }
 

@@ -42,14 +42,14 @@ void restorePermissionBits(const std::string& path, std::optional<unsigned> bits
 // it goes, on every path out.
 class RaisedPermissions {
  public:
-  explicit RaisedPermissions(std::string path) : _path(std::move(path)), _old(raiseToWritable(_path)) {}
-  ~RaisedPermissions() { restorePermissionBits(_path, _old); }
+  explicit RaisedPermissions(std::string path) : path_(std::move(path)), old_(raiseToWritable(path_)) {}
+  ~RaisedPermissions() { restorePermissionBits(path_, old_); }
   RaisedPermissions(const RaisedPermissions&) = delete;
   RaisedPermissions& operator=(const RaisedPermissions&) = delete;
 
  private:
-  std::string _path;
-  std::optional<unsigned> _old;
+  std::string path_;
+  std::optional<unsigned> old_;
 };
 
 }  // namespace halyard::fileservices

@@ -7,25 +7,25 @@
 namespace halyard::fileservices {
 
 AuditCall::AuditCall(VTFileManager& manager, const Text& entry)
-    : _manager(manager), _audited(manager.auditEnabled()) {
+    : manager_(manager), audited_(manager.auditEnabled()) {
   // _callDepth is changed only on the audit thread, so it needs no lock.
-  if (_audited && ++_manager._callDepth == 1) logLine(auditPrefix() + entry());
-  _manager.setLastError(0);
+  if (audited_ && ++manager_._callDepth == 1) logLine(auditPrefix() + entry());
+  manager_.setLastError(0);
 }
 
 AuditCall::~AuditCall() {
-  if (!_finished) leave(nullptr);
+  if (!finished_) leave(nullptr);
 }
 
 void AuditCall::finish(ErrorCode code, const Text& result, bool recordError) {
-  if (recordError) _manager.setLastError(code);
+  if (recordError) manager_.setLastError(code);
   leave(&result);
 }
 
 void AuditCall::leave(const Text* result) {
-  _finished = true;
-  if (!_audited) return;
-  if (--_manager._callDepth == 0 && result) logLine(auditPrefix() + (*result)());
+  finished_ = true;
+  if (!audited_) return;
+  if (--manager_._callDepth == 0 && result) logLine(auditPrefix() + (*result)());
 }
 
 std::string auditQuoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
@@ -43,12 +43,12 @@ std::string auditPrefix() { return std::string("<FMAudit> ") + VTFileManager::kC
 void auditLine(std::string_view line) { logLine("<FMAudit> " + std::string(line)); }
 
 AuditedBody::AuditedBody(const VTFileManager& manager, std::string_view body)
-    : _audited(manager.auditSwitch()), _body(body) {
-  if (_audited) logLine("<FMAudit> Spawned: " + _body);
+    : audited_(manager.auditSwitch()), body_(body) {
+  if (audited_) logLine("<FMAudit> Spawned: " + body_);
 }
 
 AuditedBody::~AuditedBody() {
-  if (_audited) logLine("<FMAudit> Terminating: " + _body);
+  if (audited_) logLine("<FMAudit> Terminating: " + body_);
 }
 
 }  // namespace halyard::fileservices

@@ -35,9 +35,9 @@ class AuditCall {
  private:
   void leave(const Text* result);
 
-  VTFileManager& _manager;
-  bool _audited;
-  bool _finished = false;
+  VTFileManager& manager_;
+  bool audited_;
+  bool finished_ = false;
 };
 
 // "\"text\"", "YES"/"NO", "%08X": the argument forms of audit lines.
@@ -59,8 +59,8 @@ class AuditedBody {
   AuditedBody& operator=(const AuditedBody&) = delete;
 
  private:
-  bool _audited;
-  std::string _body;
+  bool audited_;
+  std::string body_;
 };
 
 }  // namespace halyard::fileservices

@@ -59,12 +59,12 @@ std::shared_ptr<VTFileManager> VTFileManager::make(std::shared_ptr<const HostIde
 }
 
 VTFileManager::VTFileManager(std::shared_ptr<const HostIdentitySource> identity, VTThreadedCommandPool& pool)
-    : _identity(std::move(identity)), _pool(pool) {}
+    : identity_(std::move(identity)), pool_(pool) {}
 
 VTFileManager::~VTFileManager() { closeAllOpenForks(); }
 
 std::shared_ptr<VTFileManager> VTFileManager::copy() const {
-  auto other = make(_identity, _pool);
+  auto other = make(identity_, pool_);
   std::lock_guard guard(*_threadLock);
   static_cast<VTFileManagerSettings&>(*other) = *this;
   return other;
@@ -107,32 +107,32 @@ std::string VTFileManager::errorMessageForCode(ErrorCode code) const {
 
 std::string VTFileManager::lastErrorDetail() const {
   std::lock_guard guard(*_threadLock);
-  return _lastErrorDetail;
+  return lastErrorDetail_;
 }
 
 std::vector<std::string> VTFileManager::takeMetadataWarnings() {
   std::lock_guard guard(*_threadLock);
-  return std::exchange(_metadataWarnings, {});
+  return std::exchange(metadataWarnings_, {});
 }
 
 bool VTFileManager::isRunningWithRootPrivileges() const { return geteuid() == 0; }
 
 std::optional<std::string> VTFileManager::computerName() const {
-  auto name = _identity->computerName();
+  auto name = identity_->computerName();
   if (name && name->empty()) return std::nullopt;
   return name;
 }
 
-std::string VTFileManager::hostName() const { return hostNameFrom(*_identity); }
+std::string VTFileManager::hostName() const { return hostNameFrom(*identity_); }
 
 void VTFileManager::setVolumeQueries(std::shared_ptr<const VolumeQueries> queries) {
   std::lock_guard guard(*_threadLock);
-  _volumeQueries = std::move(queries);
+  volumeQueries_ = std::move(queries);
 }
 
 std::shared_ptr<const VolumeQueries> VTFileManager::volumeQueries() const {
   std::lock_guard guard(*_threadLock);
-  return _volumeQueries;
+  return volumeQueries_;
 }
 
 std::byte* VTFileManager::copyBufferOfSize(std::uint32_t size) {

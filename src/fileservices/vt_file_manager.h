@@ -57,7 +57,7 @@ struct VTFileManagerSettings {
   bool _auditEnabled = false;
   std::int32_t _callDepth = 0;
   std::thread::id _auditThread;
-  std::shared_ptr<const VolumeQueries> _volumeQueries;
+  std::shared_ptr<const VolumeQueries> volumeQueries_;
 };
 
 class VTFileManager : public std::enable_shared_from_this<VTFileManager>, private VTFileManagerSettings {
@@ -160,7 +160,7 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager>, privat
   std::vector<int> openForkReferences() const;
 
   // Commands on the pool.
-  VTThreadedCommandPool& commandPool() const { return _pool; }
+  VTThreadedCommandPool& commandPool() const { return pool_; }
   std::optional<PropertyValue> getProperty(std::string_view key, CommandID id) const;
   void setProperty(std::string_view key, CommandID id, std::optional<PropertyValue> value);
   void disposeCommand(CommandID id);
@@ -242,14 +242,14 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager>, privat
   std::string uniqueCandidate(std::string& stem, const std::optional<std::string>& extension,
                               std::uint32_t seed, std::uint32_t maxLength) const;
 
-  std::string _lastErrorDetail;
-  std::vector<std::string> _metadataWarnings;
+  std::string lastErrorDetail_;
+  std::vector<std::string> metadataWarnings_;
   std::unique_ptr<std::byte[]> _copyBuffer;
   std::unique_ptr<std::byte[]> _altCopyBuffer;
-  std::mutex _copyBufferInUse;
-  std::shared_ptr<const HostIdentitySource> _identity;
+  std::mutex copyBufferInUse_;
+  std::shared_ptr<const HostIdentitySource> identity_;
   std::shared_ptr<VTUserGroupMapper> _idMappingDelegate;
-  VTThreadedCommandPool& _pool;
+  VTThreadedCommandPool& pool_;
 };
 
 }  // namespace halyard::fileservices

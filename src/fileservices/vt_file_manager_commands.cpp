@@ -25,20 +25,20 @@ std::string idText(CommandID id) { return std::to_string(id); }
 }  // namespace
 
 std::optional<PropertyValue> VTFileManager::getProperty(std::string_view key, CommandID id) const {
-  return _pool.getProperty(key, id);
+  return pool_.getProperty(key, id);
 }
 
 void VTFileManager::setProperty(std::string_view key, CommandID id, std::optional<PropertyValue> value) {
-  _pool.setProperty(key, id, std::move(value));
+  pool_.setProperty(key, id, std::move(value));
 }
 
-void VTFileManager::disposeCommand(CommandID id) { _pool.disposeCommand(id); }
+void VTFileManager::disposeCommand(CommandID id) { pool_.disposeCommand(id); }
 
 ErrorCode VTFileManager::statusForCommand(CommandID id) {
   AuditCall audit(*this, [&] { return "statusForCommand: " + idText(id); });
   ErrorCode status = kCommandNotFinished;
-  if (_pool.getPropertyAs<std::int64_t>(kStateKey, id) == kCommandFinished) {
-    status = static_cast<ErrorCode>(_pool.getPropertyAs<std::int64_t>(kECodeKey, id).value_or(0));
+  if (pool_.getPropertyAs<std::int64_t>(kStateKey, id) == kCommandFinished) {
+    status = static_cast<ErrorCode>(pool_.getPropertyAs<std::int64_t>(kECodeKey, id).value_or(0));
   }
   audit.finish(0, [&] { return "statusForCommand result: " + std::to_string(status); });
   return status;
@@ -47,17 +47,17 @@ ErrorCode VTFileManager::statusForCommand(CommandID id) {
 ObjectRef VTFileManager::resultsForCommand(CommandID id) {
   AuditCall audit(*this, [&] { return "resultsForCommand: " + idText(id); });
   ObjectRef result;
-  if (_pool.getPropertyAs<std::int64_t>(kStateKey, id) == kCommandFinished) {
-    result = _pool.getPropertyAs<ObjectRef>(kResultKey, id).value_or(nullptr);
+  if (pool_.getPropertyAs<std::int64_t>(kStateKey, id) == kCommandFinished) {
+    result = pool_.getPropertyAs<ObjectRef>(kResultKey, id).value_or(nullptr);
   }
   audit.finish(0, [&] { return "resultsForCommand result: " + auditQuoted(result ? "<object>" : "(null)"); });
   return result;
 }
 
 std::int64_t VTFileManager::getAndClearDataCopiedCountForCommand(CommandID id) {
-  std::lock_guard guard(_pool.threadLock());
-  const std::int64_t copied = _pool.getPropertyAs<std::int64_t>(kDCpyKey, id).value_or(0);
-  if (copied != 0) _pool.setProperty(kDCpyKey, id, std::int64_t{0});
+  std::lock_guard guard(pool_.threadLock());
+  const std::int64_t copied = pool_.getPropertyAs<std::int64_t>(kDCpyKey, id).value_or(0);
+  if (copied != 0) pool_.setProperty(kDCpyKey, id, std::int64_t{0});
   return copied;
 }
 
@@ -67,7 +67,7 @@ CommandID VTFileManager::waitForCommandCompletion(CommandID id, double timeLimit
     std::snprintf(limit, sizeof limit, "%1.5f", timeLimit);
     return "waitForCommandCompletion: " + idText(id) + " timeLimit:" + limit;
   });
-  auto latch = _pool.getPropertyAs<std::shared_ptr<ConditionLock>>(kCondKey, id).value_or(nullptr);
+  auto latch = pool_.getPropertyAs<std::shared_ptr<ConditionLock>>(kCondKey, id).value_or(nullptr);
   // A command that is not in the pool has no latch; its tries simply take
   // their full time.
   auto tryLatch = [&] {
@@ -100,14 +100,14 @@ CommandID VTFileManager::waitForCommandCompletion(CommandID id, double timeLimit
     }
     const auto now = Clock::now();
     if (!delegate) {
-      delegate = _pool.getPropertyAs<std::shared_ptr<ProgressDelegate>>(kUIDelKey, id).value_or(nullptr);
+      delegate = pool_.getPropertyAs<std::shared_ptr<ProgressDelegate>>(kUIDelKey, id).value_or(nullptr);
       if (now >= deadline) break;
       continue;
     }
     reportProgress(id, *delegate, now);
-    if (_pool.getPropertyAs<bool>(kPauseKey, id).value_or(false)) {
-      if (delegate->abortFileCopy()) _pool.setProperty(kAbortKey, id, true);
-      if (!delegate->pauseFileCopy()) _pool.setProperty(kPauseKey, id, false);
+    if (pool_.getPropertyAs<bool>(kPauseKey, id).value_or(false)) {
+      if (delegate->abortFileCopy()) pool_.setProperty(kAbortKey, id, true);
+      if (!delegate->pauseFileCopy()) pool_.setProperty(kPauseKey, id, false);
       std::this_thread::sleep_for(kPauseNap);
     }
     if (now >= deadline) break;
@@ -116,18 +116,18 @@ CommandID VTFileManager::waitForCommandCompletion(CommandID id, double timeLimit
 }
 
 void VTFileManager::reportProgress(CommandID id, ProgressDelegate& delegate, PropertyTime now) {
-  std::lock_guard guard(_pool.threadLock());
-  const auto told = _pool.getPropertyAs<PropertyTime>(kTimeKey, id);
-  const std::int64_t copied = _pool.getPropertyAs<std::int64_t>(kDCpyKey, id).value_or(0);
+  std::lock_guard guard(pool_.threadLock());
+  const auto told = pool_.getPropertyAs<PropertyTime>(kTimeKey, id);
+  const std::int64_t copied = pool_.getPropertyAs<std::int64_t>(kDCpyKey, id).value_or(0);
   const bool due = told && now - *told > kReportInterval;
   if (due && copied != 0) {
     if (delegate.completedBlockCopy(copied)) {
-      if (delegate.abortFileCopy()) _pool.setProperty(kAbortKey, id, true);
-      if (delegate.pauseFileCopy()) _pool.setProperty(kPauseKey, id, true);
+      if (delegate.abortFileCopy()) pool_.setProperty(kAbortKey, id, true);
+      if (delegate.pauseFileCopy()) pool_.setProperty(kPauseKey, id, true);
     }
-    _pool.setProperty(kDCpyKey, id, std::int64_t{0});
+    pool_.setProperty(kDCpyKey, id, std::int64_t{0});
   }
-  if (!told || (due && copied != 0)) _pool.setProperty(kTimeKey, id, now);
+  if (!told || (due && copied != 0)) pool_.setProperty(kTimeKey, id, now);
 }
 
 CommandID VTFileManager::spoolAndWait(const std::function<std::string()>& entry, std::string_view selector,
@@ -138,9 +138,9 @@ CommandID VTFileManager::spoolAndWait(const std::function<std::string()>& entry,
   Command command = [self, body](CommandID id) {
     if (auto manager = self.lock()) ((*manager).*body)(id);
   };
-  const CommandID id = _pool.runCommand(std::move(command), std::move(arguments), shared_from_this());
+  const CommandID id = pool_.runCommand(std::move(command), std::move(arguments), shared_from_this());
   if (delegate) {
-    _pool.setProperty(kUIDelKey, id, delegate);
+    pool_.setProperty(kUIDelKey, id, delegate);
     delegate->willWaitForCommand(id);
   }
   const CommandID finished = waitForCommandCompletion(id, 10.0);

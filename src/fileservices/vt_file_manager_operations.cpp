@@ -23,13 +23,13 @@ thread_local bool tCommentsUnwanted = false;
 
 class CommentsUnwanted {
  public:
-  explicit CommentsUnwanted(bool unwanted) : _old(std::exchange(tCommentsUnwanted, unwanted)) {}
-  ~CommentsUnwanted() { tCommentsUnwanted = _old; }
+  explicit CommentsUnwanted(bool unwanted) : old_(std::exchange(tCommentsUnwanted, unwanted)) {}
+  ~CommentsUnwanted() { tCommentsUnwanted = old_; }
   CommentsUnwanted(const CommentsUnwanted&) = delete;
   CommentsUnwanted& operator=(const CommentsUnwanted&) = delete;
 
  private:
-  bool _old;
+  bool old_;
 };
 
 constexpr std::string_view kSrcPathKey = "VTFM_src_path";
@@ -42,19 +42,19 @@ constexpr std::uint32_t kCopyBlockSize = 4 * 1024 * 1024;
 // The pool's progress protocol, spoken by the engine after each block.
 class CommandProgress final : public CopyProgress {
  public:
-  CommandProgress(VTThreadedCommandPool& pool, CommandID id) : _pool(pool), _id(id) {}
+  CommandProgress(VTThreadedCommandPool& pool, CommandID id) : pool_(pool), id_(id) {}
   bool blockCopied(std::int64_t bytes) override {
     {
-      std::lock_guard guard(_pool.threadLock());
-      const std::int64_t copied = _pool.getPropertyAs<std::int64_t>(kDCpyKey, _id).value_or(0);
-      _pool.setProperty(kDCpyKey, _id, copied + bytes);
+      std::lock_guard guard(pool_.threadLock());
+      const std::int64_t copied = pool_.getPropertyAs<std::int64_t>(kDCpyKey, id_).value_or(0);
+      pool_.setProperty(kDCpyKey, id_, copied + bytes);
     }
-    return !_pool.waitWhilePausedOrAborted(_id);
+    return !pool_.waitWhilePausedOrAborted(id_);
   }
 
  private:
-  VTThreadedCommandPool& _pool;
-  CommandID _id;
+  VTThreadedCommandPool& pool_;
+  CommandID id_;
 };
 
 ObjectRef pathArguments(const std::string& src, const std::string* dest, std::optional<bool> comments) {
@@ -114,7 +114,7 @@ CommandID VTFileManager::asyncCopyPath(const std::string& src, const std::string
 }
 
 void VTFileManager::copyPathThreadedCommand(CommandID id) {
-  runPathCommand(*this, _pool, id, "copyPathThreadedCommand",
+  runPathCommand(*this, pool_, id, "copyPathThreadedCommand",
                  [this](const PathArguments& args) { return copyPath(args.src, args.dest, args.comments); });
 }
 
@@ -163,7 +163,7 @@ CommandID VTFileManager::asyncMovePath(const std::string& src, const std::string
 }
 
 void VTFileManager::movePathThreadedCommand(CommandID id) {
-  runPathCommand(*this, _pool, id, "movePathThreadedCommand",
+  runPathCommand(*this, pool_, id, "movePathThreadedCommand",
                  [this](const PathArguments& args) { return movePath(args.src, args.dest, args.comments); });
 }
 
@@ -209,7 +209,7 @@ CommandID VTFileManager::asyncRemoveFileAtPath(const std::string& path, std::sha
 }
 
 void VTFileManager::removeFileAtPathThreadedCommand(CommandID id) {
-  runPathCommand(*this, _pool, id, "removeFileAtPathThreadedCommand",
+  runPathCommand(*this, pool_, id, "removeFileAtPathThreadedCommand",
                  [this](const PathArguments& args) { return removeFileAtPath(args.src); });
 }
 
@@ -226,7 +226,7 @@ ErrorCode VTFileManager::runEngine(const std::function<ErrorCode(const CopyEngin
   // The manager's buffer serves one copy at a time; a copy that finds it in
   // use (the worker and a caller's thread at once) gets a buffer of its own.
   // So does a copied manager, whose recorded size answers no memory.
-  std::unique_lock inUse(_copyBufferInUse, std::try_to_lock);
+  std::unique_lock inUse(copyBufferInUse_, std::try_to_lock);
   std::unique_ptr<std::byte[]> own;
   CopyEngineSetup setup;
   setup.bufferSize = kCopyBlockSize;
@@ -240,7 +240,7 @@ ErrorCode VTFileManager::runEngine(const std::function<ErrorCode(const CopyEngin
   setup.excludedAttributes = &excluded;
   std::optional<CommandProgress> progress;
   if (auto id = VTThreadedCommandPool::runningCommand()) {
-    progress.emplace(_pool, *id);
+    progress.emplace(pool_, *id);
     setup.progress = &*progress;
   }
   EngineReport report;
@@ -256,8 +256,8 @@ ErrorCode VTFileManager::runEngine(const std::function<ErrorCode(const CopyEngin
 void VTFileManager::recordReport(ErrorCode code, EngineReport& report) {
   for (const std::string& loss : report.losses) auditLine(std::string(kClassName) + ": " + loss);
   std::lock_guard guard(*_threadLock);
-  _lastErrorDetail = code == 0 ? "" : std::move(report.failure);
-  _metadataWarnings = std::move(report.losses);
+  lastErrorDetail_ = code == 0 ? "" : std::move(report.failure);
+  metadataWarnings_ = std::move(report.losses);
 }
 
 }  // namespace halyard::fileservices

@@ -52,12 +52,12 @@ CommandID VTFileManager::asyncMovePathToZIPArchiveAtPath(const std::string& src,
 
 void VTFileManager::movePathToZIPArchiveThreadedCommand(CommandID id) {
   AuditedBody body(*this, "movePathToZIPArchiveThreadedCommand");
-  auto args = commandArguments(_pool, id);
+  auto args = commandArguments(pool_, id);
   if (!args) return;
   const ErrorCode code = movePathToZIPArchiveAtPath(textArgument(*args, kSrcPathKey).value_or(""),
                                                     textArgument(*args, kDestPathKey).value_or(""),
                                                     flagArgument(*args, kCommentsKey), flagArgument(*args, kACLsKey));
-  _pool.setProperty(kECodeKey, id, std::int64_t{code});
+  pool_.setProperty(kECodeKey, id, std::int64_t{code});
 }
 
 ErrorCode VTFileManager::movePathToZIPArchiveAtPath(const std::string& src, const std::string& archive,
@@ -90,12 +90,12 @@ CommandID VTFileManager::asyncExtractFile(const std::string& name, const std::st
 
 void VTFileManager::extractFileFromZIPArchiveThreadedCommand(CommandID id) {
   AuditedBody body(*this, "extractFileFromZIPArchiveThreadedCommand");
-  auto args = commandArguments(_pool, id);
+  auto args = commandArguments(pool_, id);
   if (!args) return;
   const ErrorCode code = extractFile(textArgument(*args, kNameKey).value_or(""),
                                      textArgument(*args, kSrcPathKey).value_or(""),
                                      textArgument(*args, kDestPathKey), flagArgument(*args, kMetadataKey));
-  _pool.setProperty(kECodeKey, id, std::int64_t{code});
+  pool_.setProperty(kECodeKey, id, std::int64_t{code});
 }
 
 ErrorCode VTFileManager::extractFile(const std::string& name, const std::string& archive,

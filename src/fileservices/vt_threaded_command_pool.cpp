@@ -49,7 +49,7 @@ VTThreadedCommandPool::VTThreadedCommandPool() {
   // The flag is set before the thread starts so that a pool destroyed at once
   // still finds its worker alive and joins it.
   _commandMonitorAlive = true;
-  _worker = std::thread([this] { threadedCommandModitor(); });
+  worker_ = std::thread([this] { threadedCommandModitor(); });
 }
 
 VTThreadedCommandPool::~VTThreadedCommandPool() {
@@ -58,7 +58,7 @@ VTThreadedCommandPool::~VTThreadedCommandPool() {
   _commandMonitorShouldStop = true;
   _spooledCommandsLock.lock();
   _spooledCommandsLock.unlockWithCondition(1);
-  _worker.join();
+  worker_.join();
 }
 
 std::string VTThreadedCommandPool::keyForCommandID(CommandID id) {
@@ -121,7 +121,7 @@ bool VTThreadedCommandPool::waitWhilePausedOrAborted(CommandID id) {
   // releases it, so no change can fall between the test and the wait. The
   // caller must not hold the thread lock itself.
   std::unique_lock guard(_threadLock);
-  _propertyChanged.wait(guard, [&] { return flagIsSet(kAbortKey, id) || !flagIsSet(kPauseKey, id); });
+  propertyChanged_.wait(guard, [&] { return flagIsSet(kAbortKey, id) || !flagIsSet(kPauseKey, id); });
   return flagIsSet(kAbortKey, id);
 }
 
@@ -180,7 +180,7 @@ void VTThreadedCommandPool::runThreadedCommand(CommandID id) {
   if (latch) latch->unlockWithCondition(kLatchFinished);
 }
 
-void VTThreadedCommandPool::notifyPropertyChange() { _propertyChanged.notify_all(); }
+void VTThreadedCommandPool::notifyPropertyChange() { propertyChanged_.notify_all(); }
 
 bool VTThreadedCommandPool::flagIsSet(std::string_view key, CommandID id) const {
   return getPropertyAs<bool>(key, id).value_or(false);

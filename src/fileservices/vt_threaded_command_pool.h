@@ -158,8 +158,8 @@ class VTThreadedCommandPool {
   ConditionLock _spooledCommandsLock{0};
   std::atomic<bool> _commandMonitorAlive{false};
   std::atomic<bool> _commandMonitorShouldStop{false};
-  std::condition_variable_any _propertyChanged;
-  std::thread _worker;
+  std::condition_variable_any propertyChanged_;
+  std::thread worker_;
 };
 
 }  // namespace halyard::fileservices

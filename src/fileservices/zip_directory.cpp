@@ -52,22 +52,22 @@ Expected<std::uint64_t> uncompressedSize(std::string_view extra, std::uint64_t d
 
 class ArchiveFile {
  public:
-  explicit ArchiveFile(const std::string& path) : _in(path, std::ios::binary | std::ios::ate) {
-    _size = _in ? static_cast<std::uint64_t>(_in.tellg()) : 0;
+  explicit ArchiveFile(const std::string& path) : in_(path, std::ios::binary | std::ios::ate) {
+    size_ = in_ ? static_cast<std::uint64_t>(in_.tellg()) : 0;
   }
-  bool ok() const { return static_cast<bool>(_in); }
-  std::uint64_t size() const { return _size; }
+  bool ok() const { return static_cast<bool>(in_); }
+  std::uint64_t size() const { return size_; }
   std::optional<std::string> read(std::uint64_t at, std::uint64_t length) {
-    if (at > _size || length > _size - at) return std::nullopt;
+    if (at > size_ || length > size_ - at) return std::nullopt;
     std::string bytes(static_cast<std::size_t>(length), '\0');
-    _in.seekg(static_cast<std::streamoff>(at));
-    if (!_in.read(bytes.data(), static_cast<std::streamsize>(length))) return std::nullopt;
+    in_.seekg(static_cast<std::streamoff>(at));
+    if (!in_.read(bytes.data(), static_cast<std::streamsize>(length))) return std::nullopt;
     return bytes;
   }
 
  private:
-  std::ifstream _in;
-  std::uint64_t _size = 0;
+  std::ifstream in_;
+  std::uint64_t size_ = 0;
 };
 
 struct DirectoryPlace {

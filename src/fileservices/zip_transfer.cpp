@@ -109,7 +109,7 @@ ErrorCode ZipTransfer::zipItem(const std::string& item, const std::string& archi
   // A name that starts with "-" would read as an option; zip stores
   // "./-name" as "-name".
   if (leaf[0] == '-') leaf = "./" + leaf;
-  return toolError(runTool(_tools.zip, {"-q", "-y", "-r", archive, leaf}, path.parent_path().string()),
+  return toolError(runTool(tools_.zip, {"-q", "-y", "-r", archive, leaf}, path.parent_path().string()),
                    zipStatusToError);
 }
 
@@ -123,13 +123,13 @@ ErrorCode ZipTransfer::addMetadataMember(const std::string& item, const std::str
   ItemMetadata metadata;
   metadata.attributes = *attributes;
   if (int rc = readRawRecords(item, metadata)) return rc;
-  readExtras(item, comments, acls, _manager.eaExcludeList(), metadata);
+  readExtras(item, comments, acls, manager_.eaExcludeList(), metadata);
   const auto folder = makeTemporaryFolder();
   if (!folder) return 0;
   const std::string plist = *folder + "/" + kMetadataMemberName;
   ErrorCode code = 0;
   if (writeNewFile(plist, metadataPlistXML(metadata)) == 0) {
-    code = toolError(runTool(_tools.zip, {"-g", "-q", "-y", archive, kMetadataMemberName}, *folder), zipStatusToError);
+    code = toolError(runTool(tools_.zip, {"-g", "-q", "-y", archive, kMetadataMemberName}, *folder), zipStatusToError);
   }
   std::error_code ec;
   fs::remove_all(*folder, ec);
@@ -148,7 +148,7 @@ ErrorCode ZipTransfer::extract(const std::string& name, const std::string& archi
   if (ErrorCode code = roomFor(archivePath, folder)) return code;
   std::vector<std::string> arguments{"-qq", "-o", archivePath, "-x", kMetadataMemberName};
   if (destination) arguments.insert(arguments.end(), {"-d", folder});
-  if (ErrorCode code = toolError(runTool(_tools.unzip, arguments, folder), unzipStatusToError)) {
+  if (ErrorCode code = toolError(runTool(tools_.unzip, arguments, folder), unzipStatusToError)) {
     return failExtraction(item, code);
   }
   return applyMetadata ? applyArchivedMetadata(archivePath, item) : 0;
@@ -158,7 +158,7 @@ ErrorCode ZipTransfer::applyArchivedMetadata(const std::string& archive, const s
   if (metadataMemberTooLarge(archive)) return 0;
   const auto folder = makeTemporaryFolder();
   if (!folder) return failExtraction(item, errno);
-  ErrorCode code = toolError(runTool(_tools.unzip, {"-qq", "-o", archive, kMetadataMemberName, "-d", *folder}, *folder),
+  ErrorCode code = toolError(runTool(tools_.unzip, {"-qq", "-o", archive, kMetadataMemberName, "-d", *folder}, *folder),
                              unzipStatusToError);
   if (code == 0) {
     // An unreadable plist is no error: the metadata is then skipped.
@@ -174,11 +174,11 @@ ErrorCode ZipTransfer::applyArchivedMetadata(const std::string& archive, const s
 ErrorCode ZipTransfer::applyMetadata(const std::string& item, const ItemMetadata& metadata) {
   if (!itemExists(item)) return kFileNotFoundErr;
   applyFileAttributes(item, metadata.attributes);
-  applyExtendedAttributes(item, metadata.extendedAttributes, _manager.eaExcludeList());
+  applyExtendedAttributes(item, metadata.extendedAttributes, manager_.eaExcludeList());
   applyComment(item, metadata.finderComment);
   applyACL(item, metadata.acl);
   if (int rc = applyCatalogInfo(item, metadata.catalogInfo)) return rc;
-  applyInodeFlags(item, metadata.bsdStatus, _manager.isRunningWithRootPrivileges());
+  applyInodeFlags(item, metadata.bsdStatus, manager_.isRunningWithRootPrivileges());
   return 0;
 }
 

@@ -32,7 +32,7 @@ ErrorCode unzipStatusToError(int status);
 
 class ZipTransfer {
  public:
-  explicit ZipTransfer(VTFileManager& manager, ZipTools tools = {}) : _manager(manager), _tools(std::move(tools)) {}
+  explicit ZipTransfer(VTFileManager& manager, ZipTools tools = {}) : manager_(manager), tools_(std::move(tools)) {}
 
   // Moves the item into the archive (added to it when it exists).
   ErrorCode moveToArchive(const std::string& item, const std::string& archive, bool comments, bool acls);
@@ -49,8 +49,8 @@ class ZipTransfer {
   ErrorCode applyMetadata(const std::string& item, const ItemMetadata& metadata);
   ErrorCode failExtraction(const std::string& item, ErrorCode code);
 
-  VTFileManager& _manager;
-  ZipTools _tools;
+  VTFileManager& manager_;
+  ZipTools tools_;
 };
 
 }  // namespace halyard::fileservices

@@ -24,14 +24,14 @@ void GenericLog::lockedSetMarkingDocument(T GenericLog::*field, T value, const c
 }
 
 GenericLog::GenericLog(Environment environment)
-    : _logName(localizedString("LOG_LABEL")), _environment(std::move(environment)) {}
+    : _logName(localizedString("LOG_LABEL")), environment_(std::move(environment)) {}
 
 // The stream closes before the entries go; the members do it in this order.
 GenericLog::~GenericLog() = default;
 
 void GenericLog::setGuardFaultForTesting(std::function<void(std::string_view)> fault) {
   Lock hold(_threadLock);
-  _guardFault = std::move(fault);
+  guardFault_ = std::move(fault);
 }
 
 void GenericLog::markDocumentChanged() {
@@ -39,15 +39,15 @@ void GenericLog::markDocumentChanged() {
 }
 
 void GenericLog::post(std::string_view notification) const {
-  if (_environment.center) _environment.center->post(notification, *this);
+  if (environment_.center) environment_.center->post(notification, *this);
 }
 
 void GenericLog::addLogMessage(const std::string& message) {
   guarded("addLogMessage:", [&] {
-    const TimeInterval now = _environment.clock->now();
+    const TimeInterval now = environment_.clock->now();
     if (auto* out = stream()) {
       // Write results are not checked: a full disk must not stop logging.
-      out->write(logLineText(now, _environment.clock->zone(), message));
+      out->write(logLineText(now, environment_.clock->zone(), message));
       out->write("\n");
     }
     auto entry = std::make_shared<GenericLogEntry>(message, now);
@@ -77,7 +77,7 @@ std::size_t GenericLog::logEntryCount() const {
 
 std::optional<std::string> GenericLog::logEntryAtIndex(std::size_t index) const {
   return guarded("logEntryAtIndex:", [&]() -> std::optional<std::string> {
-    return _entries.at(index)->description(_environment.clock->zone());
+    return _entries.at(index)->description(environment_.clock->zone());
   });
 }
 

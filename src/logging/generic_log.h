@@ -142,8 +142,8 @@ class GenericLog final : public Object {
   bool _mirrorToLogFile = false;
   bool _customMirrorPathSpecified = false;
   bool _limitMirroredLogFileSize = false;
-  Environment _environment;
-  std::function<void(std::string_view)> _guardFault;
+  Environment environment_;
+  std::function<void(std::string_view)> guardFault_;
 };
 
 // Every locked accessor runs its body under the lock, inside the exception
@@ -151,7 +151,7 @@ class GenericLog final : public Object {
 template <class Body>
 auto GenericLog::guarded(const char* selector, Body&& body) const {
   const Lock hold(_threadLock);
-  return runGuarded(selector, _guardFault, std::forward<Body>(body));
+  return runGuarded(selector, guardFault_, std::forward<Body>(body));
 }
 
 // Adds the decoders of GenericLog and GenericLogEntry; decoded logs take

@@ -87,7 +87,7 @@ Expected<ObjectRef> GenericLog::initWithCoder(Unarchiver& coder, const Environme
 }
 
 std::shared_ptr<GenericLog> GenericLog::copy() const {
-  auto copied = std::make_shared<GenericLog>(_environment);
+  auto copied = std::make_shared<GenericLog>(environment_);
   const Lock hold(_threadLock);
   copied->_entries = _entries;
   copied->_maxSize = _maxSize;
@@ -98,7 +98,7 @@ std::shared_ptr<GenericLog> GenericLog::copy() const {
   copied->_mirrorToLogFile = _mirrorToLogFile;
   copied->_customMirrorPathSpecified = _customMirrorPathSpecified;
   copied->_limitMirroredLogFileSize = _limitMirroredLogFileSize;
-  copied->_guardFault = _guardFault;
+  copied->guardFault_ = guardFault_;
   return copied;
 }
 

@@ -64,8 +64,8 @@ class LogNotificationCenter {
   void post(std::string_view name, const GenericLog& log) const;
 
  private:
-  mutable std::mutex _mutex;
-  std::vector<std::shared_ptr<LogObserver>> _observers;
+  mutable std::mutex mutex_;
+  std::vector<std::shared_ptr<LogObserver>> observers_;
 };
 
 }  // namespace halyard

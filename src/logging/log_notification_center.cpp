@@ -10,20 +10,20 @@ std::shared_ptr<LogNotificationCenter> LogNotificationCenter::defaultCenter() {
 }
 
 void LogNotificationCenter::addObserver(std::shared_ptr<LogObserver> observer) {
-  std::lock_guard guard(_mutex);
-  _observers.push_back(std::move(observer));
+  std::lock_guard guard(mutex_);
+  observers_.push_back(std::move(observer));
 }
 
 void LogNotificationCenter::removeObserver(const LogObserver* observer) {
-  std::lock_guard guard(_mutex);
-  std::erase_if(_observers, [&](const auto& held) { return held.get() == observer; });
+  std::lock_guard guard(mutex_);
+  std::erase_if(observers_, [&](const auto& held) { return held.get() == observer; });
 }
 
 void LogNotificationCenter::post(std::string_view name, const GenericLog& log) const {
   std::vector<std::shared_ptr<LogObserver>> observers;
   {
-    std::lock_guard guard(_mutex);
-    observers = _observers;
+    std::lock_guard guard(mutex_);
+    observers = observers_;
   }
   for (const auto& observer : observers) observer->logNotification(name, log);
 }

@@ -51,7 +51,7 @@ KSScheduledItem::LockHold KSScheduledItem::holdLock() const {
 template <class Body>
 auto KSScheduledItem::guarded(const char* selector, Body&& body) const {
   const LockHold held = holdLock();  // held through the body and the guard's log line
-  return runGuarded(selector, _guardFault, std::forward<Body>(body));
+  return runGuarded(selector, guardFault_, std::forward<Body>(body));
 }
 
 KSScheduledItem::KSScheduledItem(std::shared_ptr<CalendarDate> now) { setToDefaults(std::move(now)); }

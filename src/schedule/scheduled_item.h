@@ -206,7 +206,7 @@ class KSScheduledItem final : public Object {
 
   // Test seam: called with the selector's name inside every exception guard,
   // so tests can make the guarded body fail.
-  void setGuardFaultForTesting(std::function<void(std::string_view selector)> fault) { _guardFault = std::move(fault); }
+  void setGuardFaultForTesting(std::function<void(std::string_view selector)> fault) { guardFault_ = std::move(fault); }
 
  private:
   // The item's lock, held (nothing when the item has none). The reference
@@ -255,7 +255,7 @@ class KSScheduledItem final : public Object {
   bool _forceActive = false;
   bool _isRunning = false;
   bool _isComplete = false;
-  std::function<void(std::string_view)> _guardFault;
+  std::function<void(std::string_view)> guardFault_;
 };
 
 // Adds the decoder of KSScheduledItem; `clock` gives the start date of items

@@ -41,7 +41,7 @@ class InterruptWatcher {
  public:
   explicit InterruptWatcher(FsProgress& progress) {
     if (pipe2(interruptPipe, O_CLOEXEC) != 0) return;
-    _thread = std::thread([&progress] {
+    thread_ = std::thread([&progress] {
       char byte;
       while (read(interruptPipe[0], &byte, 1) == 1) progress.interrupt();
     });
@@ -52,14 +52,14 @@ class InterruptWatcher {
   }
   ~InterruptWatcher() {
     signal(SIGINT, SIG_DFL);
-    if (!_thread.joinable()) return;
+    if (!thread_.joinable()) return;
     close(interruptPipe[1]);
-    _thread.join();
+    thread_.join();
     close(interruptPipe[0]);
   }
 
  private:
-  std::thread _thread;
+  std::thread thread_;
 };
 
 int usage() {

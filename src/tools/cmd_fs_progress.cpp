@@ -36,53 +36,53 @@ std::string progressLine(std::int64_t done, std::int64_t total, double seconds, 
 }
 
 FsProgress::FsProgress(VTFileManager& fm, std::int64_t totalBytes, std::FILE* out, bool terminal)
-    : _fm(fm), _total(totalBytes), _out(out), _terminal(terminal) {}
+    : fm_(fm), total_(totalBytes), out_(out), terminal_(terminal) {}
 
 void FsProgress::willWaitForCommand(CommandID id) {
-  _id = id;
+  id_ = id;
   // An interrupt that came before the id was known takes effect now.
-  if (_interrupted) _fm.setProperty(kAbortKey, id, true);
+  if (interrupted_) fm_.setProperty(kAbortKey, id, true);
   draw(0);
 }
 
 bool FsProgress::completedBlockCopy(std::int64_t bytes) {
-  std::lock_guard guard(_drawing);
-  _done += bytes;
-  draw(_done);
+  std::lock_guard guard(drawing_);
+  done_ += bytes;
+  draw(done_);
   return true;
 }
 
 void FsProgress::tick() {
-  const CommandID id = _id.load();
+  const CommandID id = id_.load();
   if (id == 0) return;
-  const auto pending = _fm.commandPool().getPropertyAs<std::int64_t>(kDCpyKey, id).value_or(0);
-  std::lock_guard guard(_drawing);
-  draw(_done + pending);
+  const auto pending = fm_.commandPool().getPropertyAs<std::int64_t>(kDCpyKey, id).value_or(0);
+  std::lock_guard guard(drawing_);
+  draw(done_ + pending);
 }
 
 void FsProgress::interrupt() {
-  _interrupted = true;
+  interrupted_ = true;
   // Straight to the copy loop, which stops after the block it is writing:
   // the waiter would pass the request on only at its next report.
-  if (CommandID id = _id.load()) _fm.setProperty(kAbortKey, id, true);
+  if (CommandID id = id_.load()) fm_.setProperty(kAbortKey, id, true);
 }
 
 void FsProgress::finish() {
-  std::lock_guard guard(_drawing);
-  draw(_total);
-  if (_terminal) std::fputc('\n', _out);
-  std::fflush(_out);
+  std::lock_guard guard(drawing_);
+  draw(total_);
+  if (terminal_) std::fputc('\n', out_);
+  std::fflush(out_);
 }
 
 void FsProgress::draw(std::int64_t done) {
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
-  const std::string line = progressLine(done, _total, seconds, 30);
-  if (_terminal) {
-    std::fprintf(_out, "\r%s\x1b[K", line.c_str());
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  const std::string line = progressLine(done, total_, seconds, 30);
+  if (terminal_) {
+    std::fprintf(out_, "\r%s\x1b[K", line.c_str());
   } else {
-    std::fprintf(_out, "%s\n", line.c_str());
+    std::fprintf(out_, "%s\n", line.c_str());
   }
-  std::fflush(_out);
+  std::fflush(out_);
 }
 
 }  // namespace halyard::tools

@@ -20,7 +20,7 @@ class FsProgress final : public fileservices::ProgressDelegate {
 
   void willWaitForCommand(fileservices::CommandID id) override;
   bool completedBlockCopy(std::int64_t bytes) override;
-  bool abortFileCopy() override { return _interrupted.load(); }
+  bool abortFileCopy() override { return interrupted_.load(); }
   bool pauseFileCopy() override { return false; }
 
   // Redraws with the bytes copied since the last report counted in (read,
@@ -34,16 +34,16 @@ class FsProgress final : public fileservices::ProgressDelegate {
  private:
   void draw(std::int64_t done);
 
-  std::mutex _drawing;  // the waiter's reports and the ticker
+  std::mutex drawing_;  // the waiter's reports and the ticker
 
-  fileservices::VTFileManager& _fm;
-  const std::int64_t _total;
-  std::FILE* _out;
-  const bool _terminal;
-  std::int64_t _done = 0;
-  std::chrono::steady_clock::time_point _start = std::chrono::steady_clock::now();
-  std::atomic<fileservices::CommandID> _id{0};
-  std::atomic<bool> _interrupted{false};
+  fileservices::VTFileManager& fm_;
+  const std::int64_t total_;
+  std::FILE* out_;
+  const bool terminal_;
+  std::int64_t done_ = 0;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  std::atomic<fileservices::CommandID> id_{0};
+  std::atomic<bool> interrupted_{false};
 };
 
 // "1.5 GiB", "312.0 MiB", "12 B".

@@ -196,10 +196,10 @@ TestFolder* LargeTreeCopy::folder_ = nullptr;
 class ScriptedDelegate final : public ProgressDelegate {
  public:
   ScriptedDelegate(VTFileManager& fm, std::promise<void>& gate, bool abortAtFirstReport)
-      : _fm(fm), _gate(gate), _abort(abortAtFirstReport) {}
+      : fm_(fm), _gate(gate), _abort(abortAtFirstReport) {}
   void willWaitForCommand(CommandID id) override {
-    _id = id;
-    _fm.setProperty(kPauseKey, id, true);
+    id_ = id;
+    fm_.setProperty(kPauseKey, id, true);
     _gate.set_value();
   }
   bool completedBlockCopy(std::int64_t bytes) override {
@@ -210,7 +210,7 @@ class ScriptedDelegate final : public ProgressDelegate {
   bool pauseFileCopy() override {
     if (reports.size() != 1) return reports.empty();
     // Paused after the first report: the copy loop adds nothing.
-    stillWhilePaused.push_back(_fm.commandPool().getPropertyAs<std::int64_t>(kDCpyKey, _id).value_or(-1));
+    stillWhilePaused.push_back(fm_.commandPool().getPropertyAs<std::int64_t>(kDCpyKey, id_).value_or(-1));
     return stillWhilePaused.size() < 2;
   }
 
@@ -218,10 +218,10 @@ class ScriptedDelegate final : public ProgressDelegate {
   std::vector<std::int64_t> stillWhilePaused;
 
  private:
-  VTFileManager& _fm;
+  VTFileManager& fm_;
   std::promise<void>& _gate;
   bool _abort;
-  CommandID _id = 0;
+  CommandID id_ = 0;
 };
 
 bool sameContents(const std::string& a, const std::string& b) {

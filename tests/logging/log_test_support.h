@@ -39,16 +39,16 @@ class CountingWindow final : public LogWindowController {
 class RecordingObserver final : public LogObserver {
  public:
   void logNotification(std::string_view name, const GenericLog&) override {
-    std::lock_guard guard(_mutex);
+    std::lock_guard guard(mutex_);
     _names.emplace_back(name);
   }
   std::vector<std::string> names() const {
-    std::lock_guard guard(_mutex);
+    std::lock_guard guard(mutex_);
     return _names;
   }
 
  private:
-  mutable std::mutex _mutex;
+  mutable std::mutex mutex_;
   std::vector<std::string> _names;
 };
 
