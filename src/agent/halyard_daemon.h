@@ -49,7 +49,7 @@ struct AgentPaths {
   std::vector<std::string> applicationPaths{"/usr/bin/halyard", "/usr/local/bin/halyard"};
   std::vector<std::string> dataDirs;  // searched for applications/halyard.desktop
   // The installed wake tool template and where privileged copies may lie.
-  std::string helperToolTemplate = kHelperToolTemplatePath;
+  std::string helperToolTemplate = installedHelperToolTemplate();
   HelperToolFolders helperToolFolders = {};
 
   // The paths of this user's session, from the strings table and the environment.
