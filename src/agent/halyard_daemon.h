@@ -227,6 +227,9 @@ class HalyardDaemon {
   bool idleSleepVetoed_ = false;
   std::optional<std::string> rtcProblem_;
   bool rtcProblemLogged_ = false;
+  // Set while the schedule file cannot be decoded (a writer caught midway):
+  // logged when it starts, not at every beat that meets it.
+  mutable bool scheduleUnreadable_ = false;
   // The answer to the bad-volume alert, kept until wake-to-sync is switched.
   std::optional<bool> temporaryItemsChosen_;
 };
