@@ -30,7 +30,13 @@ install(CODE "
 # Desktops look for autostart entries in /etc/xdg (the default of
 # $XDG_CONFIG_DIRS) whatever the prefix.
 install(FILES resources/autostart/halyard-backgrounder.desktop DESTINATION /etc/xdg/autostart)
-install(FILES resources/polkit/com.vantrel.halyard.wake-to-sync.policy DESTINATION ${CMAKE_INSTALL_DATADIR}/polkit-1/actions)
+# The action names the template where it is installed: written at install
+# time, as the package's prefix (/usr) is set only then.
+install(CODE "
+  set(HALYARD_WAKE_TOOL_TEMPLATE_PATH \"\${CMAKE_INSTALL_PREFIX}/${HALYARD_LIBEXEC_DIR}/WakeToSyncToolTemplate\")
+  configure_file(${CMAKE_SOURCE_DIR}/resources/polkit/com.vantrel.halyard.wake-to-sync.policy.in
+    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/polkit-1/actions/com.vantrel.halyard.wake-to-sync.policy\" @ONLY)
+")
 install(FILES resources/completions/halyardctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME halyardctl)
 install(FILES resources/completions/_halyardctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)

@@ -50,7 +50,7 @@ struct AgentPaths {
   std::vector<std::string> applicationPaths{"/usr/bin/halyard", "/usr/local/bin/halyard"};
   std::vector<std::string> dataDirs;  // searched for applications/halyard.desktop
   // The installed wake tool template and where privileged copies may lie.
-  std::string helperToolTemplate = kHelperToolTemplatePath;
+  std::string helperToolTemplate = installedHelperToolTemplate();
   HelperToolFolders helperToolFolders = {};
   // The last check kept across restarts (catch-up); empty: none.
   std::string savedCheckFile = {};
@@ -236,6 +236,9 @@ class HalyardDaemon {
   bool idleSleepVetoed_ = false;
   std::optional<std::string> rtcProblem_;
   bool rtcProblemLogged_ = false;
+  // Set while the schedule file cannot be decoded (a writer caught midway):
+  // logged when it starts, not at every beat that meets it.
+  mutable bool scheduleUnreadable_ = false;
   // The answer to the bad-volume alert, kept until wake-to-sync is switched.
   std::optional<bool> temporaryItemsChosen_;
 };

@@ -3,6 +3,8 @@
 
 #include "agent/halyard_daemon.h"
 #include "agent/rules/calendar_checks.h"
+#include "foundation/file_io.h"
+#include "foundation/log_sink.h"
 #include "schedule/schedule_file.h"
 #include "volumes/volume_specifier.h"
 
@@ -35,7 +37,21 @@ std::optional<ScheduledItems> HalyardDaemon::loadItems() const {
   const CalendarClock calendarClock = [this] {
     return CalendarDate::make(env_.clock.now(), TimeZone::make(env_.clock.zone().name(), true));
   };
-  return readScheduleItems(env_.paths.scheduleFile, calendarClock);
+  // No file: nothing is scheduled yet.
+  auto bytes = readWholeFile(env_.paths.scheduleFile);
+  if (!bytes) return std::nullopt;
+  auto data = decodeScheduleData(*bytes, scheduleClassRegistry(calendarClock));
+  if (!data) {
+    if (!scheduleUnreadable_) {
+      logLine("<Error:> The schedule \"" + env_.paths.scheduleFile + "\" cannot be read (" + data.error().describe() +
+                  "); its items wait until it can.",
+              LogPriority::Error);
+    }
+    scheduleUnreadable_ = true;
+    return std::nullopt;
+  }
+  scheduleUnreadable_ = false;
+  return std::move(data->items);
 }
 
 bool HalyardDaemon::checkForNewJobs(const std::optional<ScheduledItems>& items, ScheduledItems* dueList) const {

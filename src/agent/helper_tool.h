@@ -10,7 +10,9 @@
 
 namespace halyard::agent {
 
-inline constexpr char kHelperToolTemplatePath[] = "/usr/libexec/halyard/WakeToSyncToolTemplate";
+// The installed template: <folder of the running executable>/HALYARD_WAKE_TOOL_TEMPLATE_FROM_BINDIR
+// (../libexec/halyard/WakeToSyncToolTemplate), normalised.
+std::string installedHelperToolTemplate();
 inline constexpr char kHelperToolSubfolder[] = "Halyard";
 inline constexpr char kHelperToolName[] = "WakeToSyncTool";
 // What runs the template with root's rights to make the copy; tests point

@@ -6,8 +6,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "helper/wake_install.h"
+#include "install_paths.h"
 
 namespace halyard::agent {
 
@@ -59,6 +61,14 @@ HelperToolFolders HelperToolFolders::forCurrentUser() {
   }
   folders.temporaryItems.push_back("/var/tmp");
   return folders;
+}
+
+std::string installedHelperToolTemplate() {
+  std::error_code error;
+  const std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe", error);
+  // Without its own location the agent knows of no template.
+  if (error) return {};
+  return (executable.parent_path() / HALYARD_WAKE_TOOL_TEMPLATE_FROM_BINDIR).lexically_normal().string();
 }
 
 std::string helperToolPath(const std::string& folder) {

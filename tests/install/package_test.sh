@@ -61,6 +61,11 @@ if command -v systemd-analyze >/dev/null; then
 else
   echo "systemd-analyze not installed: unit not verified"
 fi
+# The polkit action lets pkexec run the template the package installs.
+template=/usr/libexec/halyard/WakeToSyncToolTemplate
+[ -x "$root$template" ] || fail "the package lacks $template"
+grep -q "exec.path\">$template<" "$root/usr/share/polkit-1/actions/com.vantrel.halyard.wake-to-sync.policy" \
+  || fail "the polkit action does not name $template"
 for page in halyard-backgrounder halyardctl; do
   warnings=$(zcat "$root/usr/share/man/man1/$page.1.gz" | groff -ww -man -Tutf8 2>&1 >/dev/null)
   [ -z "$warnings" ] || fail "$page(1): $warnings"
