@@ -27,10 +27,10 @@ TimeInterval wall(int y, int mo, int d, int h) {
 
 // Items as people make them: one to thirteen hours, a minute or a few, on
 // weekdays or days of the month.
-ScheduledItems makeItems(int count) {
+ScheduleItems makeItems(int count) {
   std::mt19937_64 rng(11);
   auto chance = [&rng](double p) { return std::bernoulli_distribution(p)(rng); };
-  ScheduledItems items;
+  ScheduleItems items;
   for (int i = 0; i < count; ++i) {
     auto item = std::make_shared<KSScheduledItem>(CalendarDate::make(wall(2026, 1, 1, 0), TimeZone::make("UTC")));
     item->setDescription("item " + std::to_string(i));
@@ -48,7 +48,7 @@ ScheduledItems makeItems(int count) {
 }
 
 void simulatePeriod(benchmark::State& state, int count, int days, bool everyBeat) {
-  const ScheduledItems items = makeItems(count);
+  const ScheduleItems items = makeItems(count);
   SimulationOptions options;
   options.zone = berlin();
   options.from = wall(2026, 3, 23, 0);

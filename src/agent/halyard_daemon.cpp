@@ -61,10 +61,10 @@ void HalyardDaemon::saveCheck() {
   }
 }
 
-bool HalyardDaemon::runCalendarCheck(HeartbeatMode mode, const std::optional<ScheduledItems>& items,
-                                     ScheduledItems* due) {
+bool HalyardDaemon::runCalendarCheck(HeartbeatMode mode, const std::optional<ScheduleItems>& items,
+                                     ScheduleItems* due) {
   if (env_.preferences.boolForKey(prefs::kExactlyOnceScheduling)) {
-    *due = exactlyOnce_.check(items.value_or(ScheduledItems{}), env_.clock.now(), env_.clock.zone(),
+    *due = exactlyOnce_.check(items.value_or(ScheduleItems{}), env_.clock.now(), env_.clock.zone(),
                               _schedulerActive && items);
     return !due->empty();
   }
@@ -115,8 +115,8 @@ void HalyardDaemon::heartbeat(std::optional<TimeInterval> lateness) {
 
 void HalyardDaemon::runCheck(HeartbeatMode mode) {
   const TimeInterval started = env_.clock.now();
-  std::optional<ScheduledItems> items = loadItems();
-  ScheduledItems due;
+  std::optional<ScheduleItems> items = loadItems();
+  ScheduleItems due;
   bool added = false;
   switch (mode) {
     case HeartbeatMode::Missed:
@@ -140,18 +140,18 @@ void HalyardDaemon::runCheck(HeartbeatMode mode) {
   if (added) launchJobs(due);
 }
 
-void HalyardDaemon::startMountedVolumeCheck(TimeInterval started, std::optional<ScheduledItems> items,
+void HalyardDaemon::startMountedVolumeCheck(TimeInterval started, std::optional<ScheduleItems> items,
                                             std::vector<std::string> paths) {
   if (!_schedulerActive || !items) return;
   const auto fileManager =
       env_.fileManager ? env_.fileManager : fileservices::VTFileManager::sharedFileManager().shared_from_this();
   const TimeInterval now = env_.clock.now();
   ++pendingMountChecks_;
-  background_.run<ScheduledItems>(
+  background_.run<ScheduleItems>(
       [items = std::move(*items), paths = std::move(paths), fileManager, now]() mutable {
         return mountedVolumeJobs(items, std::move(paths), fileManager, now);
       },
-      [this, started](ScheduledItems due) {
+      [this, started](ScheduleItems due) {
         --pendingMountChecks_;
         const TimeInterval finished = env_.clock.now();
         timings_.checkDuration.record(finished, finished - started);

@@ -86,7 +86,7 @@ struct DaemonEnvironment {
 
 // The mounted-volume check's matching, safe on a thread of its own: the items
 // that the newly mounted `paths` make due, from the last path to the first.
-ScheduledItems mountedVolumeJobs(const ScheduledItems& items, std::vector<std::string> paths,
+ScheduleItems mountedVolumeJobs(const ScheduleItems& items, std::vector<std::string> paths,
                                  const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now);
 
 // What the agent tells of itself (`halyardctl status`).
@@ -125,22 +125,22 @@ class HalyardDaemon {
   void statusMenuStateChanged(const QVariantMap& userInfo);
 
   // Job selection (halyard_daemon_jobs.cpp).
-  std::optional<ScheduledItems> loadItems() const;
-  bool checkForNewJobs(const std::optional<ScheduledItems>& items, ScheduledItems* dueList) const;
-  bool checkForMissedJobs(const std::optional<ScheduledItems>& items, std::optional<TimeInterval> lastChecked,
-                          ScheduledItems* dueList) const;
-  bool checkForMountedVolumeJobs(const std::optional<ScheduledItems>& items, std::vector<std::string>* mountedVolumes,
-                                 ScheduledItems* dueList) const;
+  std::optional<ScheduleItems> loadItems() const;
+  bool checkForNewJobs(const std::optional<ScheduleItems>& items, ScheduleItems* dueList) const;
+  bool checkForMissedJobs(const std::optional<ScheduleItems>& items, std::optional<TimeInterval> lastChecked,
+                          ScheduleItems* dueList) const;
+  bool checkForMountedVolumeJobs(const std::optional<ScheduleItems>& items, std::vector<std::string>* mountedVolumes,
+                                 ScheduleItems* dueList) const;
 
   // Job launching (halyard_daemon_launch.cpp). When the application has to be
   // activated through the bus, launchJobs answers 0 at once and prints the
   // outcome when the bus answers.
-  std::int16_t launchJobs(const ScheduledItems& items);
+  std::int16_t launchJobs(const ScheduleItems& items);
   std::int16_t launchApplication(const std::string& path, bool inBackground);
   void launchHalyard();
   // Opens the item's document, or with the Alt key held runs a copy of it now.
   // A failed opening beeps and logs one line when the opener has ended.
-  void openSyncDocument(const ScheduledItem& item, bool optionHeld);
+  void openSyncDocument(const KSScheduledItem& item, bool optionHeld);
 
   AgentStatus status() const;
   const AgentTimings& timings() const { return timings_; }
@@ -176,13 +176,13 @@ class HalyardDaemon {
  private:
   void runCheck(HeartbeatMode mode);
   // A calendar check (new or missed) in the mode the preferences choose.
-  bool runCalendarCheck(HeartbeatMode mode, const std::optional<ScheduledItems>& items, ScheduledItems* due);
+  bool runCalendarCheck(HeartbeatMode mode, const std::optional<ScheduleItems>& items, ScheduleItems* due);
   // With catch-up on: the saved last check taken up at start, and kept after each check.
   void takeUpSavedCheck();
   void saveCheck();
   // The mounted-volume check: probing runs in the background, the due items
   // are launched on the event loop when it is done.
-  void startMountedVolumeCheck(TimeInterval started, std::optional<ScheduledItems> items,
+  void startMountedVolumeCheck(TimeInterval started, std::optional<ScheduleItems> items,
                                std::vector<std::string> paths);
   void reportActivation(std::int16_t status);
   // The next run when wake-to-sync applies: the preference on, the scheduler

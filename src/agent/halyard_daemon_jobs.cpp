@@ -32,7 +32,7 @@ bool mountTriggersRun(const KSScheduledItem& item, const std::string& path,
 
 }  // namespace
 
-std::optional<ScheduledItems> HalyardDaemon::loadItems() const {
+std::optional<ScheduleItems> HalyardDaemon::loadItems() const {
   // Items archived without a start date take the beat's moment.
   const CalendarClock calendarClock = [this] {
     return CalendarDate::make(env_.clock.now(), TimeZone::make(env_.clock.zone().name(), true));
@@ -54,37 +54,37 @@ std::optional<ScheduledItems> HalyardDaemon::loadItems() const {
   return std::move(data->items);
 }
 
-bool HalyardDaemon::checkForNewJobs(const std::optional<ScheduledItems>& items, ScheduledItems* dueList) const {
+bool HalyardDaemon::checkForNewJobs(const std::optional<ScheduleItems>& items, ScheduleItems* dueList) const {
   const TimeInterval now = env_.clock.now();
   if (!_schedulerActive || !items || !dueList) return false;
-  const ScheduledItems due = newJobs(*items, now, env_.clock.zone());
+  const ScheduleItems due = newJobs(*items, now, env_.clock.zone());
   dueList->insert(dueList->end(), due.begin(), due.end());
   return !due.empty();
 }
 
-bool HalyardDaemon::checkForMissedJobs(const std::optional<ScheduledItems>& items,
-                                       std::optional<TimeInterval> lastChecked, ScheduledItems* dueList) const {
+bool HalyardDaemon::checkForMissedJobs(const std::optional<ScheduleItems>& items,
+                                       std::optional<TimeInterval> lastChecked, ScheduleItems* dueList) const {
   if (!_schedulerActive || !items || !lastChecked || !dueList) return false;
-  const ScheduledItems due = missedJobs(*items, *lastChecked, [this] { return env_.clock.now(); }, env_.clock.zone());
+  const ScheduleItems due = missedJobs(*items, *lastChecked, [this] { return env_.clock.now(); }, env_.clock.zone());
   dueList->insert(dueList->end(), due.begin(), due.end());
   return !due.empty();
 }
 
-bool HalyardDaemon::checkForMountedVolumeJobs(const std::optional<ScheduledItems>& items,
+bool HalyardDaemon::checkForMountedVolumeJobs(const std::optional<ScheduleItems>& items,
                                               std::vector<std::string>* mountedVolumes,
-                                              ScheduledItems* dueList) const {
+                                              ScheduleItems* dueList) const {
   if (!_schedulerActive || !items || !mountedVolumes || !dueList || mountedVolumes->empty()) return false;
   const auto fileManager =
       env_.fileManager ? env_.fileManager : fileservices::VTFileManager::sharedFileManager().shared_from_this();
-  const ScheduledItems due = mountedVolumeJobs(*items, std::move(*mountedVolumes), fileManager, env_.clock.now());
+  const ScheduleItems due = mountedVolumeJobs(*items, std::move(*mountedVolumes), fileManager, env_.clock.now());
   mountedVolumes->clear();
   dueList->insert(dueList->end(), due.begin(), due.end());
   return !due.empty();
 }
 
-ScheduledItems mountedVolumeJobs(const ScheduledItems& items, std::vector<std::string> paths,
+ScheduleItems mountedVolumeJobs(const ScheduleItems& items, std::vector<std::string> paths,
                                  const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now) {
-  ScheduledItems due;
+  ScheduleItems due;
   // From the last path to the first; a path is removed with every repetition.
   while (!paths.empty()) {
     const std::string path = paths.back();

@@ -38,7 +38,7 @@ std::string trimmed(const std::string& text) {
 
 }  // namespace
 
-std::int16_t HalyardDaemon::launchJobs(const ScheduledItems& items) {
+std::int16_t HalyardDaemon::launchJobs(const ScheduleItems& items) {
   std::int16_t status = env_.launcher.findApplication();
   if (status != launch_status::kProcessNotFound) {
     env_.bus.post(notifications::kAddScheduledItems, handOverUserInfo(asObjects(items)));
@@ -90,7 +90,7 @@ void HalyardDaemon::launchHalyard() {
   }
 }
 
-void HalyardDaemon::openSyncDocument(const ScheduledItem& item, bool optionHeld) {
+void HalyardDaemon::openSyncDocument(const KSScheduledItem& item, bool optionHeld) {
   if (optionHeld) {
     auto copy = item.copyWithZone();
     copy->setForceToRun(true);

@@ -21,7 +21,7 @@ UserTimeFormats userFormats(const DaemonEnvironment& env) {
 }  // namespace
 
 StatusMenuModel HalyardDaemon::menuNeedsUpdate() {
-  const std::optional<ScheduledItems> items = loadItems();
+  const std::optional<ScheduleItems> items = loadItems();
   return makeStatusMenuModel({.items = items,
                               .schedulerActive = _schedulerActive,
                               .now = env_.clock.now(),

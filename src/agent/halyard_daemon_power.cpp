@@ -41,7 +41,7 @@ WakeAttempt attemptWakeRequests(WakeTool& tool, HelperFolderType folderType, std
 
 std::optional<TimeInterval> HalyardDaemon::wakeToSyncNextRun() const {
   if (!env_.preferences.boolForKey(prefs::kWakeSystemToSynch) || !_schedulerActive) return std::nullopt;
-  const std::optional<ScheduledItems> items = loadItems();
+  const std::optional<ScheduleItems> items = loadItems();
   if (!items) return std::nullopt;
   const auto next = nextScheduledItemInfo(*items, env_.clock.now(), env_.clock.zone());
   if (!next) return std::nullopt;

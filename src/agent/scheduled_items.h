@@ -1,8 +1,8 @@
 #pragma once
 // The scheduled items as the agent passes them around: a schedule read for
-// one beat, a due list, the items parked for a launch.
+// one beat, a due list, the items parked for a launch, all of them
+// ScheduleItems; here is how they travel as archive objects.
 
-#include <memory>
 #include <vector>
 
 #include "foundation/object.h"
@@ -10,9 +10,6 @@
 
 namespace halyard::agent {
 
-using ScheduledItem = KSScheduledItem;
-using ScheduledItems = std::vector<std::shared_ptr<KSScheduledItem>>;
-
-inline std::vector<ObjectRef> asObjects(const ScheduledItems& items) { return {items.begin(), items.end()}; }
+inline std::vector<ObjectRef> asObjects(const ScheduleItems& items) { return {items.begin(), items.end()}; }
 
 }  // namespace halyard::agent

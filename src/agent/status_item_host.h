@@ -28,7 +28,7 @@ struct StatusMenuActions {
   std::function<StatusMenuModel()> menuNeedsUpdate = nullptr;
   std::function<void()> toggleSchedulerState = nullptr;
   // A document entry chosen, with the Alt key held or not.
-  std::function<void(const ScheduledItem& item, bool optionHeld)> openSyncDocument = nullptr;
+  std::function<void(const KSScheduledItem& item, bool optionHeld)> openSyncDocument = nullptr;
   std::function<void()> launchHalyard = nullptr;
   std::function<void()> quit = nullptr;
 };

@@ -20,7 +20,7 @@ std::string formatMenuDate(TimeInterval date, const std::string& format, const c
   return cctz::format(format, splitInstant(date).seconds, zone);
 }
 
-std::string titleOf(const ScheduledItem& item) { return item.description().value_or(localizedString("NO_DESC")); }
+std::string titleOf(const KSScheduledItem& item) { return item.description().value_or(localizedString("NO_DESC")); }
 
 StatusMenuEntry noneEntry() { return {localizedString("NONE"), false, false, nullptr}; }
 
@@ -47,7 +47,7 @@ std::vector<StatusMenuEntry> documentEntries(const StatusMenuInputs& in) {
 
 }  // namespace
 
-std::optional<NextScheduledItemInfo> nextScheduledItemInfo(const ScheduledItems& items, TimeInterval now,
+std::optional<NextScheduledItemInfo> nextScheduledItemInfo(const ScheduleItems& items, TimeInterval now,
                                                            const cctz::time_zone& zone, bool byMinuteCheck) {
   const TimeInterval start = startOfComingMinute(now, zone);
   std::optional<NextScheduledItemInfo> best;

@@ -31,7 +31,7 @@ inline constexpr int kSchedulerState = 105;
 // The next run of the schedule: its date and the item that runs then.
 struct NextScheduledItemInfo {
   TimeInterval date = 0;
-  std::shared_ptr<ScheduledItem> item;
+  std::shared_ptr<KSScheduledItem> item;
 };
 
 // The earliest next run of any item, asked from the start of the coming
@@ -39,7 +39,7 @@ struct NextScheduledItemInfo {
 // earlier in the array; absent when no item has a run. `byMinuteCheck`: the
 // next hand-over by the minute check (the exactly-once mode) instead of the
 // next run date.
-std::optional<NextScheduledItemInfo> nextScheduledItemInfo(const ScheduledItems& items, TimeInterval now,
+std::optional<NextScheduledItemInfo> nextScheduledItemInfo(const ScheduleItems& items, TimeInterval now,
                                                            const cctz::time_zone& zone, bool byMinuteCheck = false);
 
 // One line of a submenu. A document line carries its item; a line without
@@ -48,7 +48,7 @@ struct StatusMenuEntry {
   std::string title;
   bool enabled = false;
   bool checked = false;
-  std::shared_ptr<ScheduledItem> item;
+  std::shared_ptr<KSScheduledItem> item;
 };
 
 struct StatusMenuModel {
@@ -59,7 +59,7 @@ struct StatusMenuModel {
 };
 
 struct StatusMenuInputs {
-  const std::optional<ScheduledItems>& items;  // absent: no schedule file
+  const std::optional<ScheduleItems>& items;  // absent: no schedule file
   bool schedulerActive = true;
   TimeInterval now = 0;
   const cctz::time_zone& zone;

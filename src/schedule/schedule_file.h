@@ -18,8 +18,6 @@
 
 namespace halyard {
 
-using ScheduleItems = std::vector<std::shared_ptr<KSScheduledItem>>;
-
 // The schedule file's path: the "USER_PATH" folder + "/ScheduleData.sched".
 std::string scheduleFilePath();
 

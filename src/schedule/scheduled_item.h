@@ -21,6 +21,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <cctz/time_zone.h>
 
@@ -257,6 +258,10 @@ class KSScheduledItem final : public Object {
   bool _isComplete = false;
   std::function<void(std::string_view)> guardFault_;
 };
+
+// A list of scheduled items in the schedule's order: a schedule file's
+// contents, a beat's due list, the items parked for a launch.
+using ScheduleItems = std::vector<std::shared_ptr<KSScheduledItem>>;
 
 // Adds the decoder of KSScheduledItem; `clock` gives the start date of items
 // whose archive holds none.

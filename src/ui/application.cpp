@@ -72,7 +72,7 @@ void UserInterface::connectTo(agent::HalyardDaemon& daemon) {
   statusItem->setMenuActions({
       .menuNeedsUpdate = [&daemon] { return daemon.menuNeedsUpdate(); },
       .toggleSchedulerState = [&daemon] { daemon.toggleSchedulerState(); },
-      .openSyncDocument = [&daemon](const agent::ScheduledItem& item,
+      .openSyncDocument = [&daemon](const KSScheduledItem& item,
                                     bool optionHeld) { daemon.openSyncDocument(item, optionHeld); },
       .launchHalyard = [&daemon] { daemon.launchHalyard(); },
       .quit = [] { QCoreApplication::quit(); },

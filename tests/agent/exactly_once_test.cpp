@@ -39,8 +39,8 @@ class RandomYear {
  public:
   explicit RandomYear(std::uint64_t seed) : rng_(seed) {}
 
-  ScheduledItems items(TimeInterval from) {
-    ScheduledItems made;
+  ScheduleItems items(TimeInterval from) {
+    ScheduleItems made;
     for (int i = 0; i < 10; ++i) {
       const TimeInterval start = from + std::round(uniform(-1e6, 3e7)) + (chance(0.5) ? 0.5 : 0);
       auto item = std::make_shared<KSScheduledItem>(CalendarDate::make(start, TimeZone::make("UTC")));
@@ -94,7 +94,7 @@ TEST(ExactlyOnce, EveryCivilMinuteOfAYearIsCoveredOnceAndEachSelectedItemHandedO
     options.exactlyOnce = true;
     options.catchUp = true;
     options.allChecks = true;
-    const ScheduledItems items = random.items(options.from);
+    const ScheduleItems items = random.items(options.from);
     const auto events = random.events(options.from, options.to - 86400);
     ASSERT_GT(events.size(), 30u);
 
@@ -108,7 +108,7 @@ TEST(ExactlyOnce, EveryCivilMinuteOfAYearIsCoveredOnceAndEachSelectedItemHandedO
       }
       ASSERT_EQ(check.coveredFrom, next) << formatInstant(check.beat, zone);
       next = check.coveredTo + 1;
-      ScheduledItems expected;
+      ScheduleItems expected;
       for (const auto& item : items) {
         for (CivilMinute m = check.coveredFrom; m <= check.coveredTo; ++m) {
           if (plainlySelected(*item, civilOf(m), zone)) {

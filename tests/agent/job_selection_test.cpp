@@ -18,7 +18,7 @@ class JobSelectionTest : public DaemonFixture {
   TimeInterval at(int h, int m, int s, double fraction = 0) const {
     return clock_.civil(2026, 3, 4, h, m, s, fraction);
   }
-  std::optional<ScheduledItems> roundTrip(const Item& item) {
+  std::optional<ScheduleItems> roundTrip(const Item& item) {
     writeSchedule(path("ScheduleData.sched"), {item});
     return daemon_->loadItems();
   }
@@ -62,7 +62,7 @@ TEST_F(JobSelectionTest, NewCheckMatchesTheMinuteByScheduleType) {
     SCOPED_TRACE(c.name);
     const auto items = roundTrip(c.item);
     ASSERT_TRUE(items.has_value());
-    ScheduledItems due;
+    ScheduleItems due;
     EXPECT_EQ(daemon_->checkForNewJobs(items, &due), c.due);
     EXPECT_EQ(due.size(), c.due ? 1u : 0u);
   }
@@ -89,7 +89,7 @@ TEST_F(JobSelectionTest, MissedCheckFindsRunsInsideTheGapOncePerItem) {
   clock_.set(at(9, 30, 0, 0.4));
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    ScheduledItems due;
+    ScheduleItems due;
     EXPECT_EQ(daemon_->checkForMissedJobs(roundTrip(c.item), c.lastChecked, &due), c.due);
     EXPECT_EQ(due.size(), c.due ? 1u : 0u);
   }
@@ -99,7 +99,7 @@ TEST_F(JobSelectionTest, ASuspendedSchedulerFindsNothingAndLeavesTheMountList) {
   const auto items = roundTrip(makeItem("a", 9, 15, 5));
   daemon_->setSchedulerActive(false);
   clock_.set(at(9, 15, 0));
-  ScheduledItems due;
+  ScheduleItems due;
   std::vector<std::string> mounts{path("data")};
   EXPECT_FALSE(daemon_->checkForNewJobs(items, &due));
   EXPECT_FALSE(daemon_->checkForMissedJobs(items, at(9, 0, 0), &due));

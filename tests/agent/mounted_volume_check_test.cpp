@@ -56,8 +56,8 @@ TEST_F(MountedVolumeCheckTest, AMountedTargetMakesTheItemDue) {
   };
   for (Case& c : cases) {
     SCOPED_TRACE(c.name);
-    ScheduledItems due;
-    EXPECT_EQ(daemon_->checkForMountedVolumeJobs(ScheduledItems{c.item}, &c.mounted, &due), c.due > 0);
+    ScheduleItems due;
+    EXPECT_EQ(daemon_->checkForMountedVolumeJobs(ScheduleItems{c.item}, &c.mounted, &due), c.due > 0);
     EXPECT_EQ(due.size(), c.due);
     EXPECT_TRUE(c.mounted.empty()) << "every path is consumed";
   }
@@ -67,11 +67,11 @@ TEST_F(MountedVolumeCheckTest, AnItemWaitingForBothSidesRunsWhenTheSecondMounts)
   const auto both = item(true, true);
   unmount("Right");
   std::vector<std::string> mounted{"/media/u/Left"};
-  ScheduledItems due;
-  EXPECT_FALSE(daemon_->checkForMountedVolumeJobs(ScheduledItems{both}, &mounted, &due));
+  ScheduleItems due;
+  EXPECT_FALSE(daemon_->checkForMountedVolumeJobs(ScheduleItems{both}, &mounted, &due));
   machine_->volumes.push_back(volume("Right", 2));
   mounted = {"/media/u/Right"};
-  EXPECT_TRUE(daemon_->checkForMountedVolumeJobs(ScheduledItems{both}, &mounted, &due));
+  EXPECT_TRUE(daemon_->checkForMountedVolumeJobs(ScheduleItems{both}, &mounted, &due));
 }
 
 }  // namespace

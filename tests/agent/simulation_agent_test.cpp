@@ -50,7 +50,7 @@ class SimulationAgreesTest : public DaemonFixture {
 
 TEST_F(SimulationAgreesTest, TheDaemonHandsOverWhatTheSimulationSays) {
   const auto at = [&](int h, int m, int s) { return clock_.civil(2026, 3, 4, h, m, s); };
-  const ScheduledItems items = {makeItem("at-9:31", 9, 31, 4), makeItem("at-9:45", 9, 45, 5),
+  const ScheduleItems items = {makeItem("at-9:31", 9, 31, 4), makeItem("at-9:45", 9, 45, 5),
                                 makeItem("at-10:05", 10, 5, 7), makeItem("at-10:20", 10, 20, 4),
                                 makeItem("at-10:40", 10, 40, 4), makeItem("type-9", 9, 50, 9)};
   writeSchedule(path("ScheduleData.sched"), items);

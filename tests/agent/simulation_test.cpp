@@ -37,7 +37,7 @@ std::string minutes(int first, int last) {
 }
 
 // Each check as "HH:MM:SS.mmm+hh:mm new A,B".
-std::vector<std::string> run(const ScheduledItems& items, const std::vector<SimulationEvent>& events,
+std::vector<std::string> run(const ScheduleItems& items, const std::vector<SimulationEvent>& events,
                              SimulationOptions options) {
   std::vector<std::string> lines;
   const auto status = simulate(items, events, options, [&](const SimulatedCheck& check) {
@@ -57,8 +57,8 @@ class RandomPeriod {
  public:
   explicit RandomPeriod(std::uint64_t seed) : rng_(seed) {}
 
-  ScheduledItems items(TimeInterval around, int count) {
-    ScheduledItems made;
+  ScheduleItems items(TimeInterval around, int count) {
+    ScheduleItems made;
     for (int i = 0; i < count; ++i) {
       auto one = item("item" + std::to_string(i), pick({0, 3, 4, 5, 5, 6, 7, 9}), set(24, 0.3), set(60, 0.05),
                       around + uniform(-86400, 86400));
@@ -113,7 +113,7 @@ TEST(Simulation, SkippingBeatsAnswersAsVisitingEveryBeat) {
     options.allChecks = i % 4 == 3;
     options.exactlyOnce = i % 5 == 4;
     options.catchUp = i % 3 == 0;
-    const ScheduledItems items = random.items(options.from, 12);
+    const ScheduleItems items = random.items(options.from, 12);
     const auto events = random.events(options.from, options.to);
     const auto skipping = run(items, events, options);
     options.everyBeat = true;
@@ -173,7 +173,7 @@ TEST(Simulation, NamedPeriodsShowEachHeartbeatRule) {
   };
   for (const NamedPeriod& period : periods) {
     SCOPED_TRACE(period.name);
-    ScheduledItems items;
+    ScheduleItems items;
     for (const auto& [description, type, hour, first, last] : period.items) {
       // Type 3 starts at 09:32:00.5, after that minute's check; the missed
       // check counts from the start date, so minute 32 still runs after a wake.
@@ -197,7 +197,7 @@ TEST(Simulation, NamedPeriodsShowEachHeartbeatRule) {
 TEST(Simulation, BothDaylightSavingNightsOfNewYork) {
   const auto zone = loadTimeZone("America/New_York").value();
   const TimeInterval start = wall(zone, 2026, 1, 1, 0, 0);
-  const ScheduledItems items = {item("at 01:30", 4, oneHour(1), minutes(30, 30), start),
+  const ScheduleItems items = {item("at 01:30", 4, oneHour(1), minutes(30, 30), start),
                                 item("at 02:30", 4, oneHour(2), minutes(30, 30), start),
                                 item("at 03:30", 4, oneHour(3), minutes(30, 30), start)};
   SimulationOptions options;

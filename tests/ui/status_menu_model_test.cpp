@@ -21,12 +21,12 @@ class StatusMenuModelTest : public ::testing::Test {
   TimeInterval at(int h, int m, int s, double fraction = 0) const {
     return clock_.civil(2026, 3, 4, h, m, s, fraction);
   }
-  std::string describeNext(const ScheduledItems& items, TimeInterval now) const {
+  std::string describeNext(const ScheduleItems& items, TimeInterval now) const {
     const auto next = nextScheduledItemInfo(items, now, clock_.zone());
     if (!next) return "none";
     return *next->item->description() + " " + formatInstant(next->date, clock_.zone());
   }
-  StatusMenuModel model(const std::optional<ScheduledItems>& items, bool active) const {
+  StatusMenuModel model(const std::optional<ScheduleItems>& items, bool active) const {
     return makeStatusMenuModel({.items = items,
                                 .schedulerActive = active,
                                 .now = at(9, 29, 30),
@@ -47,7 +47,7 @@ TEST_F(StatusMenuModelTest, NextRunIsAskedFromTheComingWholeMinute) {
   inactive0945->setActive(false);
   struct Case {
     const char* name;
-    ScheduledItems items;
+    ScheduleItems items;
     TimeInterval now;
     std::string expected;
   } cases[] = {
@@ -74,10 +74,10 @@ TEST_F(StatusMenuModelTest, DocumentsAndTitlesFollowTheScheduleAndTheState) {
   inactive->setActive(false);
   const auto gone = makeItem("Gone", 10, 0);
   present_ = {*active->documentPathName(), *inactive->documentPathName()};
-  const ScheduledItems items{active, inactive, gone};
+  const ScheduleItems items{active, inactive, gone};
   struct Case {
     const char* name;
-    std::optional<ScheduledItems> items;
+    std::optional<ScheduleItems> items;
     bool schedulerActive;
     Titles nextRun, documents;
     std::string toggle, state;
@@ -86,7 +86,7 @@ TEST_F(StatusMenuModelTest, DocumentsAndTitlesFollowTheScheduleAndTheState) {
        "Suspend Scheduler", "Scheduler Is Active"},
       {"suspended scheduler: no next run", items, false, {"None"}, {"Active", "Inactive", "Gone"},
        "Resume Scheduler", "Scheduler Is Suspended"},
-      {"empty schedule", ScheduledItems{}, true, {"None"}, {"None"}, "Suspend Scheduler", "Scheduler Is Active"},
+      {"empty schedule", ScheduleItems{}, true, {"None"}, {"None"}, "Suspend Scheduler", "Scheduler Is Active"},
       {"no schedule file", std::nullopt, true, {"None"}, {"None"}, "Suspend Scheduler", "Scheduler Is Active"},
   };
   for (const Case& c : cases) {

@@ -69,7 +69,7 @@ TEST(AlertPanel, ButtonsCarryTheTextsTheRequestGives) {
 
 TEST(TrayStatusItem, OpeningTheMenuFillsItFromTheModel) {
   TrayStatusItem item;
-  auto document = std::make_shared<agent::ScheduledItem>(CalendarDate::make(0, TimeZone::make("UTC")));
+  auto document = std::make_shared<KSScheduledItem>(CalendarDate::make(0, TimeZone::make("UTC")));
   std::vector<std::pair<std::string, bool>> opened;
   item.setMenuActions({.menuNeedsUpdate =
                            [&] {
@@ -78,7 +78,7 @@ TEST(TrayStatusItem, OpeningTheMenuFillsItFromTheModel) {
                                                            "Resume",
                                                            "Suspended"};
                            },
-                       .openSyncDocument = [&](const agent::ScheduledItem&, bool alt) { opened.emplace_back("doc", alt); }});
+                       .openSyncDocument = [&](const KSScheduledItem&, bool alt) { opened.emplace_back("doc", alt); }});
   using namespace agent::menu_tags;
   for (int tag : {kNextRun, kDocuments, kToggleScheduler, kSchedulerState}) EXPECT_TRUE(item.entry(tag)) << tag;
   item.menuNeedsUpdate();

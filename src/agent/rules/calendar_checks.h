@@ -12,11 +12,11 @@
 namespace halyard::agent {
 
 // The items the minute check selects at `now` (its civil minute in `zone`).
-ScheduledItems newJobs(const ScheduledItems& items, TimeInterval now, const cctz::time_zone& zone);
+ScheduleItems newJobs(const ScheduleItems& items, TimeInterval now, const cctz::time_zone& zone);
 
 // The items that have a run date between `lastChecked` and the present,
 // which `now` answers afresh for each item.
-ScheduledItems missedJobs(const ScheduledItems& items, TimeInterval lastChecked,
+ScheduleItems missedJobs(const ScheduleItems& items, TimeInterval lastChecked,
                           const std::function<TimeInterval()>& now, const cctz::time_zone& zone);
 
 }  // namespace halyard::agent

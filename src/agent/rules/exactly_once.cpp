@@ -34,11 +34,11 @@ bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilM
   return civilPattern && civilPattern->firstAtOrAfter(first, last + 1).has_value();
 }
 
-ScheduledItems ExactlyOnceWindow::check(const ScheduledItems& items, TimeInterval now, const cctz::time_zone& zone,
+ScheduleItems ExactlyOnceWindow::check(const ScheduleItems& items, TimeInterval now, const cctz::time_zone& zone,
                                         bool active) {
   const CivilMinute current = civilMinuteAt(now, zone);
   const CivilMinute first = covered_ ? *covered_ + 1 : current;
-  ScheduledItems due;
+  ScheduleItems due;
   if (active) {
     for (const auto& item : items) {
       if (item && selectsCivilMinuteIn(*item, first, current, zone)) due.push_back(item);

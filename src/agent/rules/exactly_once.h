@@ -33,7 +33,7 @@ class ExactlyOnceWindow {
   // The items due at a check at `now`: those selected in (covered, now's
   // civil minute]; the window then moves on. The first check covers its own
   // minute only.
-  ScheduledItems check(const ScheduledItems& items, TimeInterval now, const cctz::time_zone& zone, bool active);
+  ScheduleItems check(const ScheduleItems& items, TimeInterval now, const cctz::time_zone& zone, bool active);
 
   // The last civil minute covered, absent before the first check; restored
   // from the agent's saved state to catch up what passed while it was not running.

@@ -49,7 +49,7 @@ class BeatGrid {
 // (a clock set back) rebuilds them all.
 class Nominations {
  public:
-  Nominations(const ScheduledItems& items, const BeatGrid& grid, const cctz::time_zone& zone, TimeInterval until)
+  Nominations(const ScheduleItems& items, const BeatGrid& grid, const cctz::time_zone& zone, TimeInterval until)
       : items_(items), grid_(grid), zone_(zone), until_(until) {
     for (const auto& item : items) searches_.emplace_back(item ? std::optional(MinuteCheckSearch(*item)) : std::nullopt);
   }
@@ -69,7 +69,7 @@ class Nominations {
 
   // The items nominated at `at` (a second-0 beat reached through next()), in
   // schedule order; each then looks for its next minute.
-  ScheduledItems take(Second at) {
+  ScheduleItems take(Second at) {
     std::vector<std::size_t> indexes;
     while (!heap_.empty() && heap_.top().second == at) {
       indexes.push_back(heap_.top().index);
@@ -77,7 +77,7 @@ class Nominations {
     }
     std::sort(indexes.begin(), indexes.end());
     position_ = at + 1;  // the entries taken now look beyond `at`
-    ScheduledItems nominated;
+    ScheduleItems nominated;
     const TimeInterval following = grid_.beat(grid_.firstMinuteBeat(at + 1));
     for (const std::size_t index : indexes) {
       nominated.push_back(items_[index]);
@@ -108,7 +108,7 @@ class Nominations {
     if (found) heap_.push({static_cast<Second>(std::floor(toUnixSeconds(*found))), index});
   }
 
-  const ScheduledItems& items_;
+  const ScheduleItems& items_;
   std::vector<std::optional<MinuteCheckSearch>> searches_;
   const BeatGrid& grid_;
   const cctz::time_zone& zone_;
@@ -120,7 +120,7 @@ class Nominations {
 
 class Simulator {
  public:
-  Simulator(const ScheduledItems& items, const std::vector<SimulationEvent>& events, const SimulationOptions& options,
+  Simulator(const ScheduleItems& items, const std::vector<SimulationEvent>& events, const SimulationOptions& options,
             const CheckReport& report)
       : items_(items),
         events_(events),
@@ -179,7 +179,7 @@ class Simulator {
     window_.setCovered(std::nullopt);
   }
 
-  ScheduledItems calendarCheck(HeartbeatMode mode, Second s, SimulatedCheck& check) {
+  ScheduleItems calendarCheck(HeartbeatMode mode, Second s, SimulatedCheck& check) {
     const TimeInterval now = check.beat;
     if (options_.exactlyOnce) {
       check.coveredTo = civilMinuteAt(now, options_.zone);
@@ -189,7 +189,7 @@ class Simulator {
     if (!active_) return {};
     if (mode == HeartbeatMode::Missed) {
       return lastCheckDate_ ? missedJobs(items_, *lastCheckDate_, [now] { return now; }, options_.zone)
-                            : ScheduledItems{};
+                            : ScheduleItems{};
     }
     return newJobs(options_.everyBeat ? items_ : nominatedAt(s), now, options_.zone);
   }
@@ -207,9 +207,9 @@ class Simulator {
     if (!check.items.empty() || options_.allChecks) report_(check);
   }
 
-  ScheduledItems nominatedAt(Second s) {
+  ScheduleItems nominatedAt(Second s) {
     const auto first = nominations_.next(s);
-    return first == s ? nominations_.take(s) : ScheduledItems{};
+    return first == s ? nominations_.take(s) : ScheduleItems{};
   }
 
   // The next beat that can hand anything over or change what the agent knows,
@@ -240,7 +240,7 @@ class Simulator {
     return target;
   }
 
-  const ScheduledItems& items_;
+  const ScheduleItems& items_;
   const std::vector<SimulationEvent>& events_;
   const SimulationOptions& options_;
   const CheckReport& report_;
@@ -274,7 +274,7 @@ Status checkEvents(const std::vector<SimulationEvent>& events) {
 
 }  // namespace
 
-Status simulate(const ScheduledItems& items, const std::vector<SimulationEvent>& events,
+Status simulate(const ScheduleItems& items, const std::vector<SimulationEvent>& events,
                 const SimulationOptions& options, const CheckReport& report) {
   if (!wholeMicroseconds(options.beatFraction)) return makeError("the beat fraction must be whole microseconds in [0, 1)");
   if (!wholeMicroseconds(options.checkCost)) return makeError("the check cost must be whole microseconds in [0, 1)");

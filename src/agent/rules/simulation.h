@@ -62,7 +62,7 @@ struct SimulationOptions {
 struct SimulatedCheck {
   TimeInterval beat = 0;
   HeartbeatMode mode = HeartbeatMode::None;
-  ScheduledItems items;  // in due-list order
+  ScheduleItems items;  // in due-list order
   // In the exactly-once mode, the civil minutes the check covered.
   CivilMinute coveredFrom = 0, coveredTo = 0;
 };
@@ -72,7 +72,7 @@ using CheckReport = std::function<void(const SimulatedCheck&)>;
 // Events must be in time order, each starting no earlier than the previous
 // one ends; events at or after `options.to` are ignored. The fractions lie
 // in [0, 1). An error names the event (from 1) or the option.
-Status simulate(const ScheduledItems& items, const std::vector<SimulationEvent>& events,
+Status simulate(const ScheduleItems& items, const std::vector<SimulationEvent>& events,
                 const SimulationOptions& options, const CheckReport& report);
 
 }  // namespace halyard::agent
