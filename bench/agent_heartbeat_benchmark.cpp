@@ -53,9 +53,13 @@ struct Bench {
       items.push_back(item);
     }
     (void)writeScheduleFile(paths.scheduleFile, {Dictionary::make(true), items});
-    daemon = std::make_unique<HalyardDaemon>(DaemonEnvironment{
-        .clock = clock, .bus = bus, .preferences = preferences, .launcher = launcher, .paths = paths,
-        .terminate = {}, .steppedBeats = true});
+    daemon = std::make_unique<HalyardDaemon>(DaemonEnvironment{.clock = clock,
+                                                               .bus = bus,
+                                                               .preferences = preferences,
+                                                               .launcher = launcher,
+                                                               .paths = paths,
+                                                               .terminate = {},
+                                                               .steppedBeats = true});
   }
   QTemporaryDir dir;
   BenchClock clock;

@@ -56,8 +56,8 @@ std::int64_t countObjects(const ObjectRef& object) {
 }
 
 void setObjectRate(benchmark::State& state, const ObjectRef& schedule) {
-  state.counters["objects_per_second"] = benchmark::Counter(
-      static_cast<double>(state.iterations() * countObjects(schedule)), benchmark::Counter::kIsRate);
+  state.counters["objects_per_second"] =
+      benchmark::Counter(static_cast<double>(state.iterations() * countObjects(schedule)), benchmark::Counter::kIsRate);
 }
 
 void BM_CopyBytesBaseline(benchmark::State& state) {

@@ -114,21 +114,25 @@ struct CopyCase {
   const char* item;
   int iterations;
 };
-constexpr CopyCase kCases[] = {{"large_file", "large.bin", 5}, {"small_files", "small", 5}, {"sparse_file", "sparse.img", 10}};
+constexpr CopyCase kCases[] = {
+    {"large_file", "large.bin", 5}, {"small_files", "small", 5}, {"sparse_file", "sparse.img", 10}};
 
 void registerCases() {
   for (const CopyCase& c : kCases) {
     const std::string item = c.item;
     const std::string name = c.name;
-    benchmark::RegisterBenchmark(("copyWithManager/" + name).c_str(), [item](benchmark::State& state) {
-      copyWithManager(state, item);
-    })->Unit(benchmark::kMillisecond)->Iterations(c.iterations);
-    benchmark::RegisterBenchmark(("copyWithCpPlain/" + name).c_str(), [item](benchmark::State& state) {
-      copyWithCp(state, item, false);
-    })->Unit(benchmark::kMillisecond)->Iterations(c.iterations);
-    benchmark::RegisterBenchmark(("copyWithCpSynced/" + name).c_str(), [item](benchmark::State& state) {
-      copyWithCp(state, item, true);
-    })->Unit(benchmark::kMillisecond)->Iterations(c.iterations);
+    benchmark::RegisterBenchmark(("copyWithManager/" + name).c_str(),
+                                 [item](benchmark::State& state) { copyWithManager(state, item); })
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(c.iterations);
+    benchmark::RegisterBenchmark(("copyWithCpPlain/" + name).c_str(),
+                                 [item](benchmark::State& state) { copyWithCp(state, item, false); })
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(c.iterations);
+    benchmark::RegisterBenchmark(("copyWithCpSynced/" + name).c_str(),
+                                 [item](benchmark::State& state) { copyWithCp(state, item, true); })
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(c.iterations);
   }
 }
 

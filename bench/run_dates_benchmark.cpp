@@ -99,8 +99,8 @@ std::optional<TimeInterval> calendarWalkForward(const Query& q) {
   const TimeInterval limit = q.before.value_or(q.now + 365 * kDay);
   const bool everyDay = p.daysOfMonth.find('0') == std::string::npos || p.daysOfWeek.find('0') == std::string::npos;
   for (; limit > candidate; candidate += 60.0) {
-    const auto seconds = cctz::time_point<cctz::seconds>(
-        cctz::seconds(static_cast<std::int64_t>(std::floor(toUnixSeconds(candidate)))));
+    const auto seconds =
+        cctz::time_point<cctz::seconds>(cctz::seconds(static_cast<std::int64_t>(std::floor(toUnixSeconds(candidate)))));
     const cctz::civil_second civil = cctz::convert(seconds, berlin());
     if (!selected(p.minutes, civil.minute()) || !selected(p.hours, civil.hour()) ||
         !selected(p.months, civil.month() - 1)) {

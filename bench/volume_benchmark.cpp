@@ -23,8 +23,13 @@ std::shared_ptr<FakeVolumeQueries> machineOf(int volumes) {
   for (int i = 0; i < volumes; ++i) {
     FakeVolume v;
     const std::string name = "Volume" + std::to_string(i);
-    v.mount = {.source = "/dev/sd" + std::to_string(i), .mountPoint = "/media/u/" + name, .fsType = "ext4",
-               .options = "rw", .root = "/", .device = static_cast<std::uint64_t>(i + 1), .sourceIsBlockDevice = true};
+    v.mount = {.source = "/dev/sd" + std::to_string(i),
+               .mountPoint = "/media/u/" + name,
+               .fsType = "ext4",
+               .options = "rw",
+               .root = "/",
+               .device = static_cast<std::uint64_t>(i + 1),
+               .sourceIsBlockDevice = true};
     v.stats.type = 0xEF53;
     v.stats.blockSize = 4096;
     v.birth = KernelTime{1600000000 + i, 0};

@@ -43,8 +43,8 @@ void DBusNotificationBus::onNotification(const QString& name, const QVariantMap&
     if (o.name == name) matching.push_back(o.id);
   }
   for (std::uint64_t id : matching) {
-    auto found = std::find_if(observations_.begin(), observations_.end(),
-                              [id](const Observation& o) { return o.id == id; });
+    auto found =
+        std::find_if(observations_.begin(), observations_.end(), [id](const Observation& o) { return o.id == id; });
     if (found == observations_.end()) continue;
     const Handler handler = found->handler;
     handler(userInfo);

@@ -105,9 +105,9 @@ void HalyardDaemon::heartbeat(std::optional<TimeInterval> lateness) {
   env_.clock.followZone();
   const TimeInterval now = env_.clock.now();
   timings_.beatLateness.record(now, lateness.value_or(now - std::floor(now)));
-  const HeartbeatMode mode = chooseHeartbeatMode({_awokeFromSleep, _lastCheckDate, now,
-                                                  secondOfMinute(now, env_.clock.zone()),
-                                                  !_notifyMonitor->mountedVolumes().empty()});
+  const HeartbeatMode mode =
+      chooseHeartbeatMode({_awokeFromSleep, _lastCheckDate, now, secondOfMinute(now, env_.clock.zone()),
+                           !_notifyMonitor->mountedVolumes().empty()});
   if (mode != HeartbeatMode::None) runCheck(mode);
   updateIdleSleepVeto(now, secondOfMinute(now, env_.clock.zone()) == 0);
   if (_notifyMonitor->shouldQuit() && env_.terminate) env_.terminate();
@@ -192,8 +192,6 @@ void HalyardDaemon::statusMenuStateChanged(const QVariantMap& userInfo) {
   env_.preferences.setBool(prefs::kShowStatusMenu, show);
 }
 
-std::ostream& HalyardDaemon::standardOutput() const {
-  return env_.standardOutput ? *env_.standardOutput : std::cout;
-}
+std::ostream& HalyardDaemon::standardOutput() const { return env_.standardOutput ? *env_.standardOutput : std::cout; }
 
 }  // namespace halyard::agent

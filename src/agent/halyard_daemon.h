@@ -30,8 +30,8 @@
 #include "agent/rules/exactly_once.h"
 #include "agent/scheduled_items.h"
 #include "agent/status_item_host.h"
-#include "agent/timings.h"
 #include "agent/status_menu_model.h"
+#include "agent/timings.h"
 #include "agent/user_time_formats.h"
 #include "agent/wake_to_sync.h"
 #include "fileservices/vt_file_manager.h"
@@ -44,9 +44,9 @@ inline constexpr char kAgentVersion[] = "4.0.5";
 
 // Where the daemon finds its files and the main application.
 struct AgentPaths {
-  std::string scheduleFile;       // <USER_PATH>/ScheduleData.sched
-  std::string launchPathFile;     // <GLOBAL_APP_SUPPORT_PATH>/<LAUNCHPATH_NAME>
-  std::string volumesRoot;        // where bare volume names are mounted
+  std::string scheduleFile;    // <USER_PATH>/ScheduleData.sched
+  std::string launchPathFile;  // <GLOBAL_APP_SUPPORT_PATH>/<LAUNCHPATH_NAME>
+  std::string volumesRoot;     // where bare volume names are mounted
   std::vector<std::string> applicationPaths{"/usr/bin/halyard", "/usr/local/bin/halyard"};
   std::vector<std::string> dataDirs;  // searched for applications/halyard.desktop
   // The installed wake tool template and where privileged copies may lie.
@@ -87,7 +87,7 @@ struct DaemonEnvironment {
 // The mounted-volume check's matching, safe on a thread of its own: the items
 // that the newly mounted `paths` make due, from the last path to the first.
 ScheduleItems mountedVolumeJobs(const ScheduleItems& items, std::vector<std::string> paths,
-                                 const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now);
+                                const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now);
 
 // What the agent tells of itself (`halyardctl status`).
 struct AgentStatus {

@@ -65,14 +65,14 @@ bool HalyardDaemon::checkForNewJobs(const std::optional<ScheduleItems>& items, S
 bool HalyardDaemon::checkForMissedJobs(const std::optional<ScheduleItems>& items,
                                        std::optional<TimeInterval> lastChecked, ScheduleItems* dueList) const {
   if (!_schedulerActive || !items || !lastChecked || !dueList) return false;
-  const ScheduleItems due = missedJobs(*items, *lastChecked, [this] { return env_.clock.now(); }, env_.clock.zone());
+  const ScheduleItems due = missedJobs(
+      *items, *lastChecked, [this] { return env_.clock.now(); }, env_.clock.zone());
   dueList->insert(dueList->end(), due.begin(), due.end());
   return !due.empty();
 }
 
 bool HalyardDaemon::checkForMountedVolumeJobs(const std::optional<ScheduleItems>& items,
-                                              std::vector<std::string>* mountedVolumes,
-                                              ScheduleItems* dueList) const {
+                                              std::vector<std::string>* mountedVolumes, ScheduleItems* dueList) const {
   if (!_schedulerActive || !items || !mountedVolumes || !dueList || mountedVolumes->empty()) return false;
   const auto fileManager =
       env_.fileManager ? env_.fileManager : fileservices::VTFileManager::sharedFileManager().shared_from_this();
@@ -83,7 +83,7 @@ bool HalyardDaemon::checkForMountedVolumeJobs(const std::optional<ScheduleItems>
 }
 
 ScheduleItems mountedVolumeJobs(const ScheduleItems& items, std::vector<std::string> paths,
-                                 const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now) {
+                                const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now) {
   ScheduleItems due;
   // From the last path to the first; a path is removed with every repetition.
   while (!paths.empty()) {

@@ -23,8 +23,7 @@ BeatPlan planBeat(TimeInterval now, TimeInterval target) {
   return {true, next, millis(next - now)};
 }
 
-HeartbeatTimer::HeartbeatTimer(const Clock& clock, Beat beat)
-    : clock_(clock), beat_(std::move(beat)) {
+HeartbeatTimer::HeartbeatTimer(const Clock& clock, Beat beat) : clock_(clock), beat_(std::move(beat)) {
   timer_.setSingleShot(true);
   timer_.setTimerType(Qt::PreciseTimer);
   connect(&timer_, &QTimer::timeout, this, &HeartbeatTimer::fire);

@@ -87,7 +87,8 @@ bool folderIsPrivate(const std::string& toolPath) {
 bool isValidHelperTool(const std::string& toolPath, const std::string& templatePath) {
   if (!folderIsPrivate(toolPath)) return false;
   OpenFile tool(toolPath), original(templatePath);
-  struct stat toolInfo {}, originalInfo {};
+  struct stat toolInfo {
+  }, originalInfo{};
   if (tool.fd < 0 || original.fd < 0 || ::fstat(tool.fd, &toolInfo) != 0 || ::fstat(original.fd, &originalInfo) != 0)
     return false;
   if (!S_ISREG(toolInfo.st_mode) || toolInfo.st_uid != 0 || !(toolInfo.st_mode & S_ISUID)) return false;

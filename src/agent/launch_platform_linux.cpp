@@ -39,8 +39,7 @@ void whenAnswered(const QDBusPendingCall& call, QObject* context, Handle handle)
 }  // namespace
 
 LinuxLaunchPlatform::LinuxLaunchPlatform(QDBusConnection session)
-    : session_(std::move(session)),
-      watcher_(kApplicationBusName, session_, QDBusServiceWatcher::WatchForOwnerChange) {
+    : session_(std::move(session)), watcher_(kApplicationBusName, session_, QDBusServiceWatcher::WatchForOwnerChange) {
   connect(&watcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,
           [this](const QString&, const QString&, const QString& newOwner) { running_ = !newOwner.isEmpty(); });
   QDBusMessage ask = busCall("NameHasOwner");
@@ -73,8 +72,8 @@ std::int16_t LinuxLaunchPlatform::launchProgram(const std::vector<std::string>& 
 }
 
 void LinuxLaunchPlatform::activateWhenRunning() {
-  auto* watcher = new QDBusServiceWatcher(kApplicationBusName, session_, QDBusServiceWatcher::WatchForRegistration,
-                                          this);
+  auto* watcher =
+      new QDBusServiceWatcher(kApplicationBusName, session_, QDBusServiceWatcher::WatchForRegistration, this);
   auto activate = [connection = session_]() mutable {
     QDBusMessage call = QDBusMessage::createMethodCall(kApplicationBusName, "/com/vantrel/halyard",
                                                        "org.freedesktop.Application", "Activate");

@@ -2,8 +2,7 @@
 
 namespace halyard::agent {
 
-Expected<std::unique_ptr<LibmountEventSource>> LibmountEventSource::open(
-    std::shared_ptr<const VolumeQueries> queries) {
+Expected<std::unique_ptr<LibmountEventSource>> LibmountEventSource::open(std::shared_ptr<const VolumeQueries> queries) {
   auto monitor = MountMonitor::open(std::move(queries));
   if (!monitor) return monitor.error();
   return std::unique_ptr<LibmountEventSource>(new LibmountEventSource(std::move(*monitor)));

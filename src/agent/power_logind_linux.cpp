@@ -38,8 +38,8 @@ bool LogindPower::subscribe() {
   }
   // Each time logind takes its name (a restart, or a late start) it knows
   // nothing of the inhibitor held from its predecessor.
-  logindWatch_ = std::make_unique<QDBusServiceWatcher>(kLogindService, system_,
-                                                       QDBusServiceWatcher::WatchForRegistration);
+  logindWatch_ =
+      std::make_unique<QDBusServiceWatcher>(kLogindService, system_, QDBusServiceWatcher::WatchForRegistration);
   connect(logindWatch_.get(), &QDBusServiceWatcher::serviceRegistered, this, [this] {
     logLine("logind has started; taking the sleep delay inhibitor again.");
     takeDelayInhibitor();

@@ -61,7 +61,8 @@ Expected<std::string> runProgram(const std::vector<std::string>& arguments, char
   closeIfOpen(in.write);  // the program reads its input up to the end
   std::string answer;
   char buffer[4096];
-  for (ssize_t got; sent && answer.size() <= wake::kMaxRequestBytes && (got = ::read(out.read, buffer, sizeof buffer)) > 0;)
+  for (ssize_t got;
+       sent && answer.size() <= wake::kMaxRequestBytes && (got = ::read(out.read, buffer, sizeof buffer)) > 0;)
     answer.append(buffer, static_cast<std::size_t>(got));
   closeIfOpen(out.read);
   int status = 0;

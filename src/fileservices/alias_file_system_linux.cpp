@@ -45,7 +45,8 @@ class LinuxAliasFileSystem final : public AliasFileSystem {
     if (!mount) return std::nullopt;
     const std::string below = withoutLeadingSlash(place->resolvedPath.substr(
         std::min(place->resolvedPath.size(), mount->mountPoint == "/" ? 0 : mount->mountPoint.size())));
-    return AliasVolume{mount->mountPoint, uuidOf(*machine_, *mount), withoutLeadingSlash(joinBelow(mount->root, below))};
+    return AliasVolume{mount->mountPoint, uuidOf(*machine_, *mount),
+                       withoutLeadingSlash(joinBelow(mount->root, below))};
   }
 
   std::optional<std::string> pathOnVolume(const std::string& uuid, const std::string& relativePath) const override {

@@ -30,7 +30,8 @@ bool destinationInside(const struct stat& src, const std::string& dest) {
   UniqueFd folder;
   if (openFolder(parentOf(dest), folder) != 0) return false;
   for (int depth = 0; depth < 4096; ++depth) {
-    struct stat here {}, up {};
+    struct stat here {
+    }, up{};
     if (fstat(folder.get(), &here) != 0) return false;
     if (sameItem(here, src)) return true;
     UniqueFd parent(openat(folder.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -111,7 +112,8 @@ int copyDurably(const std::string& src, const std::string& dest, const CopyEngin
 // After a rename: both folders changed, or one when they are the same.
 int flushBoth(const CopyEngineSetup& setup, int srcFolder, const std::string& srcPath, int destFolder,
               const std::string& destPath) {
-  struct stat a {}, b {};
+  struct stat a {
+  }, b{};
   if (int rc = flushFolder(setup, destFolder, destPath)) return rc;
   if (fstat(srcFolder, &a) == 0 && fstat(destFolder, &b) == 0 && sameItem(a, b)) return 0;
   return flushFolder(setup, srcFolder, srcPath);
@@ -135,7 +137,8 @@ bool finishedEarlier(const std::string& src, const std::string& dest) {
 }  // namespace
 
 int copyItem(const std::string& src, const std::string& dest, const CopyEngineSetup& setup) {
-  struct stat st {}, existing {};
+  struct stat st {
+  }, existing{};
   if (lstat(src.c_str(), &st) != 0) return errno;
   if (lstat(dest.c_str(), &existing) == 0) return EEXIST;
   if (S_ISDIR(st.st_mode) && destinationInside(st, dest)) return refuseInside(setup, src, dest);
@@ -143,7 +146,8 @@ int copyItem(const std::string& src, const std::string& dest, const CopyEngineSe
 }
 
 int moveItem(const std::string& src, const std::string& dest, const CopyEngineSetup& setup) {
-  struct stat st {}, existing {};
+  struct stat st {
+  }, existing{};
   if (lstat(src.c_str(), &st) != 0) return errno;
   if (S_ISDIR(st.st_mode) && destinationInside(st, dest)) return refuseInside(setup, src, dest);
   UniqueFd srcFolder, destFolder;

@@ -72,7 +72,9 @@ bool cannotHold(int rc) { return rc == ENOTSUP || rc == EOPNOTSUPP || rc == EPER
 
 }  // namespace
 
-std::string partialPrefixFor(const std::string& destName) { return "." + destName.substr(0, 200) + ".halyard-partial-"; }
+std::string partialPrefixFor(const std::string& destName) {
+  return "." + destName.substr(0, 200) + ".halyard-partial-";
+}
 
 int TreeCopier::copyToPartial(int srcParentFd, const std::string& srcPath, int destParentFd,
                               const std::string& destPath) {
@@ -175,8 +177,8 @@ int TreeCopier::copyFolder(const Item& src, const Item& dest, const struct stat&
   if (int rc = listFolder(in.get(), names)) return rc;
   for (const std::string& name : names) {
     const std::string inner = relative.empty() ? name : relative + "/" + name;
-    const int rc = copyNode({in.get(), name, joinPath(src.path, name)}, {out.get(), name, joinPath(dest.path, name)},
-                            inner);
+    const int rc =
+        copyNode({in.get(), name, joinPath(src.path, name)}, {out.get(), name, joinPath(dest.path, name)}, inner);
     if (rc != 0) return rc;
   }
   return applyMetadata(in.get(), out.get(), st, dest.path, relative.empty());

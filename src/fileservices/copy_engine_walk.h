@@ -47,8 +47,8 @@ int countTree(int parentFd, const std::string& name, const std::string& path, co
 bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName);
 
 struct RemovalOptions {
-  bool clearLocks = false;       // a moved item's flags went with its copy
-  bool makeWritable = false;     // our own partial, made with read-only folders
+  bool clearLocks = false;    // a moved item's flags went with its copy
+  bool makeWritable = false;  // our own partial, made with read-only folders
 };
 // Removes an item and all it holds, by descriptor; stops at the first item
 // that cannot be removed and names it in the report.

@@ -63,7 +63,8 @@ int listFolder(int folderFd, std::vector<std::string>& names) {
     errno = 0;
     const dirent* entry = readdir(dir.get());
     if (!entry) return errno;
-    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) names.emplace_back(entry->d_name);
+    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+      names.emplace_back(entry->d_name);
   }
 }
 
@@ -86,7 +87,8 @@ int countTree(int parentFd, const std::string& name, const std::string& path, co
 }
 
 bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName) {
-  struct stat src {}, dest {};
+  struct stat src {
+  }, dest{};
   if (fstatat(srcParentFd, srcName.c_str(), &src, AT_SYMLINK_NOFOLLOW) != 0) return false;
   if (fstatat(destParentFd, destName.c_str(), &dest, AT_SYMLINK_NOFOLLOW) != 0) return false;
   if ((src.st_mode & S_IFMT) != (dest.st_mode & S_IFMT)) return false;
@@ -128,8 +130,8 @@ void clearItemLocks(int parentFd, const std::string& name) {
   if (item.valid()) clearLockFlags(item.get());
 }
 
-int removeFolderContents(int parentFd, const std::string& name, const std::string& path,
-                         const CopyEngineSetup& setup, RemovalOptions options, bool& wasFolder) {
+int removeFolderContents(int parentFd, const std::string& name, const std::string& path, const CopyEngineSetup& setup,
+                         RemovalOptions options, bool& wasFolder) {
   if (int rc = engineStep(setup, EngineStep::OpenFolder, path)) return failRemoval(setup, path, rc);
   UniqueFd folder;
   const int opened = openFolderAt(parentFd, name, folder);

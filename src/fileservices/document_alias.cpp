@@ -27,8 +27,8 @@ std::optional<std::string> textOf(const Dictionary& alias, std::string_view key)
 std::optional<std::string> findOnVolume(const Dictionary& alias, const AliasFileSystem& fileSystem) {
   auto uuid = textOf(alias, "volumeUUID");
   auto relative = textOf(alias, "relativePath");
-  if (!uuid || !relative || uuid->empty() || uuid->find('/') != std::string::npos || *uuid == "." ||
-      *uuid == ".." || !staysBelow(*relative)) {
+  if (!uuid || !relative || uuid->empty() || uuid->find('/') != std::string::npos || *uuid == "." || *uuid == ".." ||
+      !staysBelow(*relative)) {
     return std::nullopt;
   }
   auto path = fileSystem.pathOnVolume(*uuid, *relative);

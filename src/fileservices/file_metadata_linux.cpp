@@ -58,9 +58,7 @@ int writeComment(const std::string& path, const std::string& comment) {
   return setxattr(path.c_str(), kCommentAttribute, comment.data(), comment.size(), 0) == 0 ? 0 : errno;
 }
 
-int removeComment(const std::string& path) {
-  return removexattr(path.c_str(), kCommentAttribute) == 0 ? 0 : errno;
-}
+int removeComment(const std::string& path) { return removexattr(path.c_str(), kCommentAttribute) == 0 ? 0 : errno; }
 
 bool canChangeLock() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};

@@ -6,8 +6,7 @@
 
 namespace halyard::fileservices {
 
-AuditCall::AuditCall(VTFileManager& manager, const Text& entry)
-    : manager_(manager), audited_(manager.auditEnabled()) {
+AuditCall::AuditCall(VTFileManager& manager, const Text& entry) : manager_(manager), audited_(manager.auditEnabled()) {
   // _callDepth is changed only on the audit thread, so it needs no lock.
   if (audited_ && ++manager_._callDepth == 1) logLine(auditPrefix() + entry());
   manager_.setLastError(0);

@@ -3,11 +3,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <algorithm>
-#include <cstdio>
 #include <vector>
 
 #include "fileservices/host_identity.h"

@@ -43,14 +43,16 @@ TimeInterval instantOf(std::int64_t seconds, std::uint32_t nanoseconds) {
 }
 
 std::optional<std::string> userName(uid_t uid) {
-  struct passwd entry {}, *found = nullptr;
+  struct passwd entry {
+  }, *found = nullptr;
   char buffer[4096];
   if (getpwuid_r(uid, &entry, buffer, sizeof buffer, &found) != 0 || !found) return std::nullopt;
   return std::string(found->pw_name);
 }
 
 std::optional<std::string> groupName(gid_t gid) {
-  struct group entry {}, *found = nullptr;
+  struct group entry {
+  }, *found = nullptr;
   char buffer[4096];
   if (getgrgid_r(gid, &entry, buffer, sizeof buffer, &found) != 0 || !found) return std::nullopt;
   return std::string(found->gr_name);
@@ -179,8 +181,7 @@ void applyFileAttributes(const std::string& path, const FileAttributes& a) {
   if (a.modificationDate) {
     const double unix = toUnixSeconds(*a.modificationDate);
     const double whole = std::floor(unix);
-    const timespec times[2] = {{0, UTIME_OMIT},
-                               {static_cast<time_t>(whole), static_cast<long>((unix - whole) * 1e9)}};
+    const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(whole), static_cast<long>((unix - whole) * 1e9)}};
     (void)utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
   }
 }

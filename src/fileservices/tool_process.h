@@ -14,7 +14,6 @@ struct ToolExit {
   int status = 0;      // its exit status (128 + signal number when killed)
 };
 
-ToolExit runTool(const std::string& tool, const std::vector<std::string>& arguments,
-                 const std::string& workingFolder);
+ToolExit runTool(const std::string& tool, const std::vector<std::string>& arguments, const std::string& workingFolder);
 
 }  // namespace halyard::fileservices

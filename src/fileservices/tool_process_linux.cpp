@@ -43,8 +43,7 @@ class SpawnActions {
 
 }  // namespace
 
-ToolExit runTool(const std::string& tool, const std::vector<std::string>& arguments,
-                 const std::string& workingFolder) {
+ToolExit runTool(const std::string& tool, const std::vector<std::string>& arguments, const std::string& workingFolder) {
   std::vector<std::string> argvText{tool};
   argvText.insert(argvText.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;

@@ -194,8 +194,8 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager>, privat
   // The ZIP family (zip_transfer.h): an item moved into a ZIP archive with
   // its metadata as the member "metadata.plist", and extracted again (into
   // the archive's folder when `dest` is absent).
-  CommandID asyncMovePathToZIPArchiveAtPath(const std::string& src, const std::string& archive,
-                                            bool preserveComments, bool preserveACLs);
+  CommandID asyncMovePathToZIPArchiveAtPath(const std::string& src, const std::string& archive, bool preserveComments,
+                                            bool preserveACLs);
   void movePathToZIPArchiveThreadedCommand(CommandID id);
   ErrorCode movePathToZIPArchiveAtPath(const std::string& src, const std::string& archive, bool preserveComments,
                                        bool preserveACLs);
@@ -239,8 +239,8 @@ class VTFileManager : public std::enable_shared_from_this<VTFileManager>, privat
   ErrorCode runEngine(const std::function<ErrorCode(const CopyEngineSetup&)>& operation);
   void recordReport(ErrorCode code, EngineReport& report);
   void reportProgress(CommandID id, ProgressDelegate& delegate, PropertyTime now);
-  std::string uniqueCandidate(std::string& stem, const std::optional<std::string>& extension,
-                              std::uint32_t seed, std::uint32_t maxLength) const;
+  std::string uniqueCandidate(std::string& stem, const std::optional<std::string>& extension, std::uint32_t seed,
+                              std::uint32_t maxLength) const;
 
   std::string lastErrorDetail_;
   std::vector<std::string> metadataWarnings_;

@@ -17,8 +17,7 @@ std::shared_ptr<Data> VTFileManager::createAliasObjectFromNSPath(const std::stri
   return alias;
 }
 
-std::optional<std::string> VTFileManager::getNSPathFromAliasObject(const std::shared_ptr<Data>& alias,
-                                                                   bool passively) {
+std::optional<std::string> VTFileManager::getNSPathFromAliasObject(const std::shared_ptr<Data>& alias, bool passively) {
   AuditCall audit(*this, [&] { return "getNSPathFromAliasObject:<alias> passively:" + auditBool(passively); });
   std::optional<std::string> path;
   {
@@ -27,8 +26,8 @@ std::optional<std::string> VTFileManager::getNSPathFromAliasObject(const std::sh
   }
   const ErrorCode code = path ? 0 : ENOENT;
   audit.finish(code, [&] {
-    return "getNSPathFromAliasObject:passively: errcode: " + std::to_string(code) + " result: " +
-           auditQuoted(path.value_or("(null)"));
+    return "getNSPathFromAliasObject:passively: errcode: " + std::to_string(code) +
+           " result: " + auditQuoted(path.value_or("(null)"));
   });
   return path;
 }

@@ -77,7 +77,8 @@ CommandID VTFileManager::waitForCommandCompletion(CommandID id, double timeLimit
     return false;
   };
   auto finishWith = [&](CommandID result) {
-    audit.finish(0, [&] { return "waitForCommandCompletion result: " + idText(result); }, false);
+    audit.finish(
+        0, [&] { return "waitForCommandCompletion result: " + idText(result); }, false);
     return result;
   };
   if (tryLatch()) {

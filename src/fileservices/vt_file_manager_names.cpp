@@ -69,7 +69,8 @@ bool itemExists(const std::string& path, bool* isFolder = nullptr) {
   if (isFolder) {
     // A link to a folder serves as the folder.
     struct stat target {};
-    *isFolder = S_ISDIR(st.st_mode) || (S_ISLNK(st.st_mode) && stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode));
+    *isFolder =
+        S_ISDIR(st.st_mode) || (S_ISLNK(st.st_mode) && stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode));
   }
   return true;
 }
@@ -120,8 +121,8 @@ std::string VTFileManager::uniqueFileName(const std::string& name, const std::st
   return candidate;
 }
 
-std::string VTFileManager::locateFolderName(const std::string& name, const std::string& folder,
-                                            std::uint32_t maxLength, std::uint32_t* suffixSeed) {
+std::string VTFileManager::locateFolderName(const std::string& name, const std::string& folder, std::uint32_t maxLength,
+                                            std::uint32_t* suffixSeed) {
   AuditCall audit(*this, [&] {
     return "locateFolderName:" + auditQuoted(name) + " inFolder:" + auditQuoted(folder) +
            " maxLength:" + std::to_string(maxLength) + " suffixSeed:" + auditSeed(suffixSeed ? *suffixSeed : 0);

@@ -144,7 +144,8 @@ ErrorCode VTFileManager::copyPath(const std::string& src, const std::string& des
 }
 
 ErrorCode VTFileManager::copyPathHandler(const std::string& src, const std::string& dest) {
-  AuditCall audit(*this, [&] { return "copyPath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) + " handler:nil"; });
+  AuditCall audit(*this,
+                  [&] { return "copyPath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) + " handler:nil"; });
   const ErrorCode code = runEngine([&](const CopyEngineSetup& setup) { return copyItem(src, dest, setup); });
   audit.finish(code, [&] { return errcodeLine("copyPath:toPath:handler:", code); });
   return code;
@@ -194,7 +195,8 @@ ErrorCode VTFileManager::movePath(const std::string& src, const std::string& des
 }
 
 ErrorCode VTFileManager::movePathHandler(const std::string& src, const std::string& dest) {
-  AuditCall audit(*this, [&] { return "movePath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) + " handler:nil"; });
+  AuditCall audit(*this,
+                  [&] { return "movePath:" + auditQuoted(src) + " toPath:" + auditQuoted(dest) + " handler:nil"; });
   const ErrorCode code = runEngine([&](const CopyEngineSetup& setup) { return moveItem(src, dest, setup); });
   audit.finish(code, [&] { return errcodeLine("movePath:toPath:handler:", code); });
   return code;

@@ -92,9 +92,9 @@ void VTFileManager::extractFileFromZIPArchiveThreadedCommand(CommandID id) {
   AuditedBody body(*this, "extractFileFromZIPArchiveThreadedCommand");
   auto args = commandArguments(pool_, id);
   if (!args) return;
-  const ErrorCode code = extractFile(textArgument(*args, kNameKey).value_or(""),
-                                     textArgument(*args, kSrcPathKey).value_or(""),
-                                     textArgument(*args, kDestPathKey), flagArgument(*args, kMetadataKey));
+  const ErrorCode code =
+      extractFile(textArgument(*args, kNameKey).value_or(""), textArgument(*args, kSrcPathKey).value_or(""),
+                  textArgument(*args, kDestPathKey), flagArgument(*args, kMetadataKey));
   pool_.setProperty(kECodeKey, id, std::int64_t{code});
 }
 
@@ -105,9 +105,8 @@ ErrorCode VTFileManager::extractFile(const std::string& name, const std::string&
            " toPath:" + auditQuoted(dest.value_or("(null)")) + " applyMetadata:" + auditBool(applyMetadata);
   });
   const ErrorCode code = ZipTransfer(*this).extract(name, archive, dest, applyMetadata);
-  audit.finish(code, [&] {
-    return "extractFile:fromZIPArchiveAtPath:toPath:applyMetadata: errcode: " + std::to_string(code);
-  });
+  audit.finish(
+      code, [&] { return "extractFile:fromZIPArchiveAtPath:toPath:applyMetadata: errcode: " + std::to_string(code); });
   return code;
 }
 

@@ -87,9 +87,9 @@ inline constexpr std::int32_t kCommandRaisedCode = 4;
 // steady-clock instant "TIME"; objects "ARGS" and "RESULT"; the rest hold
 // the latch, the command, its target and the progress delegate.
 using PropertyTime = std::chrono::steady_clock::time_point;
-using PropertyValue = std::variant<std::int64_t, bool, std::string, PropertyTime, ObjectRef, Command,
-                                   std::shared_ptr<void>, std::shared_ptr<ConditionLock>,
-                                   std::shared_ptr<ProgressDelegate>>;
+using PropertyValue =
+    std::variant<std::int64_t, bool, std::string, PropertyTime, ObjectRef, Command, std::shared_ptr<void>,
+                 std::shared_ptr<ConditionLock>, std::shared_ptr<ProgressDelegate>>;
 
 class VTThreadedCommandPool {
  public:

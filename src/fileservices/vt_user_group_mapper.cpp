@@ -216,11 +216,11 @@ std::string VTUserGroupMapper::mapACLString(const std::string& text, bool client
   };
   using M = VTUserGroupMapper;
   const Lookups users = clientToServer
-      ? Lookups{&M::mapClientUserToServerID, &M::serverUserUUIDForID, &M::serverUserNameForID}
-      : Lookups{&M::mapServerUserToClientID, &M::clientUserUUIDForID, &M::clientUserNameForID};
-  const Lookups groups = clientToServer
-      ? Lookups{&M::mapClientGroupToServerID, &M::serverGroupUUIDForID, &M::serverGroupNameForID}
-      : Lookups{&M::mapServerGroupToClientID, &M::clientGroupUUIDForID, &M::clientGroupNameForID};
+                            ? Lookups{&M::mapClientUserToServerID, &M::serverUserUUIDForID, &M::serverUserNameForID}
+                            : Lookups{&M::mapServerUserToClientID, &M::clientUserUUIDForID, &M::clientUserNameForID};
+  const Lookups groups =
+      clientToServer ? Lookups{&M::mapClientGroupToServerID, &M::serverGroupUUIDForID, &M::serverGroupNameForID}
+                     : Lookups{&M::mapServerGroupToClientID, &M::clientGroupUUIDForID, &M::clientGroupNameForID};
 
   std::vector<std::string> lines = split(text, '\n');
   if (lines.size() < 2 || lines[0] != "!#acl 1") return text;

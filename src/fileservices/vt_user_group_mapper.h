@@ -93,17 +93,33 @@ class VTUserGroupMapper final : public Object {
   // "alt_map_id" when set): read, replace, or update the entries whose id
   // matches.
   std::shared_ptr<Array> clientToServerUserMappings() const { return contentsOfTable(_clientToServerUserMappings); }
-  void setClientToServerUserMappings(const Array& entries) { _clientToServerUserMappings = createMappingTable(entries); }
-  void updateClientToServerUserMappings(const Array& entries) { updateMappingTable(_clientToServerUserMappings, entries); }
+  void setClientToServerUserMappings(const Array& entries) {
+    _clientToServerUserMappings = createMappingTable(entries);
+  }
+  void updateClientToServerUserMappings(const Array& entries) {
+    updateMappingTable(_clientToServerUserMappings, entries);
+  }
   std::shared_ptr<Array> clientToServerGroupMappings() const { return contentsOfTable(_clientToServerGroupMappings); }
-  void setClientToServerGroupMappings(const Array& entries) { _clientToServerGroupMappings = createMappingTable(entries); }
-  void updateClientToServerGroupMappings(const Array& entries) { updateMappingTable(_clientToServerGroupMappings, entries); }
+  void setClientToServerGroupMappings(const Array& entries) {
+    _clientToServerGroupMappings = createMappingTable(entries);
+  }
+  void updateClientToServerGroupMappings(const Array& entries) {
+    updateMappingTable(_clientToServerGroupMappings, entries);
+  }
   std::shared_ptr<Array> serverToClientUserMappings() const { return contentsOfTable(_serverToClientUserMappings); }
-  void setServerToClientUserMappings(const Array& entries) { _serverToClientUserMappings = createMappingTable(entries); }
-  void updateServerToClientUserMappings(const Array& entries) { updateMappingTable(_serverToClientUserMappings, entries); }
+  void setServerToClientUserMappings(const Array& entries) {
+    _serverToClientUserMappings = createMappingTable(entries);
+  }
+  void updateServerToClientUserMappings(const Array& entries) {
+    updateMappingTable(_serverToClientUserMappings, entries);
+  }
   std::shared_ptr<Array> serverToClientGroupMappings() const { return contentsOfTable(_serverToClientGroupMappings); }
-  void setServerToClientGroupMappings(const Array& entries) { _serverToClientGroupMappings = createMappingTable(entries); }
-  void updateServerToClientGroupMappings(const Array& entries) { updateMappingTable(_serverToClientGroupMappings, entries); }
+  void setServerToClientGroupMappings(const Array& entries) {
+    _serverToClientGroupMappings = createMappingTable(entries);
+  }
+  void updateServerToClientGroupMappings(const Array& entries) {
+    updateMappingTable(_serverToClientGroupMappings, entries);
+  }
 
   static MappingTable createMappingTable(const Array& entries);
   static std::shared_ptr<Array> contentsOfTable(std::span<const MappingEntry> table);

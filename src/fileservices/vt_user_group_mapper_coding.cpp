@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <bit>
 
+#include "fileservices/vt_user_group_mapper.h"
 #include "foundation/archived_dictionary.h"
 #include "foundation/archived_values.h"
 #include "foundation/archiver.h"
 #include "foundation/json_writer.h"
 #include "foundation/unarchiver.h"
-#include "fileservices/vt_user_group_mapper.h"
 
 namespace halyard::fileservices {
 
@@ -152,11 +152,10 @@ std::shared_ptr<Dictionary> VTUserGroupMapper::archiveDictionary() const {
   const std::pair<const char*, const std::shared_ptr<Array>*> lists[] = {
       {"cul", &_clientUserList}, {"cgl", &_clientGroupList}, {"sul", &_serverUserList}, {"sgl", &_serverGroupList}};
   for (const auto& [key, list] : lists) archive->set(key, *list ? *list : Array::make());
-  const std::pair<const char*, const MappingTable*> tables[] = {
-      {kClientToServerUsers, &_clientToServerUserMappings},
-      {kClientToServerGroups, &_clientToServerGroupMappings},
-      {kServerToClientUsers, &_serverToClientUserMappings},
-      {kServerToClientGroups, &_serverToClientGroupMappings}};
+  const std::pair<const char*, const MappingTable*> tables[] = {{kClientToServerUsers, &_clientToServerUserMappings},
+                                                                {kClientToServerGroups, &_clientToServerGroupMappings},
+                                                                {kServerToClientUsers, &_serverToClientUserMappings},
+                                                                {kServerToClientGroups, &_serverToClientGroupMappings}};
   for (const auto& [key, table] : tables) {
     archive->set(key, Data::make(rawTable(*table)));
     archive->set(std::string(key) + "#", Number::fromInt32(static_cast<std::int32_t>(table->size())));

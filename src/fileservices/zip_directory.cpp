@@ -110,9 +110,11 @@ Expected<ZipDirectorySurvey> surveyCentralDirectory(std::string_view directory, 
     const auto extraLength = static_cast<std::size_t>(little(directory, at + 30, 2));
     const auto commentLength = static_cast<std::size_t>(little(directory, at + 32, 2));
     const std::size_t next = at + kHeaderSize + nameLength + extraLength + commentLength;
-    if (next > directory.size()) return makeError("central directory header " + std::to_string(survey.memberCount) + " runs past the directory");
+    if (next > directory.size())
+      return makeError("central directory header " + std::to_string(survey.memberCount) + " runs past the directory");
     const std::string_view name = directory.substr(at + kHeaderSize, nameLength);
-    auto size = uncompressedSize(directory.substr(at + kHeaderSize + nameLength, extraLength), little(directory, at + 24, 4));
+    auto size =
+        uncompressedSize(directory.substr(at + kHeaderSize + nameLength, extraLength), little(directory, at + 24, 4));
     if (!size) return size.error();
     if (name == kMetadataMemberName) {
       survey.metadataBytes = *size;

@@ -16,8 +16,8 @@ namespace halyard::fileservices {
 
 struct ZipDirectorySurvey {
   std::uint64_t memberCount = 0;
-  std::uint64_t declaredBytes = 0;                // uncompressed, all members but the metadata
-  std::optional<std::uint64_t> metadataBytes;     // of "metadata.plist", when there is one
+  std::uint64_t declaredBytes = 0;             // uncompressed, all members but the metadata
+  std::optional<std::uint64_t> metadataBytes;  // of "metadata.plist", when there is one
 };
 
 // The central directory's members, from the directory's own bytes.

@@ -71,14 +71,14 @@ bool metadataMemberTooLarge(const std::string& archive) {
 }  // namespace
 
 ErrorCode zipStatusToError(int status) {
-  static const std::map<int, ErrorCode> table{{2, -39},   {3, -206},   {5, -206}, {4, -41},  {8, -41},  {6, -2708},
-                                              {7, -4213}, {10, -151},  {11, -19}, {18, -19}, {14, -20}, {15, -2540},
-                                              {16, -909}};
+  static const std::map<int, ErrorCode> table{{2, -39},   {3, -206},   {5, -206},  {4, -41},  {8, -41},
+                                              {6, -2708}, {7, -4213},  {10, -151}, {11, -19}, {18, -19},
+                                              {14, -20},  {15, -2540}, {16, -909}};
   return fromTable(table, status);
 }
 
 ErrorCode unzipStatusToError(int status) {
-  static const std::map<int, ErrorCode> table{{2, -206}, {3, -206}, {4, -41},  {5, -41},  {6, -41}, {7, -41},
+  static const std::map<int, ErrorCode> table{{2, -206}, {3, -206}, {4, -41},   {5, -41},  {6, -41}, {7, -41},
                                               {9, -43},  {11, -43}, {10, -909}, {50, -34}, {51, -39}};
   return fromTable(table, status);
 }
@@ -142,7 +142,8 @@ ErrorCode ZipTransfer::extract(const std::string& name, const std::string& archi
                                const std::optional<std::string>& destination, bool applyMetadata) {
   if (!isPlainName(name)) return kParamErr;
   const std::string archivePath = absolutePath(archive).string();
-  const std::string folder = destination ? absolutePath(*destination).string() : fs::path(archivePath).parent_path().string();
+  const std::string folder =
+      destination ? absolutePath(*destination).string() : fs::path(archivePath).parent_path().string();
   const std::string item = folder + "/" + name;
   if (int rc = removeAnything(item)) return rc;
   if (ErrorCode code = roomFor(archivePath, folder)) return code;

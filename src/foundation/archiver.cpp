@@ -95,9 +95,7 @@ void Archiver::writeRawString(std::string_view s) {
   out_.append(s);
 }
 
-void Archiver::writeReference(std::size_t number) {
-  writeInteger(static_cast<std::int64_t>(number) - kReferenceBias);
-}
+void Archiver::writeReference(std::size_t number) { writeInteger(static_cast<std::int64_t>(number) - kReferenceBias); }
 
 bool Archiver::writeKnownReference(const std::unordered_map<std::string, std::size_t>& table, std::string_view s) {
   auto found = table.find(std::string(s));
@@ -180,28 +178,41 @@ void Archiver::writeTypedValue(std::string_view type, const TypedValue::Storage&
   };
   auto text = [&]() -> const std::string* { return std::get_if<std::string>(&value); };
   switch (code) {
-    case 'c': case 'C': case 'B':
+    case 'c':
+    case 'C':
+    case 'B':
       writeByte(static_cast<std::uint8_t>(asSigned()));
       return;
-    case 's': case 'i': case 'l': case 'q':
+    case 's':
+    case 'i':
+    case 'l':
+    case 'q':
       writeInteger(asSigned());
       return;
-    case 'S': case 'I': case 'L': case 'Q':
+    case 'S':
+    case 'I':
+    case 'L':
+    case 'Q':
       writeUnsignedInteger(static_cast<std::uint64_t>(asSigned()));
       return;
-    case 'f': case 'd': {
+    case 'f':
+    case 'd': {
       double v = std::holds_alternative<double>(value) ? std::get<double>(value) : static_cast<double>(asSigned());
       writeReal(v, code == 'f');
       return;
     }
     case '+':
-      if (text()) writeRawString(*text()); else writeByte(tagByte(kTagNil));
+      if (text()) writeRawString(*text());
+      else writeByte(tagByte(kTagNil));
       return;
     case '*':
-      if (text()) writeCString(*text()); else writeByte(tagByte(kTagNil));
+      if (text()) writeCString(*text());
+      else writeByte(tagByte(kTagNil));
       return;
-    case ':': case '%':
-      if (text()) writeSharedString(*text()); else writeByte(tagByte(kTagNil));
+    case ':':
+    case '%':
+      if (text()) writeSharedString(*text());
+      else writeByte(tagByte(kTagNil));
       return;
     case '#':
       if (auto chain = std::get_if<ClassChain>(&value); chain && !chain->empty()) writeClassChain(*chain);

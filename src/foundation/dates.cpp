@@ -22,7 +22,7 @@ SplitInstant splitInstant(TimeInterval t) {
 }
 
 TimeInterval joinInstant(cctz::time_point<cctz::seconds> seconds, double fraction) {
-  return fromUnixSeconds(static_cast<double>(seconds.time_since_epoch().count()) + fraction) ;
+  return fromUnixSeconds(static_cast<double>(seconds.time_since_epoch().count()) + fraction);
 }
 
 std::string formatInstant(TimeInterval t, const cctz::time_zone& zone) {

@@ -1,11 +1,11 @@
 #include "foundation/file_io.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 
 #include "foundation/scope_guard.h"
 #include "foundation/unique_handle.h"

@@ -13,8 +13,8 @@ Expected<std::vector<ObjectRef>> decodeObjects(Unarchiver& coder, std::size_t co
   std::vector<ObjectRef> items;
   for (std::size_t i = 0; i < count * perElement; ++i) {
     if (coder.atEnd() || coder.atObjectEnd()) {
-      return coder.failure("collection ends after " + std::to_string(i) + " of " +
-                           std::to_string(count * perElement) + " objects");
+      return coder.failure("collection ends after " + std::to_string(i) + " of " + std::to_string(count * perElement) +
+                           " objects");
     }
     auto item = coder.decodeObject();
     if (!item) return item.error();
@@ -136,7 +136,9 @@ Expected<ObjectRef> decodeList(Unarchiver& coder, const ClassChain& chain, std::
   return ObjectRef{std::make_shared<List>(std::move(*items), isMutableVariant(chain))};
 }
 
-Expected<ObjectRef> decodeArray(Unarchiver& coder, const ClassChain& chain) { return decodeList<Array>(coder, chain, "i"); }
+Expected<ObjectRef> decodeArray(Unarchiver& coder, const ClassChain& chain) {
+  return decodeList<Array>(coder, chain, "i");
+}
 
 Expected<ObjectRef> decodeSet(Unarchiver& coder, const ClassChain& chain) { return decodeList<Set>(coder, chain, "I"); }
 
@@ -154,15 +156,23 @@ Expected<ObjectRef> decodeDictionary(Unarchiver& coder, const ClassChain& chain)
 
 ClassRegistry makeFoundationRegistry() {
   const std::pair<const char*, ClassDecoder> decoders[] = {
-      {"NSString", decodeString},         {"NSMutableString", decodeString},
-      {"NSNumber", decodeNumber},         {"NSData", decodeData},
-      {"NSMutableData", decodeData},      {"NSDate", decodeDate},
+      {"NSString", decodeString},
+      {"NSMutableString", decodeString},
+      {"NSNumber", decodeNumber},
+      {"NSData", decodeData},
+      {"NSMutableData", decodeData},
+      {"NSDate", decodeDate},
       {"NSCalendarDate", decodeCalendarDate},
-      {"NSTimeZone", decodeTimeZone},     {"NSLocalTimeZone", decodeTimeZone},
-      {"NSURL", decodeURL},               {"NSAbsoluteURL", decodeURL},  // the class's old name
-      {"NSNull", decodeNull},             {"NSArray", decodeArray},
-      {"NSMutableArray", decodeArray},    {"NSSet", decodeSet},
-      {"NSMutableSet", decodeSet},        {"NSDictionary", decodeDictionary},
+      {"NSTimeZone", decodeTimeZone},
+      {"NSLocalTimeZone", decodeTimeZone},
+      {"NSURL", decodeURL},
+      {"NSAbsoluteURL", decodeURL},  // the class's old name
+      {"NSNull", decodeNull},
+      {"NSArray", decodeArray},
+      {"NSMutableArray", decodeArray},
+      {"NSSet", decodeSet},
+      {"NSMutableSet", decodeSet},
+      {"NSDictionary", decodeDictionary},
       {"NSMutableDictionary", decodeDictionary},
   };
   ClassRegistry registry;

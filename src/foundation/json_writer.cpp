@@ -31,7 +31,8 @@ void appendEscaped(std::string& out, std::string_view text) {
     } else {
       std::size_t length = c >= 0xf0 ? 4 : c >= 0xe0 ? 3 : c >= 0xc2 ? 2 : 0;
       bool valid = length > 0 && length <= 4 && c < 0xf5 && i + length <= text.size();
-      for (std::size_t k = 1; valid && k < length; ++k) valid = (static_cast<unsigned char>(text[i + k]) & 0xc0) == 0x80;
+      for (std::size_t k = 1; valid && k < length; ++k)
+        valid = (static_cast<unsigned char>(text[i + k]) & 0xc0) == 0x80;
       if (valid) {
         out.append(text.substr(i, length));
         i += length - 1;

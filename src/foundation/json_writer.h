@@ -53,7 +53,7 @@ class JsonWriter {
   static std::string describeWith(Write write);
 
   std::string out_;
-  std::vector<bool> hasItems_;   // per open container: has it an item yet
+  std::vector<bool> hasItems_;  // per open container: has it an item yet
   bool afterKey_ = false;
   // Identity: objects seen so far and the ids of those that occur twice.
   std::unordered_map<const Object*, int> seen_;

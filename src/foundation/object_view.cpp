@@ -24,10 +24,14 @@ ObjectView ObjectView::of(ObjectRef object) {
 std::string ObjectView::className() const {
   if (object) return archivedClassName(object);
   switch (kind) {
-    case Kind::String: return isMutable ? "NSMutableString" : "NSString";
-    case Kind::Number: return "NSNumber";
-    case Kind::Dictionary: return isMutable ? "NSMutableDictionary" : "NSDictionary";
-    default: return "an unknown class";
+    case Kind::String:
+      return isMutable ? "NSMutableString" : "NSString";
+    case Kind::Number:
+      return "NSNumber";
+    case Kind::Dictionary:
+      return isMutable ? "NSMutableDictionary" : "NSDictionary";
+    default:
+      return "an unknown class";
   }
 }
 

@@ -1,10 +1,10 @@
 #include "foundation/text_case.h"
 
+#include <locale.h>
+#include <wctype.h>
 #include <cctype>
 #include <clocale>
 #include <cstdint>
-#include <locale.h>
-#include <wctype.h>
 
 namespace halyard {
 namespace {
@@ -20,7 +20,11 @@ locale_t utf8CaseLocale() {
 // UTF-8 marked above the Unicode range so it only ever equals itself.
 std::uint32_t nextCharacter(std::string_view text, std::size_t& at) {
   const auto lead = static_cast<unsigned char>(text[at]);
-  const std::size_t length = lead < 0x80 ? 1 : lead >= 0xf0 && lead < 0xf5 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc2 ? 2 : 0;
+  const std::size_t length = lead < 0x80                   ? 1
+                             : lead >= 0xf0 && lead < 0xf5 ? 4
+                             : lead >= 0xe0                ? 3
+                             : lead >= 0xc2                ? 2
+                                                           : 0;
   if (length == 0 || at + length > text.size()) return 0x110000u + text[at++];
   std::uint32_t code = length == 1 ? lead : lead & (0xff >> (length + 1));
   for (std::size_t k = 1; k < length; ++k) {
@@ -34,7 +38,8 @@ std::uint32_t nextCharacter(std::string_view text, std::size_t& at) {
 
 std::uint32_t folded(std::uint32_t code) {
   if (code >= 0x110000u) return code;
-  if (code < 0x80 || !utf8CaseLocale()) return code < 0x80 ? static_cast<std::uint32_t>(std::tolower(static_cast<int>(code))) : code;
+  if (code < 0x80 || !utf8CaseLocale())
+    return code < 0x80 ? static_cast<std::uint32_t>(std::tolower(static_cast<int>(code))) : code;
   return static_cast<std::uint32_t>(towlower_l(static_cast<wint_t>(code), utf8CaseLocale()));
 }
 

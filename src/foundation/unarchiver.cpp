@@ -33,7 +33,8 @@ Status Unarchiver::chargeChainCopy(const ClassChain& chain, std::size_t at) {
 }
 
 Status Unarchiver::chargeCopy(std::size_t bytes, std::size_t at) {
-  if (bytes > copyBudget_) return failureAt(at, "archive expands beyond a sane size (too many references to long strings)");
+  if (bytes > copyBudget_)
+    return failureAt(at, "archive expands beyond a sane size (too many references to long strings)");
   copyBudget_ -= bytes;
   return success();
 }
@@ -125,7 +126,8 @@ Expected<std::int64_t> Unarchiver::readIntegerAfterHead(std::int8_t head, bool i
     auto raw = readRawBytes(static_cast<std::size_t>(size));
     if (!raw) return raw.error();
     std::uint64_t bits = 0;
-    for (int i = size - 1; i >= 0; --i) bits = (bits << 8) | static_cast<std::uint8_t>((*raw)[static_cast<std::size_t>(i)]);
+    for (int i = size - 1; i >= 0; --i)
+      bits = (bits << 8) | static_cast<std::uint8_t>((*raw)[static_cast<std::size_t>(i)]);
     return bits;
   };
   if (head >= kSmallestLiteral) {
@@ -135,12 +137,14 @@ Expected<std::int64_t> Unarchiver::readIntegerAfterHead(std::int8_t head, bool i
     case kTagInt16: {
       auto bits = readLittleEndian(2);
       if (!bits) return bits.error();
-      return isUnsigned ? std::int64_t(static_cast<std::uint16_t>(*bits)) : std::int64_t(static_cast<std::int16_t>(*bits));
+      return isUnsigned ? std::int64_t(static_cast<std::uint16_t>(*bits))
+                        : std::int64_t(static_cast<std::int16_t>(*bits));
     }
     case kTagInt32: {
       auto bits = readLittleEndian(4);
       if (!bits) return bits.error();
-      return isUnsigned ? std::int64_t(static_cast<std::uint32_t>(*bits)) : std::int64_t(static_cast<std::int32_t>(*bits));
+      return isUnsigned ? std::int64_t(static_cast<std::uint32_t>(*bits))
+                        : std::int64_t(static_cast<std::int32_t>(*bits));
     }
     case kTagInt64: {
       auto bits = readLittleEndian(8);
@@ -431,39 +435,56 @@ Expected<TypedValue::Storage> Unarchiver::readValue(std::string_view type) {
       if (!b) return b.error();
       return TypedValue::Storage{std::int64_t{static_cast<std::int8_t>(*b)}};
     }
-    case 'C': case 'B': {
+    case 'C':
+    case 'B': {
       auto b = readByte();
       if (!b) return b.error();
       return TypedValue::Storage{std::uint64_t{*b}};
     }
-    case 's': case 'i': case 'l': case 'q': {
+    case 's':
+    case 'i':
+    case 'l':
+    case 'q': {
       auto v = readInteger(false);
       if (!v) return v.error();
       return TypedValue::Storage{*v};
     }
-    case 'S': case 'I': case 'L': case 'Q': {
+    case 'S':
+    case 'I':
+    case 'L':
+    case 'Q': {
       auto v = readInteger(true);
       if (!v) return v.error();
       return TypedValue::Storage{static_cast<std::uint64_t>(*v)};
     }
-    case 'f': case 'd': {
+    case 'f':
+    case 'd': {
       auto v = readReal(code == 'f');
       if (!v) return v.error();
       return TypedValue::Storage{*v};
     }
-    case '+': return readUnsharedString();
-    case '*': return readCString();
-    case ':': case '%': return readSharedString();
-    case '#': return readClass();
+    case '+':
+      return readUnsharedString();
+    case '*':
+      return readCString();
+    case ':':
+    case '%':
+      return readSharedString();
+    case '#':
+      return readClass();
     case '@': {
       auto object = readObject();
       if (!object) return object.error();
       return TypedValue::Storage{std::move(*object)};
     }
-    case '[': return readArray(type);
-    case '{': return readStruct(type);
-    case '!': return TypedValue::Storage{Nil{}};
-    default: return failure(std::string("unknown type code '") + code + "'");
+    case '[':
+      return readArray(type);
+    case '{':
+      return readStruct(type);
+    case '!':
+      return TypedValue::Storage{Nil{}};
+    default:
+      return failure(std::string("unknown type code '") + code + "'");
   }
 }
 
@@ -548,8 +569,8 @@ Expected<bool> Unarchiver::readGroupTypeIf(std::string_view type) {
     const auto number = static_cast<std::size_t>(head + kReferenceBias);
     if (head >= kSmallestLiteral && number < sharedStrings_.size()) {
       const std::string& known = sharedStrings_[number];
-      const bool same = known.size() == type.size() &&
-                        (type.size() == 1 ? known[0] == type[0] : std::string_view(known) == type);
+      const bool same =
+          known.size() == type.size() && (type.size() == 1 ? known[0] == type[0] : std::string_view(known) == type);
       if (!same) return false;
       ++pos_;
       return true;
@@ -567,7 +588,8 @@ Expected<bool> Unarchiver::readGroupTypeIf(std::string_view type) {
 Expected<TypedValue> Unarchiver::decodeValueOfType(std::string_view type) {
   const std::size_t at = pos_;
   if (atEnd()) return failure("unexpected end of data");
-  if (atObjectEnd()) return failureAt(at, "expected a group of type \"" + std::string(type) + "\", found the end of the object");
+  if (atObjectEnd())
+    return failureAt(at, "expected a group of type \"" + std::string(type) + "\", found the end of the object");
   if (type.size() == 1) {
     auto found = readGroupTypeIf(type);
     if (!found) return found.error();
@@ -612,7 +634,8 @@ Expected<std::string> Unarchiver::decodeByteArray() {
   if (group->values.size() != 1) return failureAt(at, "expected one byte array");
   auto* bytes = std::get_if<std::string>(&group->values.front().value);
   const std::string& type = group->values.front().type;
-  if (!bytes || type.size() < 3 || type.front() != '[' || (type[type.size() - 2] != 'c' && type[type.size() - 2] != 'C')) {
+  if (!bytes || type.size() < 3 || type.front() != '[' ||
+      (type[type.size() - 2] != 'c' && type[type.size() - 2] != 'C')) {
     return failureAt(at, "expected a byte array, found \"" + group->types + "\"");
   }
   return std::move(*bytes);

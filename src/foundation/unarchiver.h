@@ -90,7 +90,14 @@ class Unarchiver {
     // string by the offset of its contents (read again then), a number in
     // lazyNumbers_, a dictionary in lazyDictionaries_.
     enum class Kind : std::uint8_t {
-      ObjectInProgress, Object, LazyString, LazyMutableString, LazyNumber, LazyDictionary, Class, CString
+      ObjectInProgress,
+      Object,
+      LazyString,
+      LazyMutableString,
+      LazyNumber,
+      LazyDictionary,
+      Class,
+      CString
     } kind;
     std::uint32_t index;
   };
@@ -101,7 +108,7 @@ class Unarchiver {
   struct ClassEntry {
     ClassInfo info;
     Shape shape = Shape::Other;
-    bool isMutable = false;  // an NSMutable... class
+    bool isMutable = false;                           // an NSMutable... class
     std::optional<std::size_t> superclass;            // the object number of its superclass
     std::shared_ptr<const ClassChain> chainFromHere;  // its chain, once built
   };
@@ -112,7 +119,9 @@ class Unarchiver {
     std::uint32_t memberCount;
     bool isMutable;
   };
-  static bool isLazy(Entry::Kind kind) { return kind >= Entry::Kind::LazyString && kind <= Entry::Kind::LazyDictionary; }
+  static bool isLazy(Entry::Kind kind) {
+    return kind >= Entry::Kind::LazyString && kind <= Entry::Kind::LazyDictionary;
+  }
   // A view and the object table entry it stands for (kNoEntry for nil).
   struct ViewRead {
     ObjectView view;

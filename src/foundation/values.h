@@ -19,8 +19,7 @@ namespace halyard {
 // NSString / NSMutableString, held as UTF-8.
 class String final : public Object {
  public:
-  explicit String(std::string text, bool isMutable = false)
-      : text(std::move(text)), isMutable(isMutable) {}
+  explicit String(std::string text, bool isMutable = false) : text(std::move(text)), isMutable(isMutable) {}
   static std::shared_ptr<String> make(std::string text, bool isMutable = false) {
     return std::make_shared<String>(std::move(text), isMutable);
   }

@@ -14,9 +14,7 @@ void writeInstant(JsonWriter& json, double seconds) {
 
 }  // namespace
 
-void String::writeJson(JsonWriter& json) const {
-  json.key("value").string(text);
-}
+void String::writeJson(JsonWriter& json) const { json.key("value").string(text); }
 
 void Number::writeJson(JsonWriter& json) const {
   json.key("type").string(std::string(1, type));

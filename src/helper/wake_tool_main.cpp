@@ -24,9 +24,7 @@ namespace {
 // The variable a test uses to stand a file in for the RTC alarm.
 constexpr char kAlarmPathVariable[] = "HALYARD_WAKEALARM_PATH";
 
-bool runsPrivileged() {
-  return ::geteuid() == 0 || ::geteuid() != ::getuid() || ::getegid() != ::getgid();
-}
+bool runsPrivileged() { return ::geteuid() == 0 || ::geteuid() != ::getuid() || ::getegid() != ::getgid(); }
 
 // Decided before the environment is cleared; a privileged run never reads it.
 halyard::wake::AlarmFiles chooseFiles(bool privileged) {

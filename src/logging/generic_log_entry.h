@@ -20,8 +20,7 @@ class GenericLogEntry final : public Object {
   static constexpr const char* kClassName = "GenericLogEntry";
 
   // `initWithMessage:`; the caller passes the instant.
-  GenericLogEntry(std::string message, TimeInterval timeStamp)
-      : _timeStamp(timeStamp), _message(std::move(message)) {}
+  GenericLogEntry(std::string message, TimeInterval timeStamp) : _timeStamp(timeStamp), _message(std::move(message)) {}
 
   TimeInterval timeStamp() const { return _timeStamp; }
   void setTimeStamp(TimeInterval timeStamp) { _timeStamp = timeStamp; }

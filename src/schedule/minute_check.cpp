@@ -38,9 +38,7 @@ bool dayRuleSelects(const KSScheduledItem& item, const cctz::civil_second& at) {
 
 }  // namespace
 
-bool runsOnCalendar(const KSScheduledItem& item) {
-  return item.active() && item.type() != ScheduleType::OnVolumeMount;
-}
+bool runsOnCalendar(const KSScheduledItem& item) { return item.active() && item.type() != ScheduleType::OnVolumeMount; }
 
 bool minuteCheckSelects(const KSScheduledItem& item, const cctz::civil_second& at, TimeInterval now) {
   if (!runsOnCalendar(item)) return false;

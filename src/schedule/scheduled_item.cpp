@@ -238,7 +238,9 @@ void KSScheduledItem::clearAllItems(std::string* set) {
   if (set) clearRange({0, set->size()}, set);
 }
 bool KSScheduledItem::allItemsAreMarked(const std::string* set) { return set && rangeIsMarked({0, set->size()}, set); }
-bool KSScheduledItem::allItemsAreCleared(const std::string* set) { return set && rangeIsCleared({0, set->size()}, set); }
+bool KSScheduledItem::allItemsAreCleared(const std::string* set) {
+  return set && rangeIsCleared({0, set->size()}, set);
+}
 
 // ---- run dates ----
 

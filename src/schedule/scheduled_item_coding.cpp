@@ -39,15 +39,32 @@ constexpr const char* kLastSynchInfo = "lastSynchInfokey";
 
 // The keys the item reads, in the order their values are applied.
 enum Key : std::size_t {
-  kAliasKey, kPathKey, kDescriptionKey, kTypeKey, kRepeatIntervalKey, kStartDateKey, kLastRunDateKey,
-  kRunOnceKey, kForceToRunKey, kActiveKey, kMonthsKey, kDaysOfMonthKey, kDaysOfWeekKey, kHoursKey,
-  kMinutesKey, kLeftMountsKey, kLeftSpecifierKey, kRightMountsKey, kRightSpecifierKey, kLastSynchInfoKey,
+  kAliasKey,
+  kPathKey,
+  kDescriptionKey,
+  kTypeKey,
+  kRepeatIntervalKey,
+  kStartDateKey,
+  kLastRunDateKey,
+  kRunOnceKey,
+  kForceToRunKey,
+  kActiveKey,
+  kMonthsKey,
+  kDaysOfMonthKey,
+  kDaysOfWeekKey,
+  kHoursKey,
+  kMinutesKey,
+  kLeftMountsKey,
+  kLeftSpecifierKey,
+  kRightMountsKey,
+  kRightSpecifierKey,
+  kLastSynchInfoKey,
   kKeyCount
 };
 
 constexpr std::array<std::string_view, kKeyCount> kKeyNames = {
-    kAlias, kPath, kDescription, kType, kRepeatInterval, kStartDate, kLastRunDate,
-    kRunOnce, kForceToRun, kActive, kMonths, kDaysOfMonth, kDaysOfWeek, kHours,
+    kAlias,   kPath,       kDescription,   kType,        kRepeatInterval, kStartDate,     kLastRunDate,
+    kRunOnce, kForceToRun, kActive,        kMonths,      kDaysOfMonth,    kDaysOfWeek,    kHours,
     kMinutes, kLeftMounts, kLeftSpecifier, kRightMounts, kRightSpecifier, kLastSynchInfo,
 };
 
@@ -166,7 +183,9 @@ void KSScheduledItem::applyArchivedEntries(const ArchivedEntries& entries) {
   if (auto interval = values.doubleOf(kRepeatInterval, entries[kRepeatIntervalKey])) {
     applyLegacyRepeatInterval(*interval);
   }
-  const auto date = [&](const char* key, Key k) { return values.objectOf<CalendarDate>(key, entries[k], "a calendar date"); };
+  const auto date = [&](const char* key, Key k) {
+    return values.objectOf<CalendarDate>(key, entries[k], "a calendar date");
+  };
   if (auto start = date(kStartDate, kStartDateKey)) setStartDate(start);
   if (auto lastRun = date(kLastRunDate, kLastRunDateKey)) setLastRunDate(lastRun);
   if (auto v = values.boolOf(kRunOnce, entries[kRunOnceKey])) setRunOnce(*v);

@@ -15,17 +15,24 @@ struct SetShape {
   const char* option;
   const char* element;  // for messages: "a minute"
   std::size_t length;
-  int first;  // the friendly number of index 0 (1 for days of month and months)
+  int first;                            // the friendly number of index 0 (1 for days of month and months)
   std::vector<std::string_view> names;  // English names, by index; any prefix of 3 letters or more
 };
 
 const SetShape& shapeOf(SetKind kind) {
   static const SetShape shapes[kSetCount] = {
-      {"--months", "a month (1-12 or jan-dec)", 12, 1,
+      {"--months",
+       "a month (1-12 or jan-dec)",
+       12,
+       1,
        {"january", "february", "march", "april", "may", "june", "july", "august", "september", "october", "november",
         "december"}},
       {"--days-of-month", "a day of the month (1-31)", 31, 1, {}},
-      {"--days-of-week", "a day of the week (0-6 or sun-sat)", 7, 0, {"sunday", "monday", "tuesday", "wednesday", "thursday", "friday", "saturday"}},
+      {"--days-of-week",
+       "a day of the week (0-6 or sun-sat)",
+       7,
+       0,
+       {"sunday", "monday", "tuesday", "wednesday", "thursday", "friday", "saturday"}},
       {"--hours", "an hour (0-23)", 24, 0, {}},
       {"--minutes", "a minute (0-59)", 60, 0, {}},
   };

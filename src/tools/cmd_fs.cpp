@@ -11,9 +11,9 @@
 
 #include <condition_variable>
 #include <cstdio>
+#include <iostream>
 #include <mutex>
 #include <stop_token>
-#include <iostream>
 #include <thread>
 
 #include "fileservices/copy_engine.h"
@@ -111,8 +111,8 @@ int transfer(const std::string& verb, const std::string& src, const std::string&
         }
       });
     }
-    const CommandID id = verb == "copy" ? fm.asyncCopyPath(src, dest, true, progress)
-                                        : fm.asyncMovePath(src, dest, true, progress);
+    const CommandID id =
+        verb == "copy" ? fm.asyncCopyPath(src, dest, true, progress) : fm.asyncMovePath(src, dest, true, progress);
     status = finish(fm, id);
   }
   if (status == 0) {

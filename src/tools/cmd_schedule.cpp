@@ -89,8 +89,8 @@ int importItems(const Options& options, ScheduleData& data, const std::string& p
 int runAction(const Options& options, const std::string& path, const cctz::time_zone& zone) {
   const std::string& action = options.action;
   const bool readOnly = action == "list" || action == "show" || action == "next";
-  auto data = loadSchedule(path, action != "show" && action != "edit" && action != "remove" &&
-                                     action != "enable" && action != "disable");
+  auto data = loadSchedule(
+      path, action != "show" && action != "edit" && action != "remove" && action != "enable" && action != "disable");
   if (!data) return fail(data.error().describe());
   ScheduleItems& items = *data->items;
   if (action == "import") return importItems(options, *data, path, zone);
@@ -163,11 +163,10 @@ int runSchedule(const Arguments& args) {
     std::cerr << "halyardctl: schedule: " << options.error().describe() << "\n";
     return 2;
   }
-  static const char* const kActions[] = {"list",    "show", "add",    "edit",  "remove",
-                                         "enable",  "disable", "next", "import", "export"};
+  static const char* const kActions[] = {"list",   "show",    "add",  "edit",   "remove",
+                                         "enable", "disable", "next", "import", "export"};
   if (std::find(std::begin(kActions), std::end(kActions), options->action) == std::end(kActions)) {
-    std::cerr << "halyardctl: schedule: unknown action '" << options->action
-              << "' (see halyardctl schedule --help)\n";
+    std::cerr << "halyardctl: schedule: unknown action '" << options->action << "' (see halyardctl schedule --help)\n";
     return 2;
   }
   return runAction(*options, options->file.value_or(scheduleFilePath()), zone);

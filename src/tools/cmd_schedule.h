@@ -47,7 +47,7 @@ void applyEdits(const ItemEdits& edits, KSScheduledItem& item, const cctz::time_
 void printItems(const ScheduleItems& items, std::size_t first, std::size_t last, bool json, bool detailed,
                 const cctz::time_zone& zone);
 // The coming runs of one item (index given) or of the whole schedule.
-void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index, int count, bool json,
-                   TimeInterval now, const cctz::time_zone& zone);
+void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index, int count, bool json, TimeInterval now,
+                   const cctz::time_zone& zone);
 
 }  // namespace halyard::tools::schedule

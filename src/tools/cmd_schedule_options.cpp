@@ -17,8 +17,8 @@ bool parseInt(std::string_view text, int& value) {
 }
 
 Expected<TimeInterval> parseStartDate(const std::string& text, const cctz::time_zone& zone) {
-  static const char* const kFormats[] = {"%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M",
-                                         "%Y-%m-%dT%H:%M", "%Y-%m-%d"};
+  static const char* const kFormats[] = {"%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%dT%H:%M",
+                                         "%Y-%m-%d"};
   for (const char* format : kFormats) {
     cctz::time_point<cctz::seconds> when;
     if (cctz::parse(format, text, zone, &when)) return joinInstant(when, 0.0);
@@ -27,8 +27,8 @@ Expected<TimeInterval> parseStartDate(const std::string& text, const cctz::time_
 }
 
 const std::map<std::string_view, SetKind> kSetOptions = {
-    {"--months", SetKind::Months},   {"--days-of-month", SetKind::DaysOfMonth}, {"--days-of-week", SetKind::DaysOfWeek},
-    {"--hours", SetKind::Hours},     {"--minutes", SetKind::Minutes},
+    {"--months", SetKind::Months}, {"--days-of-month", SetKind::DaysOfMonth}, {"--days-of-week", SetKind::DaysOfWeek},
+    {"--hours", SetKind::Hours},   {"--minutes", SetKind::Minutes},
 };
 
 // One option that takes a value, applied to `options`.
@@ -58,7 +58,8 @@ Status applyValueOption(const std::string& name, const std::string& value, Optio
     options.file = value;
   } else if (name == "--count") {
     int count = 0;
-    if (!parseInt(value, count) || count < 1 || count > 10000) return makeError("--count: '" + value + "' is not a count (1-10000)");
+    if (!parseInt(value, count) || count < 1 || count > 10000)
+      return makeError("--count: '" + value + "' is not a count (1-10000)");
     options.count = count;
   } else {
     return makeError("unknown option '" + name + "'");

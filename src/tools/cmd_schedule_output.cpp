@@ -115,10 +115,11 @@ void collectRuns(const KSScheduledItem& item, std::size_t index, int count, Time
 std::optional<std::string> whyNotCaughtUp(const KSScheduledItem& item) {
   if (!item.active()) return "the item is inactive";
   if (item.type() == ScheduleType::OnVolumeMount) return "a volume-mount item runs only when its volume is mounted";
-  const std::pair<bool, const char*> emptySets[] = {
-      {item.noMinuteIsSelected(), "minute"},           {item.noHourIsSelected(), "hour"},
-      {item.noDayOfWeekIsSelected(), "day of week"},  {item.noDayOfMonthIsSelected(), "day of month"},
-      {item.noMonthIsSelected(), "month"}};
+  const std::pair<bool, const char*> emptySets[] = {{item.noMinuteIsSelected(), "minute"},
+                                                    {item.noHourIsSelected(), "hour"},
+                                                    {item.noDayOfWeekIsSelected(), "day of week"},
+                                                    {item.noDayOfMonthIsSelected(), "day of month"},
+                                                    {item.noMonthIsSelected(), "month"}};
   for (const auto& [empty, name] : emptySets) {
     if (empty) return std::string("no ") + name + " is selected, and the missed check needs one in every set";
   }
@@ -141,8 +142,8 @@ void printItems(const ScheduleItems& items, std::size_t first, std::size_t last,
   std::cout << writer.take() << "\n";
 }
 
-void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index, int count, bool json,
-                   TimeInterval now, const cctz::time_zone& zone) {
+void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index, int count, bool json, TimeInterval now,
+                   const cctz::time_zone& zone) {
   // Runs are asked from now when its second of the minute is 0, else from
   // the next minute: add one minute, subtract the seconds (the fraction stays).
   const double unix = toUnixSeconds(now);

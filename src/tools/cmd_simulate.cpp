@@ -37,8 +37,8 @@ struct SimulateArguments {
 };
 
 Expected<SimulateArguments> parseArguments(const Arguments& args) {
-  static const std::string kValued[] = {"--from",   "--to",            "--tz",        "--schedule", "--schedule-json",
-                                        "--events", "--beat-fraction", "--check-cost"};
+  static const std::string kValued[] = {
+      "--from", "--to", "--tz", "--schedule", "--schedule-json", "--events", "--beat-fraction", "--check-cost"};
   SimulateArguments parsed;
   for (std::size_t i = 0; i < args.size(); ++i) {
     if (args[i] == "--all-checks") {
@@ -99,7 +99,8 @@ Expected<ScheduleItems> readSchedule(const Values& values, const cctz::time_zone
 
 Expected<TimeInterval> eventTime(const JsonValue& line, const char* field, const cctz::time_zone& zone) {
   const JsonValue* value = line.member(field);
-  if (!value || value->kind != JsonValue::Kind::String) return makeError(std::string("\"") + field + "\" must be an ISO time");
+  if (!value || value->kind != JsonValue::Kind::String)
+    return makeError(std::string("\"") + field + "\" must be an ISO time");
   auto time = parseIsoInstant(value->text, zone);
   if (!time) return makeError(std::string("\"") + field + "\": " + time.error().describe());
   return time;
@@ -188,7 +189,8 @@ Expected<agent::SimulationOptions> simulationOptions(const SimulateArguments& ar
   if (!to) return to.error();
   options.from = *from;
   options.to = *to;
-  for (auto [name, field] : {std::pair{"--beat-fraction", &options.beatFraction}, {"--check-cost", &options.checkCost}}) {
+  for (auto [name, field] :
+       {std::pair{"--beat-fraction", &options.beatFraction}, {"--check-cost", &options.checkCost}}) {
     if (!values.count(name)) continue;
     auto seconds = parseSeconds(name, values.at(name));
     if (!seconds) return seconds.error();

@@ -42,8 +42,7 @@ std::string lastCheck(const QVariantMap& status) {
   using namespace agent::status_keys;
   if (!status.contains(kLastCheckDate)) return "none yet";
   const TimeInterval at = status.value(kLastCheckDate).toDouble();
-  return status.value(kLastCheckMode).toString().toStdString() + " at " +
-         formatInstant(at, cctz::local_time_zone());
+  return status.value(kLastCheckMode).toString().toStdString() + " at " + formatInstant(at, cctz::local_time_zone());
 }
 
 // "on", "off", or "off: the RTC cannot wake this machine (reason)".
@@ -79,8 +78,8 @@ int runStatus(const Arguments& args) {
   BusCommandApplication app;
   std::optional<QDBusConnection> session = connectSessionBus();
   if (!session) return 1;
-  const QDBusMessage call = QDBusMessage::createMethodCall(agent::kAgentBusName, agent::kAgentObjectPath,
-                                                           agent::kAgentInterface, "Status");
+  const QDBusMessage call =
+      QDBusMessage::createMethodCall(agent::kAgentBusName, agent::kAgentObjectPath, agent::kAgentInterface, "Status");
   const QDBusMessage reply = session->call(call, QDBus::Block, kAnswerTimeoutMs);
   if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
     std::cerr << "halyardctl: the agent does not answer (" << reply.errorMessage().toStdString() << ")\n";

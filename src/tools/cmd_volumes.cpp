@@ -33,9 +33,12 @@ std::string creationText(const UTCDateTime& date) {
 std::vector<std::string> flagsOf(VolumeSpecifier& record) {
   std::vector<std::string> flags;
   const std::pair<bool, const char*> all[] = {
-      {record.isCaseSensitive(), "case-sensitive"}, {record.isReadOnly(), "read-only"},
-      {record.isRemovableMedia(), "removable"},      {record.isFileServer(), "file-server"},
-      {record.arePermissionsIgnored(), "ignores-ownership"}, {record.supportsACLs(), "acls"},
+      {record.isCaseSensitive(), "case-sensitive"},
+      {record.isReadOnly(), "read-only"},
+      {record.isRemovableMedia(), "removable"},
+      {record.isFileServer(), "file-server"},
+      {record.arePermissionsIgnored(), "ignores-ownership"},
+      {record.supportsACLs(), "acls"},
       {record.strictVolumeIdentification(), "strict-identification"},
   };
   for (const auto& [on, word] : all) {

@@ -26,8 +26,8 @@ TimeInterval minuteBeat(TimeInterval t) {
 
 // Whether wall time written without an offset names a minute the zone skips.
 bool namesSkippedWallTime(const std::string& text, const cctz::time_zone& zone) {
-  if (text.size() > 16 && (text.find('+', 16) != std::string::npos || text.find('-', 16) != std::string::npos ||
-                           text.back() == 'Z')) {
+  if (text.size() > 16 &&
+      (text.find('+', 16) != std::string::npos || text.find('-', 16) != std::string::npos || text.back() == 'Z')) {
     return false;
   }
   for (const char* format : {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%dT%H:%M"}) {
@@ -48,7 +48,8 @@ int runWhy(const Arguments& args) {
   std::optional<std::string> at, file;
   std::string number;
   for (std::size_t i = 0; i < args.size(); ++i) {
-    const bool digits = !args[i].empty() && args[i].size() < 7 && args[i].find_first_not_of("0123456789") == std::string::npos;
+    const bool digits =
+        !args[i].empty() && args[i].size() < 7 && args[i].find_first_not_of("0123456789") == std::string::npos;
     if (args[i] == "--at" && i + 1 < args.size()) {
       at = args[++i];
     } else if (args[i] == "--file" && i + 1 < args.size()) {
@@ -91,10 +92,12 @@ int runWhy(const Arguments& args) {
       agent::explainMinuteCheck(item, beat, zone, schedulerActive, at && namesSkippedWallTime(*at, zone));
   std::cout << "item " << index << " \"" << item.description().value_or("") << "\", type " << item.scheduleType()
             << "\n"
-            << "last hand-over: " << dateOrText(agent::lastMinuteCheckHandOver(item, minuteBeat(now), zone), zone, "none in the past year")
+            << "last hand-over: "
+            << dateOrText(agent::lastMinuteCheckHandOver(item, minuteBeat(now), zone), zone, "none in the past year")
             << "\n"
             << "next hand-over: "
-            << dateOrText(MinuteCheckSearch(item).next(minuteBeat(now) + 60, kDistantFuture, zone), zone, "never") << "\n"
+            << dateOrText(MinuteCheckSearch(item).next(minuteBeat(now) + 60, kDistantFuture, zone), zone, "never")
+            << "\n"
             << "at " << formatInstant(std::floor(beat), zone) << ": "
             << (explanation.handedOver ? "handed over: " : "not handed over: ") << explanation.rule << "\n";
   return 0;

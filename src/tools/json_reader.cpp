@@ -72,7 +72,10 @@ class Parser {
     code = 0;
     for (int i = 0; i < 4; ++i) {
       const char h = text_[at_++];
-      const int digit = h >= '0' && h <= '9' ? h - '0' : h >= 'a' && h <= 'f' ? h - 'a' + 10 : h >= 'A' && h <= 'F' ? h - 'A' + 10 : -1;
+      const int digit = h >= '0' && h <= '9'   ? h - '0'
+                        : h >= 'a' && h <= 'f' ? h - 'a' + 10
+                        : h >= 'A' && h <= 'F' ? h - 'A' + 10
+                                               : -1;
       if (digit < 0) return error("bad \\u escape");
       code = code * 16 + static_cast<std::uint32_t>(digit);
     }
@@ -198,12 +201,18 @@ Expected<JsonValue> parseJson(std::string_view text) { return Parser(text).docum
 
 const char* describeKind(JsonValue::Kind kind) {
   switch (kind) {
-    case JsonValue::Kind::Null: return "null";
-    case JsonValue::Kind::Boolean: return "a boolean";
-    case JsonValue::Kind::Number: return "a number";
-    case JsonValue::Kind::String: return "a string";
-    case JsonValue::Kind::Array: return "an array";
-    case JsonValue::Kind::Object: return "an object";
+    case JsonValue::Kind::Null:
+      return "null";
+    case JsonValue::Kind::Boolean:
+      return "a boolean";
+    case JsonValue::Kind::Number:
+      return "a number";
+    case JsonValue::Kind::String:
+      return "a string";
+    case JsonValue::Kind::Array:
+      return "an array";
+    case JsonValue::Kind::Object:
+      return "an object";
   }
   return "a value";
 }

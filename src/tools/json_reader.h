@@ -19,8 +19,8 @@ struct JsonValue {
   Kind kind = Kind::Null;
   bool boolean = false;
   double number = 0;
-  std::string text;                                       // String
-  std::vector<JsonValue> elements;                        // Array
+  std::string text;                 // String
+  std::vector<JsonValue> elements;  // Array
   std::vector<JsonMember> members;  // Object, in file order
 
   // The member of that name, or null when there is none.

@@ -26,15 +26,16 @@ constexpr SetField kSetFields[] = {
     {"minutes", 60, &KSScheduledItem::setScheduledMinutes, &KSScheduledItem::scheduledMinutes},
 };
 
-constexpr std::string_view kKnownFields[] = {"description", "active", "scheduleType", "start",  "months",
-                                             "daysOfMonth", "daysOfWeek", "hours",    "minutes"};
+constexpr std::string_view kKnownFields[] = {"description", "active",     "scheduleType", "start",  "months",
+                                             "daysOfMonth", "daysOfWeek", "hours",        "minutes"};
 
 class ItemReader {
  public:
   ItemReader(std::size_t number, const cctz::time_zone& zone) : number_(number), zone_(zone) {}
 
   Status read(const JsonValue& json, KSScheduledItem& item) const {
-    if (json.kind != JsonValue::Kind::Object) return makeError(where() + "is " + describeKind(json.kind) + ", not an object");
+    if (json.kind != JsonValue::Kind::Object)
+      return makeError(where() + "is " + describeKind(json.kind) + ", not an object");
     for (const auto& [name, value] : json.members) {
       if (std::find(std::begin(kKnownFields), std::end(kKnownFields), name) == std::end(kKnownFields)) {
         return fieldError(name, "is not a field of an item");
@@ -97,8 +98,8 @@ class ItemReader {
   Status checkSet(const SetField& field, const JsonValue& value) const {
     if (auto status = expect(field.name, value, JsonValue::Kind::String); !status) return status;
     if (value.text.size() != field.length) {
-      return fieldError(field.name, "has " + std::to_string(value.text.size()) + " characters, not " +
-                                        std::to_string(field.length));
+      return fieldError(
+          field.name, "has " + std::to_string(value.text.size()) + " characters, not " + std::to_string(field.length));
     }
     if (value.text.find_first_not_of("01") != std::string::npos) {
       return fieldError(field.name, "holds a character other than \"0\" and \"1\"");
@@ -116,7 +117,8 @@ Expected<ScheduleItems> readScheduleJson(std::string_view text, const cctz::time
                                          const CalendarClock& clock) {
   auto json = parseJson(text);
   if (!json) return json.error();
-  if (json->kind != JsonValue::Kind::Array) return makeError(std::string("the schedule is ") + describeKind(json->kind) + ", not a list of items");
+  if (json->kind != JsonValue::Kind::Array)
+    return makeError(std::string("the schedule is ") + describeKind(json->kind) + ", not a list of items");
   ScheduleItems items;
   for (std::size_t i = 0; i < json->elements.size(); ++i) {
     auto item = std::make_shared<KSScheduledItem>(clock());

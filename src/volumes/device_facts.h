@@ -42,8 +42,7 @@ struct DeviceFactSources {
 
 // The facts of the block device `device` (its number) at `devicePath`,
 // which libblkid probes when udev has no record of its file system.
-DeviceProperties readDeviceFacts(const std::string& devicePath, std::uint64_t device,
-                                 const DeviceFactSources& sources);
+DeviceProperties readDeviceFacts(const std::string& devicePath, std::uint64_t device, const DeviceFactSources& sources);
 
 // The machine's volume queries with device facts from these sources
 // (linuxVolumeQueries() uses the machine's udev database and /sys).

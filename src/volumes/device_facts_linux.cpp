@@ -89,7 +89,8 @@ std::vector<std::string> ancestorSubsystems(const std::filesystem::path& device,
 
 void fillFromSysfs(std::uint64_t device, const std::string& sysfsRoot, DeviceProperties& facts) {
   const dev_t number = static_cast<dev_t>(device);
-  const std::string link = sysfsRoot + "/dev/block/" + std::to_string(major(number)) + ":" + std::to_string(minor(number));
+  const std::string link =
+      sysfsRoot + "/dev/block/" + std::to_string(major(number)) + ":" + std::to_string(minor(number));
   std::error_code error;
   auto disk = std::filesystem::canonical(link, error);
   if (error) return;

@@ -56,8 +56,8 @@ bool hasReliableIdentity(std::uint32_t fsType) {
   return false;
 }
 
-std::optional<VolumeLocation> locateMountStatistics(const VolumeQueries& queries,
-                                                    const std::vector<MountEntry>& table, const MountEntry& mount) {
+std::optional<VolumeLocation> locateMountStatistics(const VolumeQueries& queries, const std::vector<MountEntry>& table,
+                                                    const MountEntry& mount) {
   const MountEntry& standing = canonicalMount(table, mount);
   const auto stats = queries.fileSystemStats(standing.mountPoint);
   if (!stats) return std::nullopt;

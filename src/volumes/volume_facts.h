@@ -40,7 +40,7 @@ struct VolumeParms {
   bool symbolicLinks = false;
   bool caseSensitive = false;
   bool acls = false;
-  std::int32_t grade = 0;            // none here: 0, the 4 MiB buffer
+  std::int32_t grade = 0;  // none here: 0, the 4 MiB buffer
   std::uint32_t nameLengthLimit = 0;
   std::optional<std::string> mountInfo;  // network volumes: the mount-info block
   std::optional<std::string> url;        // network volumes: the mount URL
@@ -80,8 +80,8 @@ std::optional<VolumeLocation> locateMount(const VolumeQueries& queries, const st
                                           const MountEntry& mount);
 // The same in two steps, for callers that can stop after the statistics:
 // the location without device facts, then its device facts.
-std::optional<VolumeLocation> locateMountStatistics(const VolumeQueries& queries,
-                                                    const std::vector<MountEntry>& table, const MountEntry& mount);
+std::optional<VolumeLocation> locateMountStatistics(const VolumeQueries& queries, const std::vector<MountEntry>& table,
+                                                    const MountEntry& mount);
 void addDeviceFacts(const VolumeQueries& queries, VolumeLocation& volume);
 
 // The volume's name: its label, else the mount point's last component ("/"

@@ -35,13 +35,9 @@ const NetworkType* networkType(std::string_view fsType) {
 
 bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
 
-void appendHost16(std::string& out, std::uint16_t v) {
-  out.append(reinterpret_cast<const char*>(&v), sizeof v);
-}
+void appendHost16(std::string& out, std::uint16_t v) { out.append(reinterpret_cast<const char*>(&v), sizeof v); }
 
-void appendHost32(std::string& out, std::uint32_t v) {
-  out.append(reinterpret_cast<const char*>(&v), sizeof v);
-}
+void appendHost32(std::string& out, std::uint32_t v) { out.append(reinterpret_cast<const char*>(&v), sizeof v); }
 
 // "host:/path" (nfs) or "user@host:path" (sshfs) as authority and path.
 std::optional<std::pair<std::string, std::string>> splitHostPath(std::string_view source) {

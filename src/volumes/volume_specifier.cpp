@@ -6,7 +6,6 @@
 #include <cctype>
 #include <cstring>
 
-
 namespace halyard {
 namespace {
 

@@ -123,16 +123,13 @@ void VolumeSpecifier::applyArchiveDictionary(const Dictionary& archive) {
   _blockSize = static_cast<std::uint32_t>(values.int64Of("vs09").value_or(0));
   _fileSystemID = static_cast<std::uint16_t>(values.int64Of("vs10").value_or(0));
   _signature = static_cast<std::uint16_t>(values.int64Of("vs11").value_or(0));
-  if (auto sensitive = values.boolOf("vs18"))
-    _caseSensitive = *sensitive;
-  else
-    _needsCaseSensitiveTest = true;
+  if (auto sensitive = values.boolOf("vs18")) _caseSensitive = *sensitive;
+  else _needsCaseSensitiveTest = true;
   if (auto v = values.boolOf("vs19")) _ignoresOwnership = *v;
   if (auto v = values.boolOf("vs20")) _readOnly = *v;
   // Reading is more generous than making a record: any volume that is not
   // a file-server one gets strict identification.
-  _strictVolumeIdentification =
-      values.boolOf("vs22").value_or(_signature == kJournaledNativeSignature || !_fsOnServer);
+  _strictVolumeIdentification = values.boolOf("vs22").value_or(_signature == kJournaledNativeSignature || !_fsOnServer);
   if (auto v = values.boolOf("vs23")) _supportsACLs = *v;
   if (date) _creationDate = creationDateFromBigEndian(date->bytes).value_or(UTCDateTime{});
   applyDeviceInformation(archive);

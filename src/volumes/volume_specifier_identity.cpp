@@ -4,7 +4,6 @@
 // receiver's strictness, distant-remoteness and server state choose which
 // checks run, so the test is not symmetric.
 
-
 #include "foundation/log_sink.h"
 #include "foundation/text_case.h"
 #include "volumes/volume_mounts.h"

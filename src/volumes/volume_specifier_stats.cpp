@@ -66,9 +66,9 @@ std::string VolumeSpecifier::volumeSizeStats(TimeInterval now) {
   std::string text = localizedString("VOLUME_CANT_DETERMINE_SIZE");
   if (auto info = getInfoForVolume(*queries(), _volumeRootPath.value_or(""))) {
     if (auto percent = percentUsed(*info)) {
-      text = formatWithObjects(localizedString("VOLUME_SIZE_FORMAT"),
-                               {fileSizeString(info->totalBytes), fileSizeString(info->freeBytes),
-                                oneDigitFloatString(*percent)});
+      text = formatWithObjects(
+          localizedString("VOLUME_SIZE_FORMAT"),
+          {fileSizeString(info->totalBytes), fileSizeString(info->freeBytes), oneDigitFloatString(*percent)});
     }
   }
   _volumeStatsStr = text;

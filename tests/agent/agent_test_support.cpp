@@ -112,8 +112,8 @@ TestProcess::TestProcess(const std::string& program, const std::vector<std::stri
                          const QString& sessionAddress, const QString& systemAddress, const Environment& extra) {
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
   env.insert("DBUS_SESSION_BUS_ADDRESS", sessionAddress);
-  env.insert("DBUS_SYSTEM_BUS_ADDRESS", systemAddress.isEmpty() ? "unix:path=/nonexistent/system_bus_socket"
-                                                                 : systemAddress);
+  env.insert("DBUS_SYSTEM_BUS_ADDRESS",
+             systemAddress.isEmpty() ? "unix:path=/nonexistent/system_bus_socket" : systemAddress);
   for (const auto& [name, value] : extra) env.insert(name, value);
   process_.setProcessEnvironment(env);
   process_.setProcessChannelMode(QProcess::MergedChannels);
@@ -148,10 +148,15 @@ std::string halyardctlPath() { return HALYARD_BINARY_DIR "/src/tools/halyardctl"
 std::string backgrounderPath() { return HALYARD_BINARY_DIR "/src/agent/halyard-backgrounder"; }
 FakeVolume fakeVolume(const std::string& label, std::uint64_t device, const std::string& mountPoint) {
   FakeVolume v;
-  v.mount = {.source = "/dev/sd" + std::to_string(device), .mountPoint = mountPoint, .fsType = "ext4",
-             .options = "rw", .root = "/", .device = device, .sourceIsBlockDevice = true};
-  v.stats = {.type = 0xEF53, .blockSize = 4096, .nameMax = 255, .totalBlocks = 10, .freeBlocks = 5,
-             .fragmentSize = 4096};
+  v.mount = {.source = "/dev/sd" + std::to_string(device),
+             .mountPoint = mountPoint,
+             .fsType = "ext4",
+             .options = "rw",
+             .root = "/",
+             .device = device,
+             .sourceIsBlockDevice = true};
+  v.stats = {
+      .type = 0xEF53, .blockSize = 4096, .nameMax = 255, .totalBlocks = 10, .freeBlocks = 5, .fragmentSize = 4096};
   v.birth = KernelTime{1600000000 + static_cast<std::int64_t>(device), 0};
   v.device.label = label;
   v.device.uuid = "uuid-" + label;

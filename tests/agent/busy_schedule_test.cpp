@@ -4,8 +4,8 @@
 // measures and reports them through its Status method.
 
 #include <QDBusInterface>
-#include <QDir>
 #include <QDBusReply>
+#include <QDir>
 #include <QTemporaryDir>
 
 #include <chrono>
@@ -23,9 +23,7 @@ namespace {
 
 constexpr int kItemCount = 10000;
 
-double unixNow() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
+double unixNow() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
 
 TEST(BusyScheduleTest, TenThousandItemsLeaveEveryBeatWithinItsSecond) {
   ensureApplication();
@@ -42,9 +40,9 @@ TEST(BusyScheduleTest, TenThousandItemsLeaveEveryBeatWithinItsSecond) {
   }
   QDir().mkpath(home.path() + "/data/Halyard");
   writeSchedule(home.path().toStdString() + "/data/Halyard/ScheduleData.sched", items);
-  TestProcess agent(backgrounderPath(), {"--log-stderr"}, session.address(), system.address(),
-                    {{"XDG_DATA_HOME", home.path() + "/data"}, {"XDG_CONFIG_HOME", home.path() + "/config"},
-                     {"TZ", "UTC"}});
+  TestProcess agent(
+      backgrounderPath(), {"--log-stderr"}, session.address(), system.address(),
+      {{"XDG_DATA_HOME", home.path() + "/data"}, {"XDG_CONFIG_HOME", home.path() + "/config"}, {"TZ", "UTC"}});
   ASSERT_TRUE(agent.waitForOutput("is running."));
 
   // Past the next minute's second 0, and the hand-over of that minute's items.

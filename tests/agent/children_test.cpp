@@ -42,7 +42,8 @@ class InheritableState {
   }
 
  private:
-  struct sigaction oldPipe_ {}, oldHup_ {};
+  struct sigaction oldPipe_ {
+  }, oldHup_{};
   sigset_t oldMask_{};
   int fd_ = -1;
 };

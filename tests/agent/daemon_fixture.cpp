@@ -70,9 +70,7 @@ void DaemonFixture::beatAt(int h, int m, int s, double fraction) {
   daemon_->heartbeat();
 }
 
-std::vector<std::string> DaemonFixture::parked() {
-  return descriptions(daemon_->notifyMonitor()->addedItems());
-}
+std::vector<std::string> DaemonFixture::parked() { return descriptions(daemon_->notifyMonitor()->addedItems()); }
 
 std::vector<QVariantMap> DaemonFixture::seen(const QString& name) const {
   std::vector<QVariantMap> found;

@@ -28,9 +28,8 @@ TEST_F(DaemonTest, FirstStartSeedsThePreferencesAndBroadcastsTheState) {
     const char* name;
     std::optional<bool> stored;
     bool expectedActive;
-  } cases[] = {{"absent: active and written", std::nullopt, true},
-               {"stored false", false, false},
-               {"stored true", true, true}};
+  } cases[] = {
+      {"absent: active and written", std::nullopt, true}, {"stored false", false, false}, {"stored true", true, true}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     QFile::remove(QString::fromStdString(path("halyard.conf")));

@@ -16,7 +16,9 @@ using K = SimulationEvent::Kind;
 
 // The type table, read plainly: one civil minute, one item.
 bool plainlySelected(const KSScheduledItem& item, const cctz::civil_minute& m, const cctz::time_zone& zone) {
-  auto on = [](const std::string* set, long index) { return set && index < static_cast<long>(set->size()) && (*set)[index] == '1'; };
+  auto on = [](const std::string* set, long index) {
+    return set && index < static_cast<long>(set->size()) && (*set)[index] == '1';
+  };
   if (!item.active()) return false;
   const int type = item.scheduleType();
   if (type < 3 || type == 6 || type > 7) return false;

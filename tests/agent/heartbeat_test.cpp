@@ -96,7 +96,7 @@ TEST(HeartbeatTimer, FiresJustAfterEachWallClockSecond) {
   timer.stop();
   for (std::size_t i = 0; i < beats.size(); ++i) {
     SCOPED_TRACE(i);
-    EXPECT_LT(beats[i] - std::floor(beats[i]), 0.25);  // early in its second, never before it
+    EXPECT_LT(beats[i] - std::floor(beats[i]), 0.25);                 // early in its second, never before it
     EXPECT_NEAR(lateness[i], beats[i] - std::floor(beats[i]), 0.01);  // measured against that second
     if (i > 0) {
       EXPECT_EQ(std::floor(beats[i]), std::floor(beats[i - 1]) + 1);

@@ -42,10 +42,13 @@ TEST_F(JobSelectionTest, NewCheckMatchesTheMinuteByScheduleType) {
       {"type 5, Wednesday cleared", with(makeItem("a", 9, 30, 5), [](auto& i) { i.clearDayOfWeek(3); }), false},
       {"type 7 on a selected day", with(makeItem("a", 9, 30, 7), [](auto& i) { i.clearEveryDayOfWeek(); }), true},
       {"type 7, the 4th cleared", with(makeItem("a", 9, 30, 7), [](auto& i) { i.clearDayOfMonth(3); }), false},
-      {"type 4 ignores both day sets", with(makeItem("a", 9, 30, 4), [](auto& i) {
-         i.clearEveryDayOfWeek();
-         i.clearEveryDayOfMonth();
-       }), true},
+      {"type 4 ignores both day sets",
+       with(makeItem("a", 9, 30, 4),
+            [](auto& i) {
+              i.clearEveryDayOfWeek();
+              i.clearEveryDayOfMonth();
+            }),
+       true},
       {"type 3 started at 09:30:00", with(makeItem("a", 9, 30, 3), startAt(at(9, 30, 0))), true},
       {"type 3 starting at the beat", with(makeItem("a", 9, 30, 3), startAt(at(9, 30, 0, 0.4))), false},
       {"type 3 starting later", with(makeItem("a", 9, 30, 3), startAt(at(9, 30, 1))), false},

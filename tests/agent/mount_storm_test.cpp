@@ -50,9 +50,9 @@ TEST(MountStorm, EveryMountOfTheItemsVolumeAmidTenThousandEventsIsHandedOver) {
   auto logind = startFakeLogind(session, system);
   TestProcess app(halyardctlPath(), {"serve-app"}, session.address());
   ASSERT_TRUE(app.waitForOutput("running as"));
-  TestProcess agent(backgrounderPath(), {"--log-stderr"}, session.address(), system.address(),
-                    {{"XDG_DATA_HOME", home.path() + "/data"}, {"XDG_CONFIG_HOME", home.path() + "/config"},
-                     {"TZ", "UTC"}});
+  TestProcess agent(
+      backgrounderPath(), {"--log-stderr"}, session.address(), system.address(),
+      {{"XDG_DATA_HOME", home.path() + "/data"}, {"XDG_CONFIG_HOME", home.path() + "/config"}, {"TZ", "UTC"}});
   ASSERT_TRUE(agent.waitForOutput("is running."));
 
   const std::string storm = scratch.path("storm");

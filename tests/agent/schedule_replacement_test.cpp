@@ -59,10 +59,10 @@ TEST_F(ScheduleReplacementTest, EveryReadIsAWholeScheduleOrNoneAndEachUnreadable
   for (const std::string mode : {"rename", "in-place"}) {
     SCOPED_TRACE(mode);
     LogCapture log;
-    TestProcess writer("/usr/bin/python3",
-                       {"-c", kWriter, mode, path("first.sched"), path("second.sched"), path("ScheduleData.sched"),
-                        "300"},
-                       bus_.address());
+    TestProcess writer(
+        "/usr/bin/python3",
+        {"-c", kWriter, mode, path("first.sched"), path("second.sched"), path("ScheduleData.sched"), "300"},
+        bus_.address());
     int reads = 0, unreadable = 0, stretches = 0;
     bool wasUnreadable = false;
     while (writer.process().state() != QProcess::NotRunning || reads == 0) {
@@ -74,8 +74,8 @@ TEST_F(ScheduleReplacementTest, EveryReadIsAWholeScheduleOrNoneAndEachUnreadable
       wasUnreadable = !items;
       if (!items) continue;
       const Names names = descriptions(asObjects(*items));
-      ASSERT_TRUE(names == first || names == second) << names.size() << " items read, the first "
-                                                      << (names.empty() ? "" : names.front());
+      ASSERT_TRUE(names == first || names == second)
+          << names.size() << " items read, the first " << (names.empty() ? "" : names.front());
     }
     ASSERT_TRUE(writer.waitForOutput("done")) << writer.output();
     const auto lines = log.lines();
@@ -88,8 +88,7 @@ TEST_F(ScheduleReplacementTest, EveryReadIsAWholeScheduleOrNoneAndEachUnreadable
     }
     RecordProperty(mode + "_reads", reads);
     RecordProperty(mode + "_unreadable", unreadable);
-    std::cout << mode << ": " << reads << " reads, " << unreadable << " unreadable in " << stretches
-              << " stretches\n";
+    std::cout << mode << ": " << reads << " reads, " << unreadable << " unreadable in " << stretches << " stretches\n";
   }
 }
 

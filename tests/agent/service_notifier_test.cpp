@@ -48,8 +48,8 @@ class ManagerSocket {
 };
 
 TEST(ServiceNotifier, ManagerReceivesEachStateOnPathAndAbstractSockets) {
-  const std::string path = (std::filesystem::temp_directory_path() /
-                            ("halyard-notify-" + std::to_string(getpid()))).string();
+  const std::string path =
+      (std::filesystem::temp_directory_path() / ("halyard-notify-" + std::to_string(getpid()))).string();
   for (const std::string& name : {path, "@halyard-notify-" + std::to_string(getpid())}) {
     SCOPED_TRACE(name);
     ManagerSocket manager(name);

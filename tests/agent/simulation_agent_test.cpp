@@ -50,16 +50,16 @@ class SimulationAgreesTest : public DaemonFixture {
 
 TEST_F(SimulationAgreesTest, TheDaemonHandsOverWhatTheSimulationSays) {
   const auto at = [&](int h, int m, int s) { return clock_.civil(2026, 3, 4, h, m, s); };
-  const ScheduleItems items = {makeItem("at-9:31", 9, 31, 4), makeItem("at-9:45", 9, 45, 5),
-                                makeItem("at-10:05", 10, 5, 7), makeItem("at-10:20", 10, 20, 4),
-                                makeItem("at-10:40", 10, 40, 4), makeItem("type-9", 9, 50, 9)};
+  const ScheduleItems items = {makeItem("at-9:31", 9, 31, 4),   makeItem("at-9:45", 9, 45, 5),
+                               makeItem("at-10:05", 10, 5, 7),  makeItem("at-10:20", 10, 20, 4),
+                               makeItem("at-10:40", 10, 40, 4), makeItem("type-9", 9, 50, 9)};
   writeSchedule(path("ScheduleData.sched"), items);
   const std::vector<SimulationEvent> events = {
       {K::Sleep, at(9, 40, 30), at(9, 52, 10)},    // catches up 9:45 and type 9
       {K::Clock, at(10, 6, 0), at(10, 4, 30)},     // back 90 s: 10:05 runs again
       {K::Suspend, at(10, 15, 0), at(10, 15, 0)},  // 10:20 does not run
       {K::Resume, at(10, 25, 0), at(10, 25, 0)},
-      {K::Clock, at(10, 35, 0), at(10, 41, 30)},   // forward: 10:40 caught up
+      {K::Clock, at(10, 35, 0), at(10, 41, 30)},  // forward: 10:40 caught up
   };
   for (const bool exactlyOnce : {false, true}) {
     SCOPED_TRACE(exactlyOnce ? "exactly once" : "as the heartbeat's rules say");

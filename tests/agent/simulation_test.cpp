@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <chrono>
 #include <random>
-#include <tuple>
 #include <sstream>
+#include <tuple>
 
 #include "agent/rules/simulation.h"
 
@@ -128,7 +128,7 @@ TEST(Simulation, SkippingBeatsAnswersAsVisitingEveryBeat) {
 // A day in New York: 2026-03-04, a Wednesday.
 struct NamedPeriod {
   const char* name;
-  std::vector<std::tuple<const char*, std::int32_t, int, int, int>> items;  // description, type, hour, minutes
+  std::vector<std::tuple<const char*, std::int32_t, int, int, int>> items;    // description, type, hour, minutes
   std::vector<std::tuple<SimulationEvent::Kind, int, int, int, int>> events;  // kind, at h:m:s, to m:s of 09:xx
   int fromMinute, toMinute;  // of 09:xx, from at second 59 of the minute before
   double checkCost;
@@ -141,34 +141,84 @@ TEST(Simulation, NamedPeriodsShowEachHeartbeatRule) {
   const auto zone = loadTimeZone("America/New_York").value();
   const NamedPeriod periods[] = {
       {"60 s after the last check is no gap: the new check runs",
-       {{"A", 4, 9, 31, 31}}, {{K::Clock, 9, 30, 30, 3100}}, 30, 32, 0, true,
+       {{"A", 4, 9, 31, 31}},
+       {{K::Clock, 9, 30, 30, 3100}},
+       30,
+       32,
+       0,
+       true,
        {"04 09:30:00.050-05:00 new ", "04 09:31:00.050-05:00 new A", "04 09:32:00.050-05:00 new "}},
       {"60.9 s with a check cost truncates to 60: no check until the next beat",
-       {{"A", 4, 9, 31, 31}}, {{K::Clock, 9, 30, 30, 3101}}, 30, 32, 0.1, true,
+       {{"A", 4, 9, 31, 31}},
+       {{K::Clock, 9, 30, 30, 3101}},
+       30,
+       32,
+       0.1,
+       true,
        {"04 09:30:00.050-05:00 new ", "04 09:31:02.050-05:00 missed A", "04 09:32:00.050-05:00 new "}},
       {"61 s is a gap: the missed check runs at once",
-       {{"A", 4, 9, 31, 31}}, {{K::Clock, 9, 30, 30, 3101}}, 30, 32, 0, true,
+       {{"A", 4, 9, 31, 31}},
+       {{K::Clock, 9, 30, 30, 3101}},
+       30,
+       32,
+       0,
+       true,
        {"04 09:30:00.050-05:00 new ", "04 09:31:01.050-05:00 missed A", "04 09:32:00.050-05:00 new "}},
       {"a clock set back two minutes runs the same minute again",
-       {{"B", 4, 9, 31, 31}}, {{K::Clock, 9, 31, 30, 2930}}, 31, 32, 0.002, false,
+       {{"B", 4, 9, 31, 31}},
+       {{K::Clock, 9, 31, 30, 2930}},
+       31,
+       32,
+       0.002,
+       false,
        {"04 09:31:00.050-05:00 new B", "04 09:31:00.050-05:00 new B"}},
       {"a sleep of several minutes: one missed check hands over each item once",
-       {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 34}}, {{K::Sleep, 9, 30, 30, 3520}}, 30, 36, 0.002, false,
+       {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 34}},
+       {{K::Sleep, 9, 30, 30, 3520}},
+       30,
+       36,
+       0.002,
+       false,
        {"04 09:35:20.050-05:00 missed A,C"}},
       {"a wake at second 0: the missed check covers that minute, no new check",
-       {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 33}}, {{K::Sleep, 9, 30, 30, 3300}}, 30, 34, 0.002, false,
+       {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 33}},
+       {{K::Sleep, 9, 30, 30, 3300}},
+       30,
+       34,
+       0.002,
+       false,
        {"04 09:33:00.050-05:00 missed A,C"}},
       {"suspended: nothing runs, and nothing is caught up on resuming",
-       {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 33}}, {{K::Suspend, 9, 30, 30, 0}, {K::Resume, 9, 32, 30, 0}}, 30, 34,
-       0.002, false, {"04 09:33:00.050-05:00 new C"}},
+       {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 33}},
+       {{K::Suspend, 9, 30, 30, 0}, {K::Resume, 9, 32, 30, 0}},
+       30,
+       34,
+       0.002,
+       false,
+       {"04 09:33:00.050-05:00 new C"}},
       {"types 0 and 9 never run by the minute",
-       {{"T0", 0, 9, 31, 31}, {"A", 4, 9, 31, 31}, {"T9", 9, 9, 31, 31}}, {}, 30, 32, 0.002, false,
+       {{"T0", 0, 9, 31, 31}, {"A", 4, 9, 31, 31}, {"T9", 9, 9, 31, 31}},
+       {},
+       30,
+       32,
+       0.002,
+       false,
        {"04 09:31:00.050-05:00 new A"}},
       {"types 0 and 9 are caught up by the missed check",
-       {{"T0", 0, 9, 31, 31}, {"A", 4, 9, 31, 31}, {"T9", 9, 9, 31, 31}}, {{K::Sleep, 9, 30, 30, 3130}}, 30, 32,
-       0.002, false, {"04 09:31:30.050-05:00 missed T0,A,T9"}},
+       {{"T0", 0, 9, 31, 31}, {"A", 4, 9, 31, 31}, {"T9", 9, 9, 31, 31}},
+       {{K::Sleep, 9, 30, 30, 3130}},
+       30,
+       32,
+       0.002,
+       false,
+       {"04 09:31:30.050-05:00 missed T0,A,T9"}},
       {"type 3 runs only once its start date has passed, by either check",
-       {{"S", 3, 9, 30, 34}}, {{K::Sleep, 9, 30, 30, 3230}}, 30, 34, 0.002, false,
+       {{"S", 3, 9, 30, 34}},
+       {{K::Sleep, 9, 30, 30, 3230}},
+       30,
+       34,
+       0.002,
+       false,
        {"04 09:32:30.050-05:00 missed S", "04 09:33:00.050-05:00 new S", "04 09:34:00.050-05:00 new S"}},
   };
   for (const NamedPeriod& period : periods) {
@@ -198,8 +248,8 @@ TEST(Simulation, BothDaylightSavingNightsOfNewYork) {
   const auto zone = loadTimeZone("America/New_York").value();
   const TimeInterval start = wall(zone, 2026, 1, 1, 0, 0);
   const ScheduleItems items = {item("at 01:30", 4, oneHour(1), minutes(30, 30), start),
-                                item("at 02:30", 4, oneHour(2), minutes(30, 30), start),
-                                item("at 03:30", 4, oneHour(3), minutes(30, 30), start)};
+                               item("at 02:30", 4, oneHour(2), minutes(30, 30), start),
+                               item("at 03:30", 4, oneHour(3), minutes(30, 30), start)};
   SimulationOptions options;
   options.zone = zone;
   options.from = wall(zone, 2026, 3, 8, 0, 0);

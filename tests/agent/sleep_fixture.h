@@ -21,7 +21,7 @@ class SleepTest : public DaemonFixture {
   }
   void emitPrepareForSleep(bool start) {
     QDBusMessage call = QDBusMessage::createMethodCall("org.freedesktop.login1", "/org/freedesktop/login1",
-                                                      "test.FakeLogind", "EmitPrepareForSleep");
+                                                       "test.FakeLogind", "EmitPrepareForSleep");
     call << start;
     ASSERT_EQ(callOnSystemBus(call).type(), QDBusMessage::ReplyMessage);
   }

@@ -42,12 +42,14 @@ class ScopedEnvironment {
     for (const auto& [name, value] : values) {
       const char* old = std::getenv(name);
       saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
-      if (value) setenv(name, value, 1); else unsetenv(name);
+      if (value) setenv(name, value, 1);
+      else unsetenv(name);
     }
   }
   ~ScopedEnvironment() {
     for (const auto& [name, old] : saved_) {
-      if (old) setenv(name.c_str(), old->c_str(), 1); else unsetenv(name.c_str());
+      if (old) setenv(name.c_str(), old->c_str(), 1);
+      else unsetenv(name.c_str());
     }
   }
 
@@ -64,7 +66,10 @@ TEST(AgentPaths, ForCurrentUserFollowsHomeAndTheXdgFolders) {
     std::string expectedData;
     std::vector<std::string> expectedDirs;
   } cases[] = {
-      {"defaults under HOME", std::nullopt, std::nullopt, h + "/.local/share",
+      {"defaults under HOME",
+       std::nullopt,
+       std::nullopt,
+       h + "/.local/share",
        {h + "/.local/share", "/usr/local/share", "/usr/share"}},
       {"XDG folders set", h + "/xdg", "/opt/a:/opt/b", h + "/xdg", {h + "/xdg", "/opt/a", "/opt/b"}},
   };

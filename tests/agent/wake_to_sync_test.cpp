@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "agent/wake_to_sync.h"
-#include "foundation/strings_table.h"
 #include "foundation/log_sink.h"
+#include "foundation/strings_table.h"
 #include "recording_wake_tool.h"
 #include "sleep_fixture.h"
 

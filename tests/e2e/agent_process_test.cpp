@@ -101,7 +101,7 @@ TEST_F(AgentProcessTest, ADueItemReachesTheRunningApplicationAtTheNextMinute) {
   auto agent = startAgent();
   ASSERT_TRUE(app.waitForOutput("item \"next-minute\"", std::chrono::seconds(125)));
   const double late = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count() -
-                     static_cast<double>(due);
+                      static_cast<double>(due);
   EXPECT_GE(late, 0.0);
   EXPECT_LT(late, 1.0);  // within the due second
 }
@@ -156,16 +156,18 @@ class ActivatedAgent {
   std::string path(const std::string& relative) const { return dir_.path().toStdString() + "/" + relative; }
   void start(const std::vector<std::shared_ptr<KSScheduledItem>>& items) {
     writeSchedule(path("ScheduleData.sched"), items);
-    daemon_ = std::make_unique<HalyardDaemon>(DaemonEnvironment{
-        .clock = clock_,
-        .bus = *notifications_,
-        .preferences = *preferences_,
-        .launcher = *launcher_,
-        .paths = {.scheduleFile = path("ScheduleData.sched"), .launchPathFile = path("LaunchPath"),
-                  .volumesRoot = path("media"), .applicationPaths = {}, .dataDirs = {}},
-        .standardOutput = &out_,
-        .terminate = {},
-        .steppedBeats = false});
+    daemon_ = std::make_unique<HalyardDaemon>(DaemonEnvironment{.clock = clock_,
+                                                                .bus = *notifications_,
+                                                                .preferences = *preferences_,
+                                                                .launcher = *launcher_,
+                                                                .paths = {.scheduleFile = path("ScheduleData.sched"),
+                                                                          .launchPathFile = path("LaunchPath"),
+                                                                          .volumesRoot = path("media"),
+                                                                          .applicationPaths = {},
+                                                                          .dataDirs = {}},
+                                                                .standardOutput = &out_,
+                                                                .terminate = {},
+                                                                .steppedBeats = false});
     daemon_->awakeFromNib();
   }
   HalyardDaemon& daemon() { return *daemon_; }
@@ -183,9 +185,7 @@ class ActivatedAgent {
   std::unique_ptr<HalyardDaemon> daemon_;
 };
 
-double unixNow() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
+double unixNow() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
 
 TEST(SlowActivation, ALaunchAtSecond53LeavesTheNextMinutesSecondZeroOnTime) {
   ensureApplication();
@@ -206,8 +206,8 @@ TEST(SlowActivation, ALaunchAtSecond53LeavesTheNextMinutesSecondZeroOnTime) {
 
   const TimeInterval due = fromUnixSeconds(static_cast<double>(boundary));
   for (ActivatedAgent* agent : {&slow, &silent}) {
-    ASSERT_TRUE(waitUntil([&] { return agent->daemon().lastCheckDate().value_or(0) >= due; },
-                          std::chrono::seconds(15)));
+    ASSERT_TRUE(
+        waitUntil([&] { return agent->daemon().lastCheckDate().value_or(0) >= due; }, std::chrono::seconds(15)));
     EXPECT_EQ(agent->daemon().status().lastCheckMode, HeartbeatMode::New);
     EXPECT_LT(*agent->daemon().lastCheckDate() - due, 1.0) << "the check ran in the due second";
     EXPECT_LT(*agent->daemon().timings().beatLateness.worst(fromUnixSeconds(unixNow())), 1.0);

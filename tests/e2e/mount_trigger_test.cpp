@@ -41,9 +41,8 @@ TEST(MountTrigger, MountingTheItemsVolumeHandsItOverOnce) {
 
   QTemporaryDir home;
   writeSchedule(home.path().toStdString() + "/data/Halyard/ScheduleData.sched", {item});
-  const TestProcess::Environment environment{{"XDG_DATA_HOME", home.path() + "/data"},
-                                             {"XDG_CONFIG_HOME", home.path() + "/config"},
-                                             {"TZ", "UTC"}};
+  const TestProcess::Environment environment{
+      {"XDG_DATA_HOME", home.path() + "/data"}, {"XDG_CONFIG_HOME", home.path() + "/config"}, {"TZ", "UTC"}};
   PrivateBus session;
   PrivateBus system("system");
   TestProcess logind("/usr/bin/python3", {fakeLogindPath()}, session.address(), system.address());

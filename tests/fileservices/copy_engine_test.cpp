@@ -6,9 +6,9 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -20,11 +20,11 @@
 #include <functional>
 
 #include "fileservices/copy_engine.h"
-#include "foundation/log_sink.h"
 #include "fileservices/file_metadata.h"
 #include "fileservices/private_mounts.h"
 #include "fileservices/test_folder.h"
 #include "fileservices/vt_file_manager.h"
+#include "foundation/log_sink.h"
 
 namespace halyard::fileservices {
 namespace {
@@ -172,7 +172,8 @@ TEST(CopyEngineTree, SparseHardLinkedAndLockedItemsInsideATreeAreKept) {
 
   Engine engine;
   ASSERT_EQ(copyItem(folder.path("tree"), folder.path("copy"), engine.setup), 0) << engine.report.failure;
-  struct stat copy {}, one {}, two {};
+  struct stat copy {
+  }, one{}, two{};
   ASSERT_EQ(stat(folder.path("copy/sparse.img").c_str(), &copy), 0);
   EXPECT_EQ(copy.st_size, 1 << 30);
   EXPECT_LE(copy.st_blocks * 512, 64 * 1024) << "holes were filled";
@@ -338,7 +339,8 @@ TEST_F(CrossFileSystem, AFailedRemovalNamesTheItemUndoesNothingAndARerunFinishes
     return step == EngineStep::Remove && ++removals == 2 ? EPERM : 0;
   };
   EXPECT_EQ(moveItem(folder_.path("tree"), other_ + "/tree", failing.setup), EPERM);
-  const std::string failedItem = failing.log.steps[static_cast<std::size_t>(failing.log.last(EngineStep::Remove))].second;
+  const std::string failedItem =
+      failing.log.steps[static_cast<std::size_t>(failing.log.last(EngineStep::Remove))].second;
   EXPECT_NE(failing.report.failure.find(failedItem), std::string::npos) << failing.report.failure;
   expectTreeWhole(folder_, "other/tree");
   EXPECT_TRUE(fs::exists(failedItem));
@@ -378,7 +380,8 @@ TEST_F(WithoutAttributes, AMoveFailsBeforeRemovingAnythingAndACopyReportsTheLoss
 
   Engine copy;
   ASSERT_EQ(copyItem(folder_.path("tree"), other_ + "/tree", copy.setup), 0);
-  EXPECT_EQ(copy.report.losses, (std::vector<std::string>{other_ + "/tree/a.txt: could not keep the extended attribute user.kept"}));
+  EXPECT_EQ(copy.report.losses,
+            (std::vector<std::string>{other_ + "/tree/a.txt: could not keep the extended attribute user.kept"}));
 }
 
 TEST_F(WithoutAttributes, TheFileManagerLogsEachLossAndKeepsItForTheCaller) {

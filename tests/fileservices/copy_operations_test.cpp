@@ -165,7 +165,8 @@ class LargeTreeCopy : public ::testing::Test {
     std::uint64_t x = 0x9E3779B97F4A7C15ull;
     for (auto& word : block) word = (x ^= x << 13, x ^= x >> 7, x ^= x << 17);
     for (int f = 0; f < kFiles; ++f) {
-      const std::string path = folder_->writeFile("big/" + std::string(f % 2 ? "odd/" : "") + "part" + std::to_string(f), "");
+      const std::string path =
+          folder_->writeFile("big/" + std::string(f % 2 ? "odd/" : "") + "part" + std::to_string(f), "");
       std::ofstream out(path, std::ios::binary);
       for (std::int64_t done = 0; done < kFileSize; done += kBlock) {
         block[0] = static_cast<std::uint64_t>(f) << 32 | static_cast<std::uint64_t>(done / kBlock);

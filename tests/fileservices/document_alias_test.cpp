@@ -113,7 +113,8 @@ TEST(DocumentAliasTest, HostileAliasesGiveAbsentOrThePath) {
       {"path-of-wrong-class", aliasOf({{"path", Number::fromInt32(1)}}), std::nullopt},
       {"relative-path-field", aliasOf({{"path", String::make("etc/passwd")}}), std::nullopt},
       {"volume-first-then-path",
-       aliasOf({{"path", String::make("/etc/passwd")}, {"volumeUUID", String::make("0A1B-2C3D")},
+       aliasOf({{"path", String::make("/etc/passwd")},
+                {"volumeUUID", String::make("0A1B-2C3D")},
                 {"relativePath", String::make("a")}}),
        "/media/ann/USB/a"},
   };

@@ -67,9 +67,10 @@ TEST(CommandPool, SpooledCommandsRunInOrderOneAtATime) {
 
 TEST(CommandPool, ExceptionBecomesCodeFourAndTheNextCommandRuns) {
   VTThreadedCommandPool pool;
-  const CommandID failing = pool.runCommand([](CommandID) { throw std::invalid_argument("bad path"); }, nullptr, nullptr);
-  const CommandID next = pool.runCommand(
-      [&pool](CommandID id) { pool.setProperty(kECodeKey, id, std::int64_t{0}); }, nullptr, nullptr);
+  const CommandID failing =
+      pool.runCommand([](CommandID) { throw std::invalid_argument("bad path"); }, nullptr, nullptr);
+  const CommandID next =
+      pool.runCommand([&pool](CommandID id) { pool.setProperty(kECodeKey, id, std::int64_t{0}); }, nullptr, nullptr);
   awaitFinished(pool, next);
   EXPECT_EQ(pool.getPropertyAs<std::int64_t>(kStateKey, failing), kCommandFinished);
   EXPECT_EQ(pool.getPropertyAs<std::int64_t>(kECodeKey, failing), kCommandRaisedCode);
@@ -142,8 +143,8 @@ std::pair<long long, long long> threadUsage(pid_t tid) {
 TEST(CommandPool, IdleWorkerBlocksWithoutUsingTheProcessor) {
   VTThreadedCommandPool pool;
   std::atomic<pid_t> workerTid{0};
-  awaitFinished(pool, pool.runCommand([&](CommandID) { workerTid = static_cast<pid_t>(syscall(SYS_gettid)); },
-                                      nullptr, nullptr));
+  awaitFinished(
+      pool, pool.runCommand([&](CommandID) { workerTid = static_cast<pid_t>(syscall(SYS_gettid)); }, nullptr, nullptr));
   // A measurement window, not a wait for the thread: a polling worker would
   // run and switch many times in it.
   const auto before = threadUsage(workerTid);

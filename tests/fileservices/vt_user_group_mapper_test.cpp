@@ -84,8 +84,7 @@ TEST(VTUserGroupMapper, ACLTexts) {
   } cases[] = {
       {"no header line: unchanged", "user::rw-\nuser:501:rw-\n", "user::rw-\nuser:501:rw-\n"},
       {"header only", "!#acl 1", "!#acl 1"},
-      {"user and group entries",
-       "!#acl 1\nuser:C-UUID:alice:501:allow:read\ngroup:G:staff:20:deny:write\n",
+      {"user and group entries", "!#acl 1\nuser:C-UUID:alice:501:allow:read\ngroup:G:staff:20:deny:write\n",
        "!#acl 1\nuser:SERVER-ALICE:alice:502:allow:read\ngroup:AAAABBBB-CCCC-DDDD-EEEE-FFFF00000014:staff:20:deny:"
        "write\n"},
       {"unmapped and malformed lines stay",

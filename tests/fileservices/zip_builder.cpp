@@ -33,8 +33,8 @@ std::string deflatedZeroMebibyte() {
 }  // namespace
 
 ZipBuilder& ZipBuilder::add(const std::string& name, const std::string& data, std::uint32_t mode) {
-  const auto crc = static_cast<std::uint32_t>(
-      crc32(0, reinterpret_cast<const Bytef*>(data.data()), static_cast<uInt>(data.size())));
+  const auto crc =
+      static_cast<std::uint32_t>(crc32(0, reinterpret_cast<const Bytef*>(data.data()), static_cast<uInt>(data.size())));
   _members.push_back({name, data, crc, static_cast<std::uint32_t>(data.size()), 0, mode});
   return *this;
 }

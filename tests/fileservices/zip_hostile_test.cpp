@@ -61,31 +61,39 @@ TEST(ZipHostile, NothingIsWrittenOutsideTheDestination) {
   fs::create_directory(dest);
   const HostileCase cases[] = {
       {"a member named ../escape",
-       [](const std::string&) { return ZipBuilder().add("../escape", "x").add("item", "ok"); }, false, {0, -9070}},
+       [](const std::string&) { return ZipBuilder().add("../escape", "x").add("item", "ok"); },
+       false,
+       {0, -9070}},
       {"an absolute member name",
-       [](const std::string&) { return ZipBuilder().add("/abs-escape-halyard", "x").add("item", "ok"); }, false,
+       [](const std::string&) { return ZipBuilder().add("/abs-escape-halyard", "x").add("item", "ok"); },
+       false,
        {0, -9070}},
       {"a link out of the destination, then a member through it",
        [](const std::string& root) {
          return ZipBuilder().add("item", root + "/outside", 0120777).add("item/evil", "written through the link");
        },
-       false, {-206, -9070}},
+       false,
+       {-206, -9070}},
       {"garbage metadata.plist is skipped",
        [](const std::string&) { return ZipBuilder().add("item", "ok").add("metadata.plist", "<plist><dict><garbage"); },
-       true, {0}},
+       true,
+       {0}},
       {"metadata.plist as a link is not read",
        [](const std::string& root) {
          return ZipBuilder().add("item", "ok").add("metadata.plist", root + "/outside/secret", 0120777);
        },
-       true, {0}},
+       true,
+       {0}},
       {"metadata that sets impossible times fails the extraction",
        [](const std::string&) {
-         return ZipBuilder().add("item", "ok").add(
-             "metadata.plist",
-             "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>VTFM_CatalogInfo</key><data>" +
-                 std::string(sizeof(struct statx) / 3 * 4, '/') + "/w==" + "</data></dict></plist>");
+         return ZipBuilder()
+             .add("item", "ok")
+             .add("metadata.plist",
+                  "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>VTFM_CatalogInfo</key><data>" +
+                      std::string(sizeof(struct statx) / 3 * 4, '/') + "/w==" + "</data></dict></plist>");
        },
-       true, {EINVAL}},
+       true,
+       {EINVAL}},
   };
   for (const auto& c : cases) expectContained(folder, dest, c);
 }
@@ -115,12 +123,13 @@ TEST(ZipHostile, BombsMeetTheDestinationsLimit) {
   if (!small.mounted()) GTEST_SKIP() << "cannot mount a tmpfs here (needs root)";
   const HostileCase cases[] = {
       {"10 GB that say so are refused before anything is written",
-       [](const std::string&) {
-         return ZipBuilder().addZeros("item", 3400).addZeros("b", 3400).addZeros("c", 3400);
-       },
-       false, {kDiskFullErr}},
+       [](const std::string&) { return ZipBuilder().addZeros("item", 3400).addZeros("b", 3400).addZeros("c", 3400); },
+       false,
+       {kDiskFullErr}},
       {"64 MiB that claim 1000 bytes stop at the full file system",
-       [](const std::string&) { return ZipBuilder().addZeros("item", 64, 1000); }, false, {-34, -206, -41, -9070}},
+       [](const std::string&) { return ZipBuilder().addZeros("item", 64, 1000); },
+       false,
+       {-34, -206, -41, -9070}},
   };
   for (const auto& c : cases) expectContained(folder, dest, c);
 }
@@ -140,7 +149,8 @@ TEST(ZipDirectory, SurveyCountsDeclaredSizesAndRejectsBrokenDirectories) {
   } cases[] = {
       {"empty directory, one member claimed", "", 1},
       {"a header cut short", std::string("PK\x01\x02", 4) + std::string(20, '\0'), 1},
-      {"a name running past the end", std::string("PK\x01\x02", 4) + std::string(24, '\0') + "\xFF\xFF" + std::string(16, '\0'), 1},
+      {"a name running past the end",
+       std::string("PK\x01\x02", 4) + std::string(24, '\0') + "\xFF\xFF" + std::string(16, '\0'), 1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

@@ -3,13 +3,13 @@
 // metadata, locked items, missing tools and tool failures give their codes;
 // the temporary folder never outlives an operation.
 
+#include <acl/libacl.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
-#include <acl/libacl.h>
 #include <sys/acl.h>
 #include <sys/ioctl.h>
-#include <grp.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -72,9 +72,14 @@ struct Snapshot {
   static Snapshot of(const std::string& path) {
     struct stat st {};
     lstat(path.c_str(), &st);
-    return {st.st_mode,          st.st_uid,      st.st_gid,
-            st.st_mtim,          inodeFlags(path) & FS_NODUMP_FL,
-            aclText(path),       attribute(path, "user.test"), readComment(path).value_or("(none)")};
+    return {st.st_mode,
+            st.st_uid,
+            st.st_gid,
+            st.st_mtim,
+            inodeFlags(path) & FS_NODUMP_FL,
+            aclText(path),
+            attribute(path, "user.test"),
+            readComment(path).value_or("(none)")};
   }
 };
 
@@ -101,7 +106,8 @@ class ZipTransferTest : public ::testing::Test {
   }
   void TearDown() override {
     EXPECT_TRUE(fs::is_empty(folder.path("tmp"))) << "a temporary folder was left behind";
-    if (oldTmpdir) setenv("TMPDIR", oldTmpdir->c_str(), 1); else unsetenv("TMPDIR");
+    if (oldTmpdir) setenv("TMPDIR", oldTmpdir->c_str(), 1);
+    else unsetenv("TMPDIR");
   }
   ErrorCode waitFor(CommandID id) {
     while (id > 0 && fm->statusForCommand(id) == kCommandNotFinished) id = fm->waitForCommandCompletion(id, 10.0);
@@ -186,11 +192,14 @@ TEST_F(ZipTransferTest, ToolFailuresAreStatusCodes) {
     ErrorCode code;
   } cases[] = {
       {"zip missing", [&] { return missingTools.moveToArchive(file, folder.path("a.zip"), true, true); }, ENOENT},
-      {"unzip missing", [&] { return missingTools.extract("x", folder.path("not-a.zip"), std::nullopt, false); }, ENOENT},
+      {"unzip missing", [&] { return missingTools.extract("x", folder.path("not-a.zip"), std::nullopt, false); },
+       ENOENT},
       {"archive in a missing folder: zip status 15",
        [&] { return fm->movePathToZIPArchiveAtPath(file, folder.path("none/a.zip"), false, false); }, -2540},
-      {"not an archive: unzip status 9", [&] { return fm->extractFile("x", folder.path("not-a.zip"), {}, false); }, -43},
-      {"a name that is a path", [&] { return fm->extractFile("../x", folder.path("not-a.zip"), {}, false); }, kParamErr},
+      {"not an archive: unzip status 9", [&] { return fm->extractFile("x", folder.path("not-a.zip"), {}, false); },
+       -43},
+      {"a name that is a path", [&] { return fm->extractFile("../x", folder.path("not-a.zip"), {}, false); },
+       kParamErr},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -206,10 +215,10 @@ TEST_F(ZipTransferTest, AuditLinesOfTheOutermostCall) {
   fm->extractFile("x", folder.path("none.zip"), folder.path("dest"), false);
   fm->setAuditEnabled(false);
   const std::string prefix = "<FMAudit> VTFileManager: ";
-  EXPECT_EQ(capture.lines(), (std::vector<std::string>{
-                                 prefix + "extractFile:\"x\" fromZIPArchiveAtPath:\"" + folder.path("none.zip") +
-                                     "\" toPath:\"" + folder.path("dest") + "\" applyMetadata:NO",
-                                 prefix + "extractFile:fromZIPArchiveAtPath:toPath:applyMetadata: errcode: -43"}));
+  EXPECT_EQ(capture.lines(),
+            (std::vector<std::string>{prefix + "extractFile:\"x\" fromZIPArchiveAtPath:\"" + folder.path("none.zip") +
+                                          "\" toPath:\"" + folder.path("dest") + "\" applyMetadata:NO",
+                                      prefix + "extractFile:fromZIPArchiveAtPath:toPath:applyMetadata: errcode: -43"}));
 }
 
 // As another user than root, in a child process: the stored no-dump flag
@@ -226,10 +235,12 @@ TEST_F(ZipTransferTest, NonRootExtractionSetsOnlyLowFlags) {
   for (const char* name : {"dest", "tmp", "flagged.zip"}) chown(folder.path(name).c_str(), nobody, nobody);
   const pid_t child = fork();
   if (child == 0) {
-    const bool dropped = setgroups(0, nullptr) == 0 && setresgid(nobody, nobody, nobody) == 0 &&
-                         setresuid(nobody, nobody, nobody) == 0;
+    const bool dropped =
+        setgroups(0, nullptr) == 0 && setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0;
     _exit(dropped && VTFileManager::make()->extractFile("flagged", folder.path("flagged.zip"), folder.path("dest"),
-                                                        true) == 0 ? 0 : 1);
+                                                        true) == 0
+              ? 0
+              : 1);
   }
   int status = -1;
   waitpid(child, &status, 0);

@@ -26,7 +26,10 @@ ObjectRef generic() {
   std::vector<Group> groups{
       {"i", {{"i", std::int64_t{-70000}}}},
       {"{Point=ff}", {{"{Point=ff}", std::vector<TypedValue>{{"f", 1.5}, {"f", -2.0}}}}},
-      {"[3s]", {{"[3s]", std::vector<TypedValue>{{"s", std::int64_t{1}}, {"s", std::int64_t{-300}}, {"s", std::int64_t{40000 - 65536}}}}}},
+      {"[3s]",
+       {{"[3s]",
+         std::vector<TypedValue>{
+             {"s", std::int64_t{1}}, {"s", std::int64_t{-300}}, {"s", std::int64_t{40000 - 65536}}}}}},
       {"[4C]", {{"[4C]", "\x01\x02\xff\x00"s}}},
       {"*:", {{"*", std::string("a C string")}, {":", std::string("selector:")}}},
       {"#", {{"#", ClassChain{{"Widget", 7}, {"NSObject", 0}}}}},
@@ -63,7 +66,8 @@ std::vector<RoundTrip> values() {
       {"set", std::make_shared<Set>(std::vector<ObjectRef>{str("a"), q(1)}, true)},
       {"dictionary", dict({{"b", q(2)}, {"a", arr({str("x"), Data::make("y")})}}, true)},
       {"unknown class", generic()},
-      {"hundreds of strings", [] {
+      {"hundreds of strings",
+       [] {
          std::vector<ObjectRef> items;
          for (int i = 0; i < 400; ++i) items.push_back(str("s" + std::to_string(i % 300)));
          return arr(items);
@@ -103,11 +107,11 @@ TEST(ArchiveRoundTrip, CycleThroughAnUnknownClassIsKeptAndWrittenBack) {
   // An object that contains itself: the inner occurrence is a reference to
   // an object still being read.
   const std::string bytes = std::string("\x04\x0bstreamtyped\x81\xe8\x03", 16) +
-                            "\x84\x01@"        // group "@" (string 0)
-                            "\x84"             // new object 0
+                            "\x84\x01@"                  // group "@" (string 0)
+                            "\x84"                       // new object 0
                             "\x84\x84\x04Loop\x00\x85"s  // class 1 "Loop" v0, no superclass
-                            "\x92\x92"         // group "@", reference to object 0 (in progress)
-                            "\x86";            // end of object 0
+                            "\x92\x92"                   // group "@", reference to object 0 (in progress)
+                            "\x86";                      // end of object 0
   auto decoded = Unarchiver::unarchiveRootObject(bytes);
   ASSERT_TRUE(decoded.ok()) << decoded.error().describe();
   auto loop = objectAs<GenericObject>(*decoded);

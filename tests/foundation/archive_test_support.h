@@ -22,7 +22,8 @@ inline ObjectRef q(std::int64_t v) { return Number::fromInt64(v); }
 inline ObjectRef arr(std::vector<ObjectRef> items, bool isMutable = false) {
   return Array::make(std::move(items), isMutable);
 }
-inline std::shared_ptr<Dictionary> dict(std::vector<std::pair<std::string, ObjectRef>> entries, bool isMutable = false) {
+inline std::shared_ptr<Dictionary> dict(std::vector<std::pair<std::string, ObjectRef>> entries,
+                                        bool isMutable = false) {
   auto d = Dictionary::make(isMutable);
   for (auto& [k, v] : entries) d->set(k, v);
   return d;

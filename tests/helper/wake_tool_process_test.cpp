@@ -14,9 +14,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <filesystem>
 #include <vector>
 
 #include "helper/wake_install.h"
@@ -130,8 +130,8 @@ TEST_F(WakeToolInstall, MakesARootOwnedSetUserIdCopyThatIgnoresThePathVariable) 
   const std::string alarm = std::to_string(wallClockNow() + 3600) + "\n";
   rtc_.setAlarmText(alarm);
   { std::ofstream(rtc_.files().recordPath) << alarm; }
-  const Answer answer = runTool(writeWakeRequest({Command::CancelOwnEvents, 0}), rtc_.files().alarmPath, kNobody,
-                                {tool});
+  const Answer answer =
+      runTool(writeWakeRequest({Command::CancelOwnEvents, 0}), rtc_.files().alarmPath, kNobody, {tool});
   auto error = readWakeResponse(answer.output);
   ASSERT_TRUE(error) << answer.output;
   EXPECT_EQ(*error, ENOENT);
@@ -177,8 +177,9 @@ TEST_F(WakeToolInstall, RefusesAVolumeMountedNosuid) {
     const std::string script = std::string("mount -t tmpfs -o ") + c.options +
                                " tmpfs \"$1\" || exit 99; mkdir \"$1/Halyard\" && exec \"$2\" --install "
                                "\"$1/Halyard/WakeToSyncTool\"";
-    const Answer answer = runTool("", "", 0, {"/usr/bin/unshare", "-m", "--propagation", "private", "/bin/sh", "-c",
-                                              script, "sh", mountPoint, HALYARD_WAKE_TOOL});
+    const Answer answer = runTool("", "", 0,
+                                  {"/usr/bin/unshare", "-m", "--propagation", "private", "/bin/sh", "-c", script, "sh",
+                                   mountPoint, HALYARD_WAKE_TOOL});
     if (WIFEXITED(answer.status) && WEXITSTATUS(answer.status) == 99)
       GTEST_SKIP() << "cannot mount a tmpfs in a private mount namespace here";
     auto error = readWakeResponse(answer.output);

@@ -46,8 +46,7 @@ TEST(WakeTool, LeavesAnAlarmSetBySomeoneElse) {
 }
 
 std::string withKeys(const std::string& body) {
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n" + body +
-         "</dict>\n</plist>\n";
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n" + body + "</dict>\n</plist>\n";
 }
 
 TEST(WakeTool, RefusesWithAnErrorNumberAndWritesNothing) {

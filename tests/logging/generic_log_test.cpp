@@ -119,7 +119,8 @@ TEST(GenericLog, FourThreadsLoseNoMessageAndSizesAddUp) {
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&log, t] {
-      for (int i = 0; i < kEach; ++i) log.addLogMessage("thread " + std::to_string(t) + " message " + std::to_string(i));
+      for (int i = 0; i < kEach; ++i)
+        log.addLogMessage("thread " + std::to_string(t) + " message " + std::to_string(i));
     });
   }
   for (auto& thread : threads) thread.join();

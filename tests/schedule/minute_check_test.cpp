@@ -49,7 +49,8 @@ TEST(MinuteCheck, ReadsOnlyTheDaySetItsTypeNames) {
     item->setScheduleType(c.type);
     item->setActive(c.active);
     item->setScheduledDaysOfWeek(std::string(c.daysOfWeek));
-    item->setScheduledDaysOfMonth(std::string(c.daysOfMonth) + std::string(31 - std::string(c.daysOfMonth).size(), '0'));
+    item->setScheduledDaysOfMonth(std::string(c.daysOfMonth) +
+                                  std::string(31 - std::string(c.daysOfMonth).size(), '0'));
     item->setScheduledHours(std::string(9, '0') + "1" + std::string(14, '0'));
     item->setScheduledMinutes(std::string(30, '0') + "1" + std::string(29, '0'));
     EXPECT_EQ(selectsAt(*item, wednesday, zone), c.expected);

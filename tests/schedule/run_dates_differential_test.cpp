@@ -151,22 +151,17 @@ Query forwardQuery(CaseMaker& make, RunPattern& p, double base, double span) {
     q.after.reset();
   }
   const double r = make.uniform(0, 1);
-  if (r < 0.05)
-    q.before = base - make.uniform(0, span);
-  else if (r < 0.08)
-    q.before = base;
-  else if (base > kDistantFuture - 21 * kDay && r < 0.6)
-    q.before.reset();
+  if (r < 0.05) q.before = base - make.uniform(0, span);
+  else if (r < 0.08) q.before = base;
+  else if (base > kDistantFuture - 21 * kDay && r < 0.6) q.before.reset();
   return q;
 }
 
 Query backwardQuery(CaseMaker& make, RunPattern& p, double base, double span) {
   Query q{false, std::nullopt, std::nullopt, base};
   const double r = make.uniform(0, 1);
-  if (r < 0.3)
-    q.before = base + make.uniform(0, span);
-  else if (r < 0.6)
-    q.before = base - make.uniform(0, span / 4);
+  if (r < 0.3) q.before = base + make.uniform(0, span);
+  else if (r < 0.6) q.before = base - make.uniform(0, span / 4);
   const double first = q.before && *q.before < base ? *q.before : base;
   const double lower = make.chance(0.05) ? first + make.uniform(0, span) : first - span;
   switch (make.below(6)) {

@@ -79,8 +79,8 @@ TEST(ScheduleFileTest, OtherRootEntriesSurviveARewrite) {
 struct OddFile {
   const char* name;
   std::string bytes;
-  bool readable;      // decodeScheduleData succeeds
-  bool hasItems;      // and the items entry is there
+  bool readable;  // decodeScheduleData succeeds
+  bool hasItems;  // and the items entry is there
 };
 
 TEST(ScheduleFileTest, OddFilesGiveNoItemsAndNeverCrash) {

@@ -56,12 +56,19 @@ TEST(ScheduledItemCodingTest, NewItemArchivesExactlyTheRequiredEntries) {
   const auto archive = newItem()->archiveDictionary();
   std::vector<std::string> keys;
   for (const auto& [key, value] : archive->entries) keys.push_back(objectAs<String>(key)->text);
-  const std::vector<std::string> expected{
-      "descriptionkey",          "scheduleTypekey",         "startDatekey",
-      "runOncekey",              "activekey",               "forceToRunkey",
-      "scheduledMonthskey",      "scheduledDaysOfMonthkey", "scheduledDaysOfWeekkey",
-      "scheduledHourskey",       "scheduledMinuteskey",     "scheduledLeftTargetMountskey",
-      "scheduledRightTargetMountskey"};
+  const std::vector<std::string> expected{"descriptionkey",
+                                          "scheduleTypekey",
+                                          "startDatekey",
+                                          "runOncekey",
+                                          "activekey",
+                                          "forceToRunkey",
+                                          "scheduledMonthskey",
+                                          "scheduledDaysOfMonthkey",
+                                          "scheduledDaysOfWeekkey",
+                                          "scheduledHourskey",
+                                          "scheduledMinuteskey",
+                                          "scheduledLeftTargetMountskey",
+                                          "scheduledRightTargetMountskey"};
   EXPECT_EQ(keys, expected);
 
   auto number = [&](const char* key) { return objectAs<Number>(archive->get(key)); };
@@ -161,8 +168,10 @@ struct WrongClassCase {
 
 TEST(ScheduledItemCodingTest, ValuesOfTheWrongClassAreConvertedOrIgnored) {
   const WrongClassCase cases[] = {
-      {"type-from-string", "scheduleTypekey", String::make(" 7 days"), [](auto& i) { return i.scheduleType() == 7; }, 0},
-      {"type-from-double", "scheduleTypekey", Number::fromDouble(6.9), [](auto& i) { return i.scheduleType() == 6; }, 0},
+      {"type-from-string", "scheduleTypekey", String::make(" 7 days"), [](auto& i) { return i.scheduleType() == 7; },
+       0},
+      {"type-from-double", "scheduleTypekey", Number::fromDouble(6.9), [](auto& i) { return i.scheduleType() == 6; },
+       0},
       {"type-from-array", "scheduleTypekey", Array::make(), [](auto& i) { return i.scheduleType() == 5; }, 1},
       {"active-from-string-no", "activekey", String::make("NO"), [](auto& i) { return !i.active(); }, 0},
       {"run-once-from-string-yes", "runOncekey", String::make("yes"), [](auto& i) { return i.runOnce(); }, 0},
@@ -194,7 +203,8 @@ TEST(ScheduledItemCodingTest, ItemWithoutADictionaryKeepsItsDefaults) {
   ASSERT_TRUE(item);
   EXPECT_EQ(item->scheduleType(), 5);
   EXPECT_EQ(item->startDate()->seconds, kFixedNow);
-  auto notDictionary = Unarchiver::unarchiveRootObject(itemArchive(String::make("x")), scheduleClassRegistry(fixedClock()));
+  auto notDictionary =
+      Unarchiver::unarchiveRootObject(itemArchive(String::make("x")), scheduleClassRegistry(fixedClock()));
   EXPECT_FALSE(notDictionary);
 }
 
@@ -207,8 +217,10 @@ TEST(ScheduledItemCodingTest, ValuesReadInPlaceAreMadeWhenReferredToLater) {
   auto archive = Dictionary::make(true);
   archive->set("descriptionkey", description);
   archive->set("scheduleTypekey", type);
-  auto itemOf = [&] { return std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
-                                                              std::vector<Group>{{"@", {{"@", archive}}}}); };
+  auto itemOf = [&] {
+    return std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
+                                           std::vector<Group>{{"@", {{"@", archive}}}});
+  };
   // The first key is the archive's first string: its contents introduce the
   // type string "+", which reading it again must not add twice.
   const ObjectRef firstKey = archive->entries.front().first;

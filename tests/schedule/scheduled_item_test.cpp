@@ -56,9 +56,21 @@ struct SetEdit {
 TEST(ScheduledItemTest, GenericEditsChangeOnlyTheirRange) {
   using Item = KSScheduledItem;
   const SetEdit cases[] = {
-      {"mark-range", "00000", [](std::string* s) { Item::markRange({1, 3}, s); }, "01110"},
-      {"mark-zero-length-range-beyond-end", "000", [](std::string* s) { Item::markRange({7, 0}, s); }, "000"},
-      {"clear-range", "11111", [](std::string* s) { Item::clearRange({0, 2}, s); }, "00111"},
+      {"mark-range", "00000",
+       [](std::string* s) {
+         Item::markRange({1, 3}, s);
+       },
+       "01110"},
+      {"mark-zero-length-range-beyond-end", "000",
+       [](std::string* s) {
+         Item::markRange({7, 0}, s);
+       },
+       "000"},
+      {"clear-range", "11111",
+       [](std::string* s) {
+         Item::clearRange({0, 2}, s);
+       },
+       "00111"},
       {"mark-item", "000", [](std::string* s) { Item::markItem(2, s); }, "001"},
       {"clear-item-other-character", "1x1", [](std::string* s) { Item::clearItem(1, s); }, "101"},
       {"mark-all", "0x0", [](std::string* s) { Item::markAllItems(s); }, "111"},
@@ -85,9 +97,21 @@ struct SetTest {
 TEST(ScheduledItemTest, GenericTestsReadTheSet) {
   using Item = KSScheduledItem;
   const SetTest cases[] = {
-      {"range-marked", "0110", [](const std::string* s) { return Item::rangeIsMarked({1, 2}, s); }, true},
-      {"range-zero-length", "1111", [](const std::string* s) { return Item::rangeIsMarked({0, 0}, s); }, false},
-      {"range-cleared", "1001", [](const std::string* s) { return Item::rangeIsCleared({1, 2}, s); }, true},
+      {"range-marked", "0110",
+       [](const std::string* s) {
+         return Item::rangeIsMarked({1, 2}, s);
+       },
+       true},
+      {"range-zero-length", "1111",
+       [](const std::string* s) {
+         return Item::rangeIsMarked({0, 0}, s);
+       },
+       false},
+      {"range-cleared", "1001",
+       [](const std::string* s) {
+         return Item::rangeIsCleared({1, 2}, s);
+       },
+       true},
       {"item-other-character", "x", [](const std::string* s) { return Item::itemIsMarked(0, s); }, false},
       {"item-absent-set", nullptr, [](const std::string* s) { return Item::itemIsMarked(0, s); }, false},
       {"all-marked-empty", "", [](const std::string* s) { return Item::allItemsAreMarked(s); }, false},
@@ -136,8 +160,8 @@ TEST(ScheduledItemTest, CopyHasItsOwnLockAndSetsAndSharesTheSynchronizer) {
   source->setSynchronizer(synchronizer);
   source->setIsRunning(true);
   source->setLastSynchInfo(Dictionary::make());
-  source->setLeftTargetVolumeSpecifier(std::make_shared<GenericObject>(rootedChain({{"VolumeSpecifier", 0}}),
-                                                                       std::vector<Group>{}));
+  source->setLeftTargetVolumeSpecifier(
+      std::make_shared<GenericObject>(rootedChain({{"VolumeSpecifier", 0}}), std::vector<Group>{}));
 
   auto copy = source->copyWithZone();
   ASSERT_NE(copy->lock(), nullptr);
@@ -165,14 +189,30 @@ struct GuardedCall {
 TEST(ScheduledItemTest, GuardLogsTheSelectorSwallowsAndReleasesTheLock) {
   const GuardedCall calls[] = {
       {"scheduledMonths", [](KSScheduledItem& i) { return i.scheduledMonths() == nullptr; }},
-      {"setScheduledMonths:", [](KSScheduledItem& i) { i.setScheduledMonths("0"); return text(i.scheduledMonths()) != "0"; }},
+      {"setScheduledMonths:",
+       [](KSScheduledItem& i) {
+         i.setScheduledMonths("0");
+         return text(i.scheduledMonths()) != "0";
+       }},
       {"scheduledDaysOfMonth", [](KSScheduledItem& i) { return i.scheduledDaysOfMonth() == nullptr; }},
-      {"setScheduledDaysOfWeek:", [](KSScheduledItem& i) { i.setScheduledDaysOfWeek("1"); return text(i.scheduledDaysOfWeek()) != "1"; }},
+      {"setScheduledDaysOfWeek:",
+       [](KSScheduledItem& i) {
+         i.setScheduledDaysOfWeek("1");
+         return text(i.scheduledDaysOfWeek()) != "1";
+       }},
       {"scheduledHours", [](KSScheduledItem& i) { return i.scheduledHours() == nullptr; }},
       {"scheduledMinutes", [](KSScheduledItem& i) { return !i.minuteIsSelected(0); }},
       {"leftTargetVolumeSpecifier", [](KSScheduledItem& i) { return i.leftTargetVolumeSpecifier() == nullptr; }},
-      {"setRightTargetVolumeSpecifier:", [](KSScheduledItem& i) { i.setRightTargetVolumeSpecifier(std::make_shared<Null>()); return i.rightTargetVolumeSpecifier() == nullptr; }},
-      {"setSynchronizer:", [](KSScheduledItem& i) { i.setSynchronizer(std::make_shared<KSSynchronizer>()); return i.synchronizer() == nullptr; }},
+      {"setRightTargetVolumeSpecifier:",
+       [](KSScheduledItem& i) {
+         i.setRightTargetVolumeSpecifier(std::make_shared<Null>());
+         return i.rightTargetVolumeSpecifier() == nullptr;
+       }},
+      {"setSynchronizer:",
+       [](KSScheduledItem& i) {
+         i.setSynchronizer(std::make_shared<KSSynchronizer>());
+         return i.synchronizer() == nullptr;
+       }},
       {"lastSynchInfo", [](KSScheduledItem& i) { return i.lastSynchInfo() == nullptr; }},
   };
   for (const GuardedCall& c : calls) {
@@ -188,7 +228,10 @@ TEST(ScheduledItemTest, GuardLogsTheSelectorSwallowsAndReleasesTheLock) {
     EXPECT_TRUE(c.call(*item));
     EXPECT_EQ(capture.lines(), std::vector<std::string>{"<Error:> Exception caught in " + selector});
     bool released = false;
-    std::thread([&] { released = item->lock()->try_lock(); if (released) item->lock()->unlock(); }).join();
+    std::thread([&] {
+      released = item->lock()->try_lock();
+      if (released) item->lock()->unlock();
+    }).join();
     EXPECT_TRUE(released);
   }
 }

@@ -85,8 +85,12 @@ TEST(HalyardctlFs, RemoveRefusesTheRootTheHomeFolderAndDotComponents) {
   folder.writeFile("home/keep", "k");
   folder.writeFile("dir/sub/keep", "k");
   folder.writeFile("sibling/keep", "k");
-  const std::string paths[] = {"/", folder.path("home"), folder.path("home/"), folder.path("dir/sub/.."),
-                               folder.path("dir/."), folder.path("dir/sub/../")};
+  const std::string paths[] = {"/",
+                               folder.path("home"),
+                               folder.path("home/"),
+                               folder.path("dir/sub/.."),
+                               folder.path("dir/."),
+                               folder.path("dir/sub/../")};
   for (const std::string& path : paths) {
     SCOPED_TRACE(path);
     const ChildRun run = runChild({kHalyardctl, "fs", "remove", path}, false, folder.path("home"));
@@ -207,9 +211,9 @@ TEST_F(HalyardctlFsMounted, ACopyWarnsOfEachAttributeTheDestinationCannotHold) {
 TEST_F(HalyardctlFsMounted, StraceSeesFlushRenameFlushThenRemoval) {
   if (access("/usr/bin/strace", X_OK) != 0) GTEST_SKIP() << "strace is not installed";
   const std::string trace = folder_.path("trace");
-  const ChildRun run = runChild({"/usr/bin/strace", "-f", "-qq", "-o", trace, "-e",
-                            "trace=fsync,fdatasync,syncfs,renameat2,unlinkat", kHalyardctl, "fs", "move",
-                            a_ + "/tree", b_ + "/tree"});
+  const ChildRun run =
+      runChild({"/usr/bin/strace", "-f", "-qq", "-o", trace, "-e", "trace=fsync,fdatasync,syncfs,renameat2,unlinkat",
+                kHalyardctl, "fs", "move", a_ + "/tree", b_ + "/tree"});
   ASSERT_EQ(run.status, 0) << run.err;
   std::ifstream in(trace);
   std::vector<std::string> calls;

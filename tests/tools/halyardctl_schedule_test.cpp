@@ -50,9 +50,26 @@ class HalyardctlScheduleTest : public ::testing::Test {
 };
 
 TEST_F(HalyardctlScheduleTest, AddThenListThenDumpAgreeAndTheAgentReadsIt) {
-  const Outcome added = run({"add", "--file", file_, "--description", "Photos to the NAS", "--minutes", "0,30",
-                         "--hours", "9-17", "--days-of-week", "mon-fri", "--days-of-month", "1,15", "--months",
-                         "jan-mar", "--type", "7", "--start-date", "2024-01-02 08:00", "--inactive"});
+  const Outcome added = run({"add",
+                             "--file",
+                             file_,
+                             "--description",
+                             "Photos to the NAS",
+                             "--minutes",
+                             "0,30",
+                             "--hours",
+                             "9-17",
+                             "--days-of-week",
+                             "mon-fri",
+                             "--days-of-month",
+                             "1,15",
+                             "--months",
+                             "jan-mar",
+                             "--type",
+                             "7",
+                             "--start-date",
+                             "2024-01-02 08:00",
+                             "--inactive"});
   ASSERT_EQ(added.status, 0) << added.err;
   const Outcome listed = run({"list", "--json", "--file", file_});
   ASSERT_EQ(listed.status, 0) << listed.err;
@@ -135,8 +152,8 @@ TEST_F(HalyardctlScheduleTest, NextListsComingRunsAndNeverForAPatternThatCannotM
                  "--hours", "*", "--days-of-month", "*", "--days-of-week", "*"})
                 .status,
             0);
-  ASSERT_EQ(run({"add", "--file", file_, "--description", "30 Feb", "--type", "7", "--months", "feb",
-                 "--days-of-month", "30", "--days-of-week", "*"})
+  ASSERT_EQ(run({"add", "--file", file_, "--description", "30 Feb", "--type", "7", "--months", "feb", "--days-of-month",
+                 "30", "--days-of-week", "*"})
                 .status,
             0);
   const Outcome all = run({"next", "--file", file_, "--count", "2"});
@@ -168,8 +185,9 @@ TEST_F(HalyardctlScheduleTest, NextAnswersByTheMinuteCheckAndSaysWhetherASleepIs
     EXPECT_NE(line.find("1. new item"), std::string::npos);
   }
   std::getline(lines, line);
-  EXPECT_EQ(line, "a run missed during a sleep: not caught up, no day of month is selected, and the missed check "
-                  "needs one in every set");
+  EXPECT_EQ(line,
+            "a run missed during a sleep: not caught up, no day of month is selected, and the missed check "
+            "needs one in every set");
   EXPECT_EQ(run({"next", "2", "--file", file_}).out,
             "never\na run missed during a sleep: not caught up, the item is inactive\n");
 }
@@ -189,9 +207,9 @@ TEST_F(HalyardctlScheduleTest, ImportedItemsExportAsTheyWereWritten) {
   EXPECT_EQ(imported.out, "imported 2 items\n");
   const Outcome exported = run({"export", "--json", "--file", file_});
   ASSERT_EQ(exported.status, 0) << exported.err;
-  for (const char* field : {"\"start\": \"2026-03-04T09:30:00.250+01:00\"", "\"start\": \"2026-07-01T02:00:00.000+02:00\"",
-                            "\"scheduleType\": 9",
-                            "\"active\": false", "\"daysOfWeek\": \"0111110\"", "\"description\": \"Weekdays\""}) {
+  for (const char* field :
+       {"\"start\": \"2026-03-04T09:30:00.250+01:00\"", "\"start\": \"2026-07-01T02:00:00.000+02:00\"",
+        "\"scheduleType\": 9", "\"active\": false", "\"daysOfWeek\": \"0111110\"", "\"description\": \"Weekdays\""}) {
     EXPECT_NE(exported.out.find(field), std::string::npos) << field << "\n" << exported.out;
   }
   // What export writes, import reads back to the same items.

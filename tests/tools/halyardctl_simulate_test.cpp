@@ -43,20 +43,23 @@ class HalyardctlSimulateTest : public ::testing::Test {
 };
 
 TEST_F(HalyardctlSimulateTest, PrintsEachHandOverAsOneJsonLine) {
-  ASSERT_TRUE(writeFileAtomically(file("events.jsonl"),
-                                  "{\"at\": \"2026-03-04T09:32:10\", \"event\": \"sleep\", \"until\": \"2026-03-04T09:34:00\"}\n"
-                                  "\n"
-                                  "{\"at\": \"2026-03-05T00:00:00-05:00\", \"event\": \"suspend\"}\n"));
+  ASSERT_TRUE(writeFileAtomically(
+      file("events.jsonl"),
+      "{\"at\": \"2026-03-04T09:32:10\", \"event\": \"sleep\", \"until\": \"2026-03-04T09:34:00\"}\n"
+      "\n"
+      "{\"at\": \"2026-03-05T00:00:00-05:00\", \"event\": \"suspend\"}\n"));
   const auto [status, out] = simulate("--from 2026-03-04T09:00 --to 2026-03-05T10:00 --events " + file("events.jsonl"));
   EXPECT_EQ(status, 0) << out;
   EXPECT_EQ(out,
             "{\"beat\": \"2026-03-04T09:31:00.050-05:00\", \"mode\": \"new\", \"items\": [\"Weekdays at :31\"]}\n"
-            "{\"beat\": \"2026-03-04T09:34:00.050-05:00\", \"mode\": \"missed\", \"items\": [\"Daily \\\"quoted\\\" at :33\"]}\n");
+            "{\"beat\": \"2026-03-04T09:34:00.050-05:00\", \"mode\": \"missed\", \"items\": [\"Daily \\\"quoted\\\" at "
+            ":33\"]}\n");
 }
 
 TEST_F(HalyardctlSimulateTest, AllChecksShowTheQuietOnesWithTheGivenFractions) {
-  const auto [status, out] = simulate("--from 2026-03-04T09:30:30 --to 2026-03-04T09:32:00.5 --all-checks "
-                                      "--beat-fraction 0.25 --check-cost 0.5");
+  const auto [status, out] = simulate(
+      "--from 2026-03-04T09:30:30 --to 2026-03-04T09:32:00.5 --all-checks "
+      "--beat-fraction 0.25 --check-cost 0.5");
   EXPECT_EQ(status, 0) << out;
   EXPECT_EQ(out,
             "{\"beat\": \"2026-03-04T09:31:00.250-05:00\", \"mode\": \"new\", \"items\": [\"Weekdays at :31\"]}\n"
@@ -65,9 +68,10 @@ TEST_F(HalyardctlSimulateTest, AllChecksShowTheQuietOnesWithTheGivenFractions) {
 
 TEST_F(HalyardctlSimulateTest, BadInputExitsWithStatusTwoAndSaysWhy) {
   const std::string period = "--from 2026-03-04T09:00 --to 2026-03-04T10:00 ";
-  ASSERT_TRUE(writeFileAtomically(file("overlap.jsonl"),
-                                  "{\"at\": \"2026-03-04T09:10:00\", \"event\": \"sleep\", \"until\": \"2026-03-04T09:20:00\"}\n"
-                                  "{\"at\": \"2026-03-04T09:15:00\", \"event\": \"resume\"}\n"));
+  ASSERT_TRUE(writeFileAtomically(
+      file("overlap.jsonl"),
+      "{\"at\": \"2026-03-04T09:10:00\", \"event\": \"sleep\", \"until\": \"2026-03-04T09:20:00\"}\n"
+      "{\"at\": \"2026-03-04T09:15:00\", \"event\": \"resume\"}\n"));
   ASSERT_TRUE(writeFileAtomically(file("unknown.jsonl"), "{\"at\": \"2026-03-04T09:10:00\", \"event\": \"nap\"}\n"));
   ASSERT_TRUE(writeFileAtomically(file("bad.json"), R"([{"minutes": "1"}])"));
   const std::pair<std::string, std::string> cases[] = {

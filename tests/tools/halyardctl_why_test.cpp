@@ -27,9 +27,9 @@ class HalyardctlWhyTest : public ::testing::Test {
   std::string halyardctl(const std::string& args) const {
     const std::string out = (folder_ / "out").string();
     const std::string command = "env TZ=America/New_York HALYARD_RESOURCE_DIR=" HALYARD_SOURCE_DIR
-                                "/resources XDG_DATA_HOME=" + folder_.string() + " XDG_CONFIG_HOME=" +
-                                folder_.string() + " " HALYARD_BINARY_DIR "/src/tools/halyardctl " + args + " >" + out +
-                                " 2>&1";
+                                "/resources XDG_DATA_HOME=" +
+                                folder_.string() + " XDG_CONFIG_HOME=" + folder_.string() +
+                                " " HALYARD_BINARY_DIR "/src/tools/halyardctl " + args + " >" + out + " 2>&1";
     EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 0) << command;
     return readWholeFile(out).value();
   }
@@ -63,8 +63,9 @@ TEST_F(HalyardctlWhyTest, NamesTheRuleThatDecides) {
        "mounted, never by the minute; neither mount trigger is set, so it never runs\n"},
       {"4 --at 2026-03-08T02:30",
        "at 2026-03-08 03:30:00 -0400: not handed over: that minute does not occur: daylight saving time skips it\n"},
-      {"4 --at 2026-11-01T02:30", "at 2026-11-01 02:30:00 -0500: handed over: the minute check hands it over (type 4: "
-                                  "minute, hour and month selected, every day)\n"},
+      {"4 --at 2026-11-01T02:30",
+       "at 2026-11-01 02:30:00 -0500: handed over: the minute check hands it over (type 4: "
+       "minute, hour and month selected, every day)\n"},
   };
   for (const auto& [args, expected] : cases) {
     SCOPED_TRACE(args);
@@ -78,9 +79,11 @@ TEST_F(HalyardctlWhyTest, NamesTheRuleThatDecides) {
 
 TEST_F(HalyardctlWhyTest, ASuspendedSchedulerIsTheFirstRule) {
   std::filesystem::create_directories(folder_ / "vantrel");
-  ASSERT_TRUE(writeFileAtomically((folder_ / "vantrel/halyard.conf").string(), "[General]\nSchedulerActivePrefKey=false\n"));
-  EXPECT_EQ(verdict("1 --at 2026-03-04T09:00"),
-            "at 2026-03-04 09:00:00 -0500: not handed over: the scheduler is suspended: no check hands anything over\n");
+  ASSERT_TRUE(
+      writeFileAtomically((folder_ / "vantrel/halyard.conf").string(), "[General]\nSchedulerActivePrefKey=false\n"));
+  EXPECT_EQ(
+      verdict("1 --at 2026-03-04T09:00"),
+      "at 2026-03-04 09:00:00 -0500: not handed over: the scheduler is suspended: no check hands anything over\n");
   EXPECT_EQ(halyardctl("schedule next 3"),
             "never\na run missed during a sleep: not caught up, a volume-mount item runs only when its volume is "
             "mounted\n");

@@ -54,11 +54,15 @@ TEST_F(StatusMenuModelTest, NextRunIsAskedFromTheComingWholeMinute) {
       {"09:29:30: asked from 09:30:00", {at0930}, at(9, 29, 30), "at-09:30 2026-03-04 09:30:00 +0100"},
       {"09:30:00 exactly: that minute counts", {at0930}, at(9, 30, 0), "at-09:30 2026-03-04 09:30:00 +0100"},
       {"09:30:30: the next day", {at0930}, at(9, 30, 30), "at-09:30 2026-03-05 09:30:00 +0100"},
-      {"same minute: the earlier in the file", {at1000a, at1000b}, at(9, 50, 0),
+      {"same minute: the earlier in the file",
+       {at1000a, at1000b},
+       at(9, 50, 0),
        "first-at-10:00 2026-03-04 10:00:00 +0100"},
       {"same minute, file reversed", {at1000b, at1000a}, at(9, 50, 0), "second-at-10:00 2026-03-04 10:00:00 +0100"},
       {"the earliest date wins over file order", {at1000a, at0930}, at(9, 0, 0), "at-09:30 2026-03-04 09:30:00 +0100"},
-      {"an inactive item has no run", {inactive0945, at1000a}, at(9, 40, 0),
+      {"an inactive item has no run",
+       {inactive0945, at1000a},
+       at(9, 40, 0),
        "first-at-10:00 2026-03-04 10:00:00 +0100"},
       {"empty schedule", {}, at(9, 0, 0), "none"},
   };
@@ -82,10 +86,20 @@ TEST_F(StatusMenuModelTest, DocumentsAndTitlesFollowTheScheduleAndTheState) {
     Titles nextRun, documents;
     std::string toggle, state;
   } cases[] = {
-      {"active scheduler", items, true, {"Active", "04.03.2026 09:45"}, {"Active", "Inactive", "Gone"},
-       "Suspend Scheduler", "Scheduler Is Active"},
-      {"suspended scheduler: no next run", items, false, {"None"}, {"Active", "Inactive", "Gone"},
-       "Resume Scheduler", "Scheduler Is Suspended"},
+      {"active scheduler",
+       items,
+       true,
+       {"Active", "04.03.2026 09:45"},
+       {"Active", "Inactive", "Gone"},
+       "Suspend Scheduler",
+       "Scheduler Is Active"},
+      {"suspended scheduler: no next run",
+       items,
+       false,
+       {"None"},
+       {"Active", "Inactive", "Gone"},
+       "Resume Scheduler",
+       "Scheduler Is Suspended"},
       {"empty schedule", ScheduleItems{}, true, {"None"}, {"None"}, "Suspend Scheduler", "Scheduler Is Active"},
       {"no schedule file", std::nullopt, true, {"None"}, {"None"}, "Suspend Scheduler", "Scheduler Is Active"},
   };
@@ -116,12 +130,9 @@ TEST(UserTimeFormats, DateDirectivesLeaveTheTimeFormat) {
   struct Case {
     const char* userFormat;
     const char* expected;
-  } cases[] = {{"%H:%M:%S", "%H:%M:%S"},
-               {"%r", "%r"},
-               {"%a %d %b %Y %H:%M", "%H:%M"},
-               {"%A, %e. %B %y, %I:%M %p", ", .  , %I:%M %p"},
-               {"%j/%m/%w %H.%M", "// %H.%M"},
-               {"%d%d %T", "%T"}};
+  } cases[] = {{"%H:%M:%S", "%H:%M:%S"},       {"%r", "%r"},
+               {"%a %d %b %Y %H:%M", "%H:%M"}, {"%A, %e. %B %y, %I:%M %p", ", .  , %I:%M %p"},
+               {"%j/%m/%w %H.%M", "// %H.%M"}, {"%d%d %T", "%T"}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.userFormat);
     EXPECT_EQ(stdTimeFormat(c.userFormat), c.expected);

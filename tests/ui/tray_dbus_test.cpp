@@ -105,7 +105,9 @@ class TrayOverTheBusTest : public ::testing::Test {
     return !reply.arguments().isEmpty() && reply.arguments().at(0).toString().contains("\"StatusNotifierItem\"");
   }
   void notifyStatusMenu(bool show) {
-    agent_->spawn(halyardctlPath(), {"notify", notifications::kStatusMenuStateChanged, "--state", show ? "true" : "false"})
+    agent_
+        ->spawn(halyardctlPath(),
+                {"notify", notifications::kStatusMenuStateChanged, "--state", show ? "true" : "false"})
         ->waitForExit();
   }
 
@@ -120,8 +122,9 @@ TEST_F(TrayOverTheBusTest, TheExportedMenuCarriesTheModelItsToggleAndQuit) {
   auto agent = agent_->start();
   ASSERT_TRUE(watcher_->waitForOutput("registered")) << agent->output();
   MenuNode menu = openMenu();
-  EXPECT_EQ(menu.labels(), (std::vector<std::string>{"Next Scheduled Run", "Scheduled Documents", "Scheduler Is Active",
-                                                     "Suspend Scheduler", "Open Halyard", "Quit Halyard Backgrounder"}));
+  EXPECT_EQ(menu.labels(),
+            (std::vector<std::string>{"Next Scheduled Run", "Scheduled Documents", "Scheduler Is Active",
+                                      "Suspend Scheduler", "Open Halyard", "Quit Halyard Backgrounder"}));
   ASSERT_TRUE(menu.child("Scheduled Documents") && menu.child("Next Scheduled Run"));
   struct Document {
     const char* label;

@@ -71,9 +71,9 @@ TEST_F(TrayOnXvfbTest, TheIconWaitsForTheTrayOpensItsMenuAndShowsTheState) {
   auto agent = agent_->start();
   ASSERT_TRUE(agent->waitForOutput("is running"));
   EXPECT_NE(agent->output().find("No status area is available"), std::string::npos);
-  auto trayer = agent_->spawn("trayer", {"--edge", "top", "--align", "right", "--widthtype", "request", "--height",
-                                         "32", "--SetDockType", "true", "--transparent", "false", "--tint",
-                                         "0xd0d0d0"});
+  auto trayer =
+      agent_->spawn("trayer", {"--edge", "top", "--align", "right", "--widthtype", "request", "--height", "32",
+                               "--SetDockType", "true", "--transparent", "false", "--tint", "0xd0d0d0"});
   // Embedded, and in its place: the same position twice in a row.
   QRect iconRect, previous;
   ASSERT_TRUE(waitUntil([&] {

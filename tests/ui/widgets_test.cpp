@@ -73,10 +73,11 @@ TEST(TrayStatusItem, OpeningTheMenuFillsItFromTheModel) {
   std::vector<std::pair<std::string, bool>> opened;
   item.setMenuActions({.menuNeedsUpdate =
                            [&] {
-                             return agent::StatusMenuModel{{{"Photos", false, false, nullptr}, {"today", false, false, nullptr}},
-                                                           {{"Photos", true, true, document}, {"Gone", false, false, document}},
-                                                           "Resume",
-                                                           "Suspended"};
+                             return agent::StatusMenuModel{
+                                 {{"Photos", false, false, nullptr}, {"today", false, false, nullptr}},
+                                 {{"Photos", true, true, document}, {"Gone", false, false, document}},
+                                 "Resume",
+                                 "Suspended"};
                            },
                        .openSyncDocument = [&](const KSScheduledItem&, bool alt) { opened.emplace_back("doc", alt); }});
   using namespace agent::menu_tags;

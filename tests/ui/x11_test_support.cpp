@@ -78,9 +78,7 @@ void AgentOnDisplay::setPreference(const char* key, bool value) {
   Preferences(home_.path() + "/config/vantrel/halyard.conf").setBool(key, value);
 }
 
-std::unique_ptr<TestProcess> AgentOnDisplay::start() {
-  return spawn(backgrounderPath(), {"--log-stderr"});
-}
+std::unique_ptr<TestProcess> AgentOnDisplay::start() { return spawn(backgrounderPath(), {"--log-stderr"}); }
 
 std::unique_ptr<TestProcess> AgentOnDisplay::spawn(const std::string& program, const std::vector<std::string>& args) {
   return std::make_unique<TestProcess>(program, args, session_.address(), system_.address(), environment());
@@ -91,7 +89,8 @@ void writeDemoSchedule(const std::string& folder) {
   music->setActive(false);
   laptop->setScheduledHours(std::string(24, '0'));
   for (const auto& item : {photos, music, laptop}) item->setDocumentPathName(folder + "/" + *item->description());
-  for (const auto& item : {photos, music}) QFile(QString::fromStdString(*item->documentPathName())).open(QIODevice::WriteOnly);
+  for (const auto& item : {photos, music})
+    QFile(QString::fromStdString(*item->documentPathName())).open(QIODevice::WriteOnly);
   writeSchedule(folder + "/ScheduleData.sched", {photos, music, laptop});
 }
 

@@ -7,8 +7,8 @@
 #include <QString>
 #include <QStringList>
 #include <memory>
-#include <vector>
 #include <string>
+#include <vector>
 
 #include "agent/agent_test_support.h"
 

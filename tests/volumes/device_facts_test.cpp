@@ -52,10 +52,8 @@ std::string fakeSysfs(const fs::path& root) {
 
 TEST(DeviceFacts, UdevTextIsDecoded) {
   const std::pair<const char*, const char*> cases[] = {
-      {"My\\x20Backup", "My Backup"},
-      {"Sauvegarde\\x20\xc3\xa9t\xc3\xa9", "Sauvegarde \xc3\xa9t\xc3\xa9"},
-      {"a\\x2fb\\x5c", "a/b\\"},
-      {"cut\\x2", "cut\\x2"},
+      {"My\\x20Backup", "My Backup"}, {"Sauvegarde\\x20\xc3\xa9t\xc3\xa9", "Sauvegarde \xc3\xa9t\xc3\xa9"},
+      {"a\\x2fb\\x5c", "a/b\\"},      {"cut\\x2", "cut\\x2"},
       {"bad\\xzz", "bad\\xzz"},
   };
   for (const auto& [encoded, decoded] : cases) {
@@ -87,7 +85,8 @@ TEST(DeviceFacts, TheSameWithAndWithoutUdev) {
   testing::Scratch scratch;
   const std::string image = scratch.path("label.img");
   if (!testing::run("truncate -s 16M " + image) ||
-      !testing::run("mkfs.ext4 -q -F -L 'Sauvegarde \xc3\xa9t\xc3\xa9' -U 0b2c1d4e-0000-4000-8000-00000000e7e7 " + image)) {
+      !testing::run("mkfs.ext4 -q -F -L 'Sauvegarde \xc3\xa9t\xc3\xa9' -U 0b2c1d4e-0000-4000-8000-00000000e7e7 " +
+                    image)) {
     GTEST_SKIP() << "mkfs.ext4 cannot make an image here";
   }
   const std::string sysfs = fakeSysfs(scratch.path("sys"));

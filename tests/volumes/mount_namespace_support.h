@@ -61,12 +61,12 @@ inline Outcome runInPrivateNamespace() {
   return outcome;
 }
 
-#define RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE()                        \
-  if (!std::getenv(::halyard::testing::kInsideNamespace)) {                             \
-    const auto outcome = ::halyard::testing::runInPrivateNamespace();                \
-    if (outcome.skipped) GTEST_SKIP() << outcome.output;            \
-    EXPECT_TRUE(outcome.passed) << outcome.output;                  \
-    return;                                                         \
+#define RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE()                          \
+  if (!std::getenv(::halyard::testing::kInsideNamespace)) {           \
+    const auto outcome = ::halyard::testing::runInPrivateNamespace(); \
+    if (outcome.skipped) GTEST_SKIP() << outcome.output;              \
+    EXPECT_TRUE(outcome.passed) << outcome.output;                    \
+    return;                                                           \
   }
 
 // A scratch folder with ext4 images; the namespace takes the mounts along

@@ -25,7 +25,7 @@ struct FileSystemKind {
   const char* mkfs;   // the label follows, then the image
   const char* label;  // as the file system keeps it
   const char* mountOptions;
-  bool subvolume;     // mount a btrfs subvolume on its own
+  bool subvolume;  // mount a btrfs subvolume on its own
 };
 
 const FileSystemKind kKinds[] = {

@@ -108,19 +108,27 @@ TEST(VolumeArchive, RoundTripKeepsTheIdentity) {
   EXPECT_TRUE(restored->isEqual(original));
   EXPECT_TRUE(original->isEqual(restored));
   EXPECT_EQ(keysOf(*original->archiveDictionary()),
-            (std::vector<std::string>{"vs00", "vs01", "vs03", "vs04", "vs05", "vs06", "vs18", "vs23", "vs19",
-                                      "vs20", "vs22", "vs07", "vs08", "vs09", "vs10", "vs11", "vs16", "vs21",
-                                      "vs24", "vs25", "vs26", "vs27", "vs02", "vs15"}));
+            (std::vector<std::string>{"vs00", "vs01", "vs03", "vs04", "vs05", "vs06", "vs18", "vs23",
+                                      "vs19", "vs20", "vs22", "vs07", "vs08", "vs09", "vs10", "vs11",
+                                      "vs16", "vs21", "vs24", "vs25", "vs26", "vs27", "vs02", "vs15"}));
 }
 
 // Each value of a record's archive, archived alone, as the format's writers
 // write it: the class chain, then the type code and value. S = string
 // table entry, O = object table entry.
 constexpr std::string_view kAlone =
-    "\x04" "\x0b" "streamtyped" "\x81\xe8\x03"  // header: version 4, signature, system 1000
-    "\x84\x01" "@"                              // group type: new S0 "@"
-    "\x84"sv;                                   // new object O0: the value
-constexpr std::string_view kRootClass = "\x84\x84\x08" "NSObject" "\x00" "\x85"sv;  // new class, no superclass
+    "\x04"
+    "\x0b"
+    "streamtyped"
+    "\x81\xe8\x03"  // header: version 4, signature, system 1000
+    "\x84\x01"
+    "@"        // group type: new S0 "@"
+    "\x84"sv;  // new object O0: the value
+constexpr std::string_view kRootClass =
+    "\x84\x84\x08"
+    "NSObject"
+    "\x00"
+    "\x85"sv;  // new class, no superclass
 
 std::string joined(std::initializer_list<std::string_view> parts) {
   std::string out;
@@ -132,14 +140,31 @@ std::string joined(std::initializer_list<std::string_view> parts) {
 // new C string O4 with new body S5 (the code); group S5 (0x97): the value.
 std::string numberAlone(char code, std::string_view value) {
   const std::string codeText(1, code);
-  return joined({kAlone, "\x84\x84\x08" "NSNumber" "\x00"sv, "\x84\x84\x07" "NSValue" "\x00"sv, kRootClass,
-                 "\x84\x01" "*" "\x84\x84\x01"sv, codeText, "\x97"sv, value, "\x86"sv});
+  return joined({kAlone,
+                 "\x84\x84\x08"
+                 "NSNumber"
+                 "\x00"sv,
+                 "\x84\x84\x07"
+                 "NSValue"
+                 "\x00"sv,
+                 kRootClass,
+                 "\x84\x01"
+                 "*"
+                 "\x84\x84\x01"sv,
+                 codeText, "\x97"sv, value, "\x86"sv});
 }
 
 // NSString version 1 → NSObject; group "+": byte count, bytes.
 std::string stringAlone(std::string_view text) {
   const std::string count(1, static_cast<char>(text.size()));
-  return joined({kAlone, "\x84\x84\x08" "NSString" "\x01"sv, kRootClass, "\x84\x01" "+"sv, count, text, "\x86"sv});
+  return joined({kAlone,
+                 "\x84\x84\x08"
+                 "NSString"
+                 "\x01"sv,
+                 kRootClass,
+                 "\x84\x01"
+                 "+"sv,
+                 count, text, "\x86"sv});
 }
 
 // NSMutableData → NSData → NSObject, or NSData → NSObject; group "i": the
@@ -148,9 +173,18 @@ std::string dataAlone(bool mutableData, std::string_view bytes) {
   const std::string count(1, static_cast<char>(bytes.size()));
   const std::string code = "[" + std::to_string(bytes.size()) + "c]";
   const std::string codeLength(1, static_cast<char>(code.size()));
-  return joined({kAlone, mutableData ? "\x84\x84\x0d" "NSMutableData" "\x00"sv : ""sv,
-                 "\x84\x84\x06" "NSData" "\x00"sv, kRootClass, "\x84\x01" "i"sv, count, "\x84"sv, codeLength, code,
-                 bytes, "\x86"sv});
+  return joined({kAlone,
+                 mutableData ? "\x84\x84\x0d"
+                               "NSMutableData"
+                               "\x00"sv
+                             : ""sv,
+                 "\x84\x84\x06"
+                 "NSData"
+                 "\x00"sv,
+                 kRootClass,
+                 "\x84\x01"
+                 "i"sv,
+                 count, "\x84"sv, codeLength, code, bytes, "\x86"sv});
 }
 
 TEST(VolumeArchive, ValuesHaveTheClassesAndTypeCodesOfTheFormatsWriters) {
@@ -158,30 +192,30 @@ TEST(VolumeArchive, ValuesHaveTheClassesAndTypeCodesOfTheFormatsWriters) {
   f.machine->volumes[0].stats.type = testing::kHfsPlus;
   const auto archive = f.record()->archiveDictionary();
   const std::pair<const char*, std::string> kFields[] = {
-      {"vs00", stringAlone("Backup")},                                      // name
-      {"vs01", stringAlone("/media/u/Backup")},                             // root path
-      {"vs02", dataAlone(true, "")},                                        // mount info: none
-      {"vs03", numberAlone('c', "\x00"sv)},                                 // on a server: NO
-      {"vs04", numberAlone('c', "\x00"sv)},                                 // removable: NO
-      {"vs05", numberAlone('c', "\x01")},                                   // large files
-      {"vs06", numberAlone('c', "\x01")},                                   // symbolic links
-      {"vs07", numberAlone('i', "\x81\xff\x00"sv)},                         // name length limit 255 (int16)
-      {"vs08", dataAlone(false, "\x00\x00\xe1\x79\xa1\x80\x00\x00"sv)},     // 2023-11-14 22:13:20
-      {"vs09", numberAlone('i', "\x81\x00\x10"sv)},                         // block size 4096 (int16)
-      {"vs10", numberAlone('i', "\x00"sv)},                                 // file-system id 0
-      {"vs11", numberAlone('i', "\x81\x2b\x48")},                           // signature 'H+' (int16)
-      {"vs15", numberAlone('i', "\x00"sv)},                                 // media: none
-      {"vs16", numberAlone('i', "\x82\x00\x00\x40\x00"sv)},                 // buffer 4194304 (int32)
-      {"vs18", numberAlone('c', "\x01")},                                   // case-sensitive
-      {"vs19", numberAlone('c', "\x00"sv)},                                 // ignores ownership: NO
-      {"vs20", numberAlone('c', "\x00"sv)},                                 // read-only: NO
-      {"vs21", stringAlone("ext4")},                                        // format
-      {"vs22", numberAlone('c', "\x01")},                                   // strict identification
-      {"vs23", numberAlone('c', "\x01")},                                   // ACLs
-      {"vs24", numberAlone('c', "\x01")},                                   // device information valid
-      {"vs25", stringAlone("Disk")},                                        // model
-      {"vs26", stringAlone("usb")},                                         // protocol
-      {"vs27", stringAlone("1111-2222")},                                   // UUID
+      {"vs00", stringAlone("Backup")},                                   // name
+      {"vs01", stringAlone("/media/u/Backup")},                          // root path
+      {"vs02", dataAlone(true, "")},                                     // mount info: none
+      {"vs03", numberAlone('c', "\x00"sv)},                              // on a server: NO
+      {"vs04", numberAlone('c', "\x00"sv)},                              // removable: NO
+      {"vs05", numberAlone('c', "\x01")},                                // large files
+      {"vs06", numberAlone('c', "\x01")},                                // symbolic links
+      {"vs07", numberAlone('i', "\x81\xff\x00"sv)},                      // name length limit 255 (int16)
+      {"vs08", dataAlone(false, "\x00\x00\xe1\x79\xa1\x80\x00\x00"sv)},  // 2023-11-14 22:13:20
+      {"vs09", numberAlone('i', "\x81\x00\x10"sv)},                      // block size 4096 (int16)
+      {"vs10", numberAlone('i', "\x00"sv)},                              // file-system id 0
+      {"vs11", numberAlone('i', "\x81\x2b\x48")},                        // signature 'H+' (int16)
+      {"vs15", numberAlone('i', "\x00"sv)},                              // media: none
+      {"vs16", numberAlone('i', "\x82\x00\x00\x40\x00"sv)},              // buffer 4194304 (int32)
+      {"vs18", numberAlone('c', "\x01")},                                // case-sensitive
+      {"vs19", numberAlone('c', "\x00"sv)},                              // ignores ownership: NO
+      {"vs20", numberAlone('c', "\x00"sv)},                              // read-only: NO
+      {"vs21", stringAlone("ext4")},                                     // format
+      {"vs22", numberAlone('c', "\x01")},                                // strict identification
+      {"vs23", numberAlone('c', "\x01")},                                // ACLs
+      {"vs24", numberAlone('c', "\x01")},                                // device information valid
+      {"vs25", stringAlone("Disk")},                                     // model
+      {"vs26", stringAlone("usb")},                                      // protocol
+      {"vs27", stringAlone("1111-2222")},                                // UUID
   };
   EXPECT_EQ(archive->entries.size(), std::size(kFields));
   for (const auto& [key, bytes] : kFields) {
@@ -228,8 +262,7 @@ TEST(VolumeArchive, AbsentKeysTakeTheirDefaults) {
          a.set("vs11", Number::fromInt32(0x4D44));
        },
        [](VolumeSpecifier& r) { EXPECT_TRUE(r.strictVolumeIdentification()); }},
-      {"no vs22, a server: not strict",
-       [](Dictionary& a) { a.set("vs03", Number::fromBool(true)); },
+      {"no vs22, a server: not strict", [](Dictionary& a) { a.set("vs03", Number::fromBool(true)); },
        [](VolumeSpecifier& r) { EXPECT_FALSE(r.strictVolumeIdentification()); }},
       {"no vs22, a server with signature H+: strict",
        [](Dictionary& a) {

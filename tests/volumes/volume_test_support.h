@@ -26,8 +26,8 @@ inline FakeVolume diskVolume(std::string mountPoint, std::uint64_t device, std::
                   .root = "/",
                   .device = device,
                   .sourceIsBlockDevice = true};
-  volume.stats = {.type = kExt4, .blockSize = 4096, .nameMax = 255, .totalBlocks = 1000, .freeBlocks = 250,
-                  .fragmentSize = 4096};
+  volume.stats = {
+      .type = kExt4, .blockSize = 4096, .nameMax = 255, .totalBlocks = 1000, .freeBlocks = 250, .fragmentSize = 4096};
   volume.birth = KernelTime{1700000000, 0};
   volume.device = {.label = std::move(label), .uuid = "1111-2222", .model = "Disk", .bus = "usb", .removable = false};
   return volume;

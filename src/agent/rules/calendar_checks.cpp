@@ -13,8 +13,8 @@ ScheduleItems newJobs(const ScheduleItems& items, TimeInterval now, const cctz::
   return due;
 }
 
-ScheduleItems missedJobs(const ScheduleItems& items, TimeInterval lastChecked,
-                          const std::function<TimeInterval()>& now, const cctz::time_zone& zone) {
+ScheduleItems missedJobs(const ScheduleItems& items, TimeInterval lastChecked, const std::function<TimeInterval()>& now,
+                         const cctz::time_zone& zone) {
   ScheduleItems due;
   for (const auto& item : items) {
     if (!item || !runsOnCalendar(*item)) continue;

@@ -16,7 +16,7 @@ ScheduleItems newJobs(const ScheduleItems& items, TimeInterval now, const cctz::
 
 // The items that have a run date between `lastChecked` and the present,
 // which `now` answers afresh for each item.
-ScheduleItems missedJobs(const ScheduleItems& items, TimeInterval lastChecked,
-                          const std::function<TimeInterval()>& now, const cctz::time_zone& zone);
+ScheduleItems missedJobs(const ScheduleItems& items, TimeInterval lastChecked, const std::function<TimeInterval()>& now,
+                         const cctz::time_zone& zone);
 
 }  // namespace halyard::agent

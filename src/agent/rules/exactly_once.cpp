@@ -20,7 +20,8 @@ CivilMinute civilMinuteAt(TimeInterval t, const cctz::time_zone& zone) {
   return toCivilMinute(cctz::convert(splitInstant(t).seconds, zone));
 }
 
-bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilMinute last, const cctz::time_zone& zone) {
+bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilMinute last,
+                          const cctz::time_zone& zone) {
   const auto pattern = minuteCheckPattern(item);
   if (!pattern) return false;
   if (item.type() == ScheduleType::FromStartDate) {
@@ -35,7 +36,7 @@ bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilM
 }
 
 ScheduleItems ExactlyOnceWindow::check(const ScheduleItems& items, TimeInterval now, const cctz::time_zone& zone,
-                                        bool active) {
+                                       bool active) {
   const CivilMinute current = civilMinuteAt(now, zone);
   const CivilMinute first = covered_ ? *covered_ + 1 : current;
   ScheduleItems due;

@@ -46,6 +46,7 @@ class ExactlyOnceWindow {
 
 // Whether the minute check's pattern of the item selects any civil minute in
 // [first, last].
-bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilMinute last, const cctz::time_zone& zone);
+bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilMinute last,
+                          const cctz::time_zone& zone);
 
 }  // namespace halyard::agent

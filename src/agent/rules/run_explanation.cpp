@@ -14,15 +14,22 @@ constexpr const char* kMonths[] = {"January", "February", "March",     "April", 
 
 std::string typeRule(ScheduleType type) {
   switch (type) {
-    case ScheduleType::FromStartDate: return "type 3: minute, hour and month selected, after the start date";
-    case ScheduleType::Daily: return "type 4: minute, hour and month selected, every day";
-    case ScheduleType::Weekly: return "type 5: minute, hour, month and day of week selected";
-    case ScheduleType::Monthly: return "type 7: minute, hour, month and day of month selected";
-    default: return "";
+    case ScheduleType::FromStartDate:
+      return "type 3: minute, hour and month selected, after the start date";
+    case ScheduleType::Daily:
+      return "type 4: minute, hour and month selected, every day";
+    case ScheduleType::Weekly:
+      return "type 5: minute, hour, month and day of week selected";
+    case ScheduleType::Monthly:
+      return "type 7: minute, hour, month and day of month selected";
+    default:
+      return "";
   }
 }
 
-bool isSelected(const std::string* set, std::size_t index) { return set && index < set->size() && (*set)[index] == '1'; }
+bool isSelected(const std::string* set, std::size_t index) {
+  return set && index < set->size() && (*set)[index] == '1';
+}
 bool isEmpty(const std::string* set) { return !set || set->find('1') == std::string::npos; }
 
 // The first set (of those the type reads) that does not select the moment.
@@ -33,7 +40,8 @@ std::optional<std::string> unselectedSet(const KSScheduledItem& item, const cctz
     std::size_t index;
     std::string what, plural;
   } checks[] = {
-      {item.scheduledMinutes(), static_cast<std::size_t>(at.minute()), "minute " + std::to_string(at.minute()), "minute"},
+      {item.scheduledMinutes(), static_cast<std::size_t>(at.minute()), "minute " + std::to_string(at.minute()),
+       "minute"},
       {item.scheduledHours(), static_cast<std::size_t>(at.hour()), "hour " + std::to_string(at.hour()), "hour"},
       {item.scheduledMonths(), static_cast<std::size_t>(at.month() - 1), kMonths[at.month() - 1], "month"},
       {item.scheduledDaysOfWeek(), static_cast<std::size_t>(weekday), kWeekdays[weekday], "day of week"},
@@ -63,7 +71,9 @@ RunExplanation volumeMountRule(const KSScheduledItem& item, TimeInterval at) {
     any = true;
     auto volume = objectAs<VolumeSpecifier>(trigger.second);
     rule += std::string("; its ") + side + " target volume " +
-            (!volume ? "is not recorded" : volume->isMounted(at) ? "is mounted" : "is missing (not mounted)");
+            (!volume                 ? "is not recorded"
+             : volume->isMounted(at) ? "is mounted"
+                                     : "is missing (not mounted)");
   }
   if (!any) rule += "; neither mount trigger is set, so it never runs";
   return {false, rule};
@@ -85,12 +95,13 @@ RunExplanation explainMinuteCheck(const KSScheduledItem& item, TimeInterval at, 
   if (item.type() == ScheduleType::FromStartDate) {
     const auto start = item.startDate();
     if (!start) return {false, "a type-3 item without a start date never runs by the minute"};
-    if (!(start->seconds < at)) return {false, "its start date " + formatInstant(start->seconds, zone) + " is not yet past"};
+    if (!(start->seconds < at))
+      return {false, "its start date " + formatInstant(start->seconds, zone) + " is not yet past"};
   }
   if (auto unselected = unselectedSet(item, civil)) return {false, *unselected};
   std::string rule = "the minute check hands it over (" + typeRule(item.type()) + ")";
-  const auto lookup = zone.lookup(cctz::civil_second(civil.year(), civil.month(), civil.day(), civil.hour(),
-                                                     civil.minute(), 0));
+  const auto lookup =
+      zone.lookup(cctz::civil_second(civil.year(), civil.month(), civil.day(), civil.hour(), civil.minute(), 0));
   if (lookup.kind == cctz::time_zone::civil_lookup::REPEATED) {
     rule += "; this minute occurs twice that night, and it runs at both";
   }

@@ -20,7 +20,9 @@ class BeatGrid {
  public:
   BeatGrid(const cctz::time_zone& zone, TimeInterval fraction) : zone_(zone), fraction_(fraction) {}
 
-  TimeInterval beat(Second s) const { return joinInstant(cctz::time_point<cctz::seconds>(cctz::seconds(s)), fraction_); }
+  TimeInterval beat(Second s) const {
+    return joinInstant(cctz::time_point<cctz::seconds>(cctz::seconds(s)), fraction_);
+  }
   Second firstAtOrAfter(TimeInterval t) const {
     auto s = static_cast<Second>(std::floor(toUnixSeconds(t) - fraction_));
     while (beat(s) < t) ++s;
@@ -51,7 +53,8 @@ class Nominations {
  public:
   Nominations(const ScheduleItems& items, const BeatGrid& grid, const cctz::time_zone& zone, TimeInterval until)
       : items_(items), grid_(grid), zone_(zone), until_(until) {
-    for (const auto& item : items) searches_.emplace_back(item ? std::optional(MinuteCheckSearch(*item)) : std::nullopt);
+    for (const auto& item : items)
+      searches_.emplace_back(item ? std::optional(MinuteCheckSearch(*item)) : std::nullopt);
   }
 
   // The first beat at or after `from`, a beat at second 0, that nominates an item.
@@ -188,7 +191,8 @@ class Simulator {
     }
     if (!active_) return {};
     if (mode == HeartbeatMode::Missed) {
-      return lastCheckDate_ ? missedJobs(items_, *lastCheckDate_, [now] { return now; }, options_.zone)
+      return lastCheckDate_ ? missedJobs(
+                                  items_, *lastCheckDate_, [now] { return now; }, options_.zone)
                             : ScheduleItems{};
     }
     return newJobs(options_.everyBeat ? items_ : nominatedAt(s), now, options_.zone);
@@ -276,7 +280,8 @@ Status checkEvents(const std::vector<SimulationEvent>& events) {
 
 Status simulate(const ScheduleItems& items, const std::vector<SimulationEvent>& events,
                 const SimulationOptions& options, const CheckReport& report) {
-  if (!wholeMicroseconds(options.beatFraction)) return makeError("the beat fraction must be whole microseconds in [0, 1)");
+  if (!wholeMicroseconds(options.beatFraction))
+    return makeError("the beat fraction must be whole microseconds in [0, 1)");
   if (!wholeMicroseconds(options.checkCost)) return makeError("the check cost must be whole microseconds in [0, 1)");
   if (!(options.from < options.to)) return makeError("the period ends before it starts");
   if (auto checked = checkEvents(events); !checked) return checked;
