@@ -22,8 +22,12 @@ bool plainlySelected(const KSScheduledItem& item, const cctz::civil_minute& m, c
   if (!item.active()) return false;
   const int type = item.scheduleType();
   if (type < 3 || type == 6 || type > 7) return false;
-  if (type == 3 && !(cctz::civil_second(m) > cctz::convert(splitInstant(item.startDate()->seconds).seconds, zone))) {
-    return false;
+  if (type == 3) {
+    const SplitInstant start = splitInstant(item.startDate()->seconds);
+    const cctz::civil_second reading = cctz::convert(start.seconds, zone);
+    const bool begunByMinute =
+        cctz::civil_second(m) > reading || (cctz::civil_second(m) == reading && start.fraction == 0);
+    if (!begunByMinute) return false;
   }
   if (!on(item.scheduledMinutes(), m.minute()) || !on(item.scheduledHours(), m.hour()) ||
       !on(item.scheduledMonths(), m.month() - 1)) {
@@ -44,7 +48,9 @@ class RandomYear {
   ScheduleItems items(TimeInterval from) {
     ScheduleItems made;
     for (int i = 0; i < 10; ++i) {
-      const TimeInterval start = from + std::round(uniform(-1e6, 3e7)) + (chance(0.5) ? 0.5 : 0);
+      // Whole-minute starts are as common as others: their first minute is an edge.
+      const TimeInterval start = from + 60 * std::round(uniform(-1e6, 3e7) / 60) +
+                                 (chance(0.5) ? 0 : std::round(uniform(0, 59)) + (chance(0.5) ? 0.5 : 0));
       auto item = std::make_shared<KSScheduledItem>(CalendarDate::make(start, TimeZone::make("UTC")));
       item->setDescription("item " + std::to_string(i));
       item->setScheduleType(std::vector<int>{3, 4, 5, 5, 7, 0, 9, 6}[i % 8]);
@@ -130,4 +136,29 @@ TEST(ExactlyOnce, EveryCivilMinuteOfAYearIsCoveredOnceAndEachSelectedItemHandedO
 }
 
 }  // namespace
+// A type-3 item runs at its start minute in both modes when the start lies
+// on the whole minute: the beat at second 0 comes after it.
+TEST(ExactlyOnce, ATypeThreeStartOnTheWholeMinuteRunsInThatMinute) {
+  const cctz::time_zone zone = loadTimeZone("Europe/Berlin").value();
+  const TimeInterval minute = joinInstant(cctz::convert(cctz::civil_second(2026, 3, 2, 9, 30, 0), zone), 0);
+  const struct {
+    const char* name;
+    double startAfterMinute;
+    bool due;
+  } rows[] = {{"a start on the whole minute", 0, true},
+              {"a start half a second into the minute", 0.5, false},
+              {"a start half a second before the minute", -0.5, true}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    auto item =
+        std::make_shared<KSScheduledItem>(CalendarDate::make(minute + row.startAfterMinute, TimeZone::make("UTC")));
+    item->setScheduleType(3);
+    item->setScheduledHours(std::string(9, '0') + "1" + std::string(14, '0'));
+    item->setScheduledMinutes(std::string(30, '0') + "1" + std::string(29, '0'));
+    ExactlyOnceWindow window;
+    window.setCovered(civilMinuteAt(minute - 60, zone));
+    EXPECT_EQ(window.check({item}, minute + 0.05, zone, true).size(), row.due ? 1u : 0u);
+  }
+}
+
 }  // namespace halyard::agent

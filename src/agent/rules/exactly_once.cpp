@@ -27,8 +27,13 @@ bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilM
   if (item.type() == ScheduleType::FromStartDate) {
     const auto start = item.startDate();
     if (!start) return false;
-    // The first civil minute that begins after the start's civil reading.
-    first = std::max(first, civilMinuteAt(start->seconds, zone) + 1);
+    // The first civil minute that begins at or after the start's civil
+    // reading: the minute check hands a whole-minute start over at that very
+    // minute, since its beat comes a little after the start.
+    const SplitInstant split = splitInstant(start->seconds);
+    const cctz::civil_second reading = cctz::convert(split.seconds, zone);
+    const bool onWholeMinute = reading.second() == 0 && split.fraction == 0;
+    first = std::max(first, toCivilMinute(reading) + (onWholeMinute ? 0 : 1));
   }
   if (first > last) return false;
   const auto civilPattern = CivilPattern::from(*pattern);

@@ -8,9 +8,9 @@
 // autumn change repeats runs once, and a clock set back hands nothing over
 // again until it passes the last minute covered.
 //
-// A type-3 item counts a civil minute only when that minute begins after its
-// start date's civil reading (a whole-minute start counts from the next
-// minute). Minutes covered while the scheduler is suspended are not handed
+// A type-3 item counts a civil minute only when that minute begins at or
+// after its start date's civil reading (a whole-minute start counts from
+// that minute, as the minute check's beat at it comes after the start). Minutes covered while the scheduler is suspended are not handed
 // over later.
 
 #include <cstdint>
