@@ -10,11 +10,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cmath>
+#include <cstdint>
 #include <cstdlib>
-#include <ctime>
 #include <string>
 #include <string_view>
 
+#include "foundation/dates.h"
 #include "helper/wake_install.h"
 #include "helper/wake_request.h"
 #include "helper/wake_tool.h"
@@ -77,6 +79,11 @@ int answer(int error) {
   return error == 0 ? 0 : 1;
 }
 
+// The present moment in whole Unix seconds, read once at the tool's edge.
+std::int64_t wholeUnixSecondsNow() {
+  return static_cast<std::int64_t>(std::floor(halyard::toUnixSeconds(halyard::systemNow())));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -92,5 +99,5 @@ int main(int argc, char** argv) {
   ::umask(022);
   if (privileged) ::mkdir("/var/lib/halyard", 0755);
   const std::string input = readRequest();
-  return answer(halyard::wake::handleWakeRequest(input, std::time(nullptr), files));
+  return answer(halyard::wake::handleWakeRequest(input, wholeUnixSecondsNow(), files));
 }
