@@ -196,4 +196,10 @@ void writeSchedule(const std::string& path, const std::vector<std::shared_ptr<KS
   if (!written) throw std::runtime_error(written.error().describe());
 }
 
+std::size_t occurrences(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
+  return count;
+}
+
 }  // namespace halyard::agent::testing

@@ -130,4 +130,7 @@ std::shared_ptr<KSScheduledItem> makeItem(const std::string& description, int ho
 // Writes the items as a schedule file with the schedule library.
 void writeSchedule(const std::string& path, const std::vector<std::shared_ptr<KSScheduledItem>>& items);
 
+// How many times `part` stands in `text`, without overlaps.
+std::size_t occurrences(const std::string& text, const std::string& part);
+
 }  // namespace halyard::agent::testing

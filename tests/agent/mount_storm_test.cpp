@@ -26,12 +26,6 @@ namespace {
 constexpr int kBursts = 5;
 constexpr int kMountsPerBurst = 1000;  // each mounted and unmounted: two events
 
-std::size_t occurrences(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
-  return count;
-}
-
 TEST(MountStorm, EveryMountOfTheItemsVolumeAmidTenThousandEventsIsHandedOver) {
   RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE();
   ensureApplication();

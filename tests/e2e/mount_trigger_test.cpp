@@ -17,12 +17,6 @@ namespace {
 
 using Seconds = std::chrono::duration<double>;
 
-std::size_t occurrences(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
-  return count;
-}
-
 TEST(MountTrigger, MountingTheItemsVolumeHandsItOverOnce) {
   RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE();
   ensureApplication();

@@ -1,0 +1,117 @@
+// The unarchiver's group reads for coders: a group's type string, then the
+// values it announces, as the decoders of the archived classes ask for them.
+
+#include "foundation/type_encoding.h"
+#include "foundation/typedstream_format.h"
+#include "foundation/unarchiver.h"
+
+namespace halyard {
+
+using namespace typedstream;
+
+Expected<Group> Unarchiver::readGroupWithTypes(std::string types) {
+  auto split = splitTypeString(types);
+  if (!split) return failure(split.error().message);
+  Group group{std::move(types), {}};
+  for (const std::string& type : *split) {
+    auto value = readValue(type);
+    if (!value) return value.error();
+    group.values.push_back(TypedValue{type, std::move(*value)});
+  }
+  return group;
+}
+
+Expected<Group> Unarchiver::decodeGroup() {
+  const std::size_t at = pos_;
+  auto types = readSharedString();
+  if (!types) return types.error();
+  auto* text = std::get_if<std::string>(&*types);
+  if (!text) return failureAt(at, "group with a nil type string");
+  return readGroupWithTypes(std::move(*text));
+}
+
+// Coders ask for one value of a one-code type far more often than anything
+// else; such a group is read straight from the table's type string, without
+// copying it or building a group.
+// Nearly every type string is a one-byte reference to a string read before;
+// that case is settled without the general reader.
+Expected<bool> Unarchiver::readGroupTypeIf(std::string_view type) {
+  const std::size_t at = pos_;
+  if (at < bytes_.size()) {
+    const auto head = static_cast<std::int8_t>(bytes_[at]);
+    const auto number = static_cast<std::size_t>(head + kReferenceBias);
+    if (head >= kSmallestLiteral && number < sharedStrings_.size()) {
+      const std::string& known = sharedStrings_[number];
+      const bool same =
+          known.size() == type.size() && (type.size() == 1 ? known[0] == type[0] : std::string_view(known) == type);
+      if (!same) return false;
+      ++pos_;
+      return true;
+    }
+  }
+  const std::size_t known = sharedStrings_.size();
+  auto index = readSharedStringIndex();
+  if (!index) return index.error();
+  if (*index && sharedStrings_[**index] == type) return true;
+  pos_ = at;
+  sharedStrings_.resize(known);
+  return false;
+}
+
+Expected<TypedValue> Unarchiver::decodeValueOfType(std::string_view type) {
+  const std::size_t at = pos_;
+  if (atEnd()) return failure("unexpected end of data");
+  if (atObjectEnd())
+    return failureAt(at, "expected a group of type \"" + std::string(type) + "\", found the end of the object");
+  if (type.size() == 1) {
+    auto found = readGroupTypeIf(type);
+    if (!found) return found.error();
+    if (*found) {
+      auto value = readValue(type);
+      if (!value) return value.error();
+      return TypedValue{std::string(type), std::move(*value)};
+    }
+  }
+  auto group = decodeGroup();
+  if (!group) return group.error();
+  if (group->types != type || group->values.size() != 1) {
+    return failureAt(at, "expected a group of type \"" + std::string(type) + "\", found \"" + group->types + "\"");
+  }
+  return std::move(group->values.front());
+}
+
+Expected<ObjectRef> Unarchiver::decodeObject() {
+  auto value = decodeValueOfType("@");
+  if (!value) return value.error();
+  return std::get<ObjectRef>(value->value);
+}
+
+Expected<std::int64_t> Unarchiver::decodeInt(std::string_view type) {
+  auto value = decodeValueOfType(type);
+  if (!value) return value.error();
+  if (auto v = std::get_if<std::int64_t>(&value->value)) return *v;
+  if (auto v = std::get_if<std::uint64_t>(&value->value)) return static_cast<std::int64_t>(*v);
+  return failure("expected an integer of type \"" + std::string(type) + "\"");
+}
+
+Expected<double> Unarchiver::decodeDouble() {
+  auto value = decodeValueOfType("d");
+  if (!value) return value.error();
+  return std::get<double>(value->value);
+}
+
+Expected<std::string> Unarchiver::decodeByteArray() {
+  const std::size_t at = pos_;
+  auto group = decodeGroup();
+  if (!group) return group.error();
+  if (group->values.size() != 1) return failureAt(at, "expected one byte array");
+  auto* bytes = std::get_if<std::string>(&group->values.front().value);
+  const std::string& type = group->values.front().type;
+  if (!bytes || type.size() < 3 || type.front() != '[' ||
+      (type[type.size() - 2] != 'c' && type[type.size() - 2] != 'C')) {
+    return failureAt(at, "expected a byte array, found \"" + group->types + "\"");
+  }
+  return std::move(*bytes);
+}
+
+}  // namespace halyard
