@@ -250,21 +250,24 @@ Expected<TypedValue::Storage> Unarchiver::readSharedString() {
   return TypedValue::Storage{text};
 }
 
-Expected<TypedValue::Storage> Unarchiver::readCString() {
+// A C string of the object table: nil (a null pointer), a new one, or a
+// reference to one read before. The pointer is good until the next C string
+// is read.
+Expected<const std::string*> Unarchiver::readCStringEntry() {
   auto head = readByte();
   if (!head) return head.error();
   const std::size_t at = pos_ - 1;
   const auto tag = static_cast<std::int8_t>(*head);
-  if (tag == kTagNil) return TypedValue::Storage{Nil{}};
+  if (tag == kTagNil) return nullptr;
   if (tag == kTagNew) {
     objects_.push_back(Entry{Entry::Kind::CString, static_cast<std::uint32_t>(cStrings_.size())});
     cStrings_.emplace_back();
     auto body = readSharedString();
     if (!body) return body.error();
-    const auto* text = std::get_if<std::string>(&*body);
+    auto* text = std::get_if<std::string>(&*body);
     if (!text) return failureAt(at, "C string with a nil body");
-    cStrings_.back() = *text;
-    return body;
+    cStrings_.back() = std::move(*text);
+    return &cStrings_.back();
   }
   auto number = readReferenceNumber(tag);
   if (!number) return number.error();
@@ -273,7 +276,14 @@ Expected<TypedValue::Storage> Unarchiver::readCString() {
   }
   const std::string& text = cStrings_[objects_[*number].index];
   if (auto charged = chargeCopy(text.size(), at); !charged) return charged.error();
-  return TypedValue::Storage{text};
+  return &text;
+}
+
+Expected<TypedValue::Storage> Unarchiver::readCString() {
+  auto text = readCStringEntry();
+  if (!text) return text.error();
+  if (!*text) return TypedValue::Storage{Nil{}};
+  return TypedValue::Storage{**text};
 }
 
 // ---- classes and objects ----
@@ -429,27 +439,19 @@ Status Unarchiver::skipRemainingGroups() {
 
 // ---- typed values ----
 
-Expected<TypedValue::Storage> Unarchiver::readValue(std::string_view type) {
-  const char code = type.front();
+// One value of a one-code numeric type, held as a number holds it.
+Expected<Number::Storage> Unarchiver::readNumberValue(char code) {
   switch (code) {
     case 'c': {
       auto b = readByte();
       if (!b) return b.error();
-      return TypedValue::Storage{std::int64_t{static_cast<std::int8_t>(*b)}};
+      return Number::Storage{std::int64_t{static_cast<std::int8_t>(*b)}};
     }
     case 'C':
     case 'B': {
       auto b = readByte();
       if (!b) return b.error();
-      return TypedValue::Storage{std::uint64_t{*b}};
-    }
-    case 's':
-    case 'i':
-    case 'l':
-    case 'q': {
-      auto v = readInteger(false);
-      if (!v) return v.error();
-      return TypedValue::Storage{*v};
+      return Number::Storage{std::uint64_t{*b}};
     }
     case 'S':
     case 'I':
@@ -457,13 +459,41 @@ Expected<TypedValue::Storage> Unarchiver::readValue(std::string_view type) {
     case 'Q': {
       auto v = readInteger(true);
       if (!v) return v.error();
-      return TypedValue::Storage{static_cast<std::uint64_t>(*v)};
+      return Number::Storage{static_cast<std::uint64_t>(*v)};
     }
     case 'f':
     case 'd': {
       auto v = readReal(code == 'f');
       if (!v) return v.error();
-      return TypedValue::Storage{*v};
+      return Number::Storage{*v};
+    }
+    default: {  // 's', 'i', 'l', 'q'
+      auto v = readInteger(false);
+      if (!v) return v.error();
+      return Number::Storage{*v};
+    }
+  }
+}
+
+Expected<TypedValue::Storage> Unarchiver::readValue(std::string_view type) {
+  const char code = type.front();
+  switch (code) {
+    case 'c':
+    case 'C':
+    case 'B':
+    case 's':
+    case 'i':
+    case 'l':
+    case 'q':
+    case 'S':
+    case 'I':
+    case 'L':
+    case 'Q':
+    case 'f':
+    case 'd': {
+      auto v = readNumberValue(code);
+      if (!v) return v.error();
+      return std::visit([](auto n) { return TypedValue::Storage{n}; }, *v);
     }
     case '+':
       return readUnsharedString();

@@ -145,6 +145,7 @@ class Unarchiver {
   Expected<std::optional<std::size_t>> readSharedStringIndex();
   Expected<TypedValue::Storage> readSharedString();
   Expected<TypedValue::Storage> readCString();
+  Expected<const std::string*> readCStringEntry();
   Expected<std::size_t> readReferenceNumber(std::int8_t head);
   Expected<std::shared_ptr<const ClassChain>> readClassChain();
   std::shared_ptr<const ClassChain> chainStartingAt(std::size_t number);
@@ -153,6 +154,7 @@ class Unarchiver {
   Expected<ObjectRef> readObject();
   Expected<ObjectRef> readNewObject();
   Expected<TypedValue::Storage> readValue(std::string_view type);
+  Expected<Number::Storage> readNumberValue(char code);  // code: one of "cCBsilqSILQfd"
   Expected<TypedValue::Storage> readArray(std::string_view type);
   Expected<TypedValue::Storage> readStruct(std::string_view type);
   Expected<Group> readGroupWithTypes(std::string types);
@@ -168,7 +170,15 @@ class Unarchiver {
   Expected<ViewRead> readNewObjectView(std::size_t at, const EntryVisitor* visit);
   // The class of the object at the head when it is a one-byte reference to a
   // class whose chain is built: the common case, read without copying.
-  const ClassEntry* knownClassAtHead() const;
+  // The class at `at` when it is a one-byte reference to a class whose chain
+  // is built (nearly every object after the first of its class).
+  const ClassEntry* knownClassAt(std::size_t at) const;
+  // The common forms of a dictionary member, read straight from the bytes
+  // (unarchiver_plain.cpp); false, with nothing read, for any other form.
+  bool readPlainMember(ViewRead& out);
+  const std::string* oneByteSharedString(std::size_t at) const;
+  bool readPlainString(std::size_t at, bool isMutable, ViewRead& out);
+  bool readPlainNumber(std::size_t at, ViewRead& out);
   Expected<ObjectView> readContentsAsView(std::size_t number, Shape shape, bool isMutable, const ClassChain& chain,
                                           const EntryVisitor* visit);
   ObjectView lazyScalarView(const Entry& entry);

@@ -45,22 +45,19 @@ Expected<NumberValue> Unarchiver::decodeNumberContents() {
   auto found = readGroupTypeIf("*");
   if (!found) return found.error();
   if (!*found) return decodeValueOfType("*").error();
-  auto code = readCString();
+  auto code = readCStringEntry();
   if (!code) return code.error();
-  const auto* type = std::get_if<std::string>(&*code);
+  const std::string* type = *code;
   if (!type || type->size() != 1 || !(isIntegerCode((*type)[0]) || (*type)[0] == 'f' || (*type)[0] == 'd')) {
     return failureAt(at, "number with a type that is not a numeric code");
   }
-  auto typed = readGroupTypeIf(*type);
+  const char numeric = (*type)[0];
+  auto typed = readGroupTypeIf(std::string_view(&numeric, 1));
   if (!typed) return typed.error();
-  if (!*typed) return decodeValueOfType(*type).error();
-  auto value = readValue(*type);
+  if (!*typed) return decodeValueOfType(std::string_view(&numeric, 1)).error();
+  auto value = readNumberValue(numeric);
   if (!value) return value.error();
-  NumberValue number{(*type)[0], {}};
-  if (const auto* v = std::get_if<std::int64_t>(&*value)) number.value = *v;
-  else if (const auto* u = std::get_if<std::uint64_t>(&*value)) number.value = *u;
-  else number.value = std::get<double>(*value);
-  return number;
+  return NumberValue{numeric, *value};
 }
 
 Expected<bool> Unarchiver::nextGroupHasType(std::string_view type) {
@@ -136,9 +133,9 @@ Expected<Unarchiver::ViewRead> Unarchiver::readReferencedView(std::int8_t head, 
   return ViewRead{std::move(view), static_cast<std::uint32_t>(*number)};
 }
 
-const Unarchiver::ClassEntry* Unarchiver::knownClassAtHead() const {
-  if (pos_ >= bytes_.size()) return nullptr;
-  const auto head = static_cast<std::int8_t>(bytes_[pos_]);
+const Unarchiver::ClassEntry* Unarchiver::knownClassAt(std::size_t at) const {
+  if (at >= bytes_.size()) return nullptr;
+  const auto head = static_cast<std::int8_t>(bytes_[at]);
   if (head < kSmallestLiteral) return nullptr;
   const auto number = static_cast<std::size_t>(head + kReferenceBias);
   if (number >= objects_.size() || objects_[number].kind != Entry::Kind::Class) return nullptr;
@@ -155,7 +152,7 @@ Expected<Unarchiver::ViewRead> Unarchiver::readNewObjectView(std::size_t at, con
   const ClassChain* chain = nullptr;
   Shape shape = Shape::Other;
   bool isMutable = false;
-  if (const ClassEntry* known = knownClassAtHead()) {
+  if (const ClassEntry* known = knownClassAt(pos_)) {
     ++pos_;
     chain = known->chainFromHere.get();
     shape = known->shape;
@@ -229,12 +226,16 @@ Expected<ObjectView> Unarchiver::readDictionaryMembers(std::size_t number, bool 
     if (atEnd() || atObjectEnd()) {
       return failure("collection ends after " + std::to_string(i) + " of " + std::to_string(objects) + " objects");
     }
-    if (auto group = readObjectGroupType(); !group) return group.error();
-    auto member = readObjectView(nullptr);
-    if (!member) return member.error();
-    lazyMembers_.push_back(member->entry);
-    if (i % 2 == 0) key = std::move(member->view);
-    else if (key.kind == ObjectView::Kind::String) visit(key.text, std::move(member->view));
+    ViewRead member{};
+    if (!readPlainMember(member)) {
+      if (auto group = readObjectGroupType(); !group) return group.error();
+      auto read = readObjectView(nullptr);
+      if (!read) return read.error();
+      member = std::move(*read);
+    }
+    lazyMembers_.push_back(member.entry);
+    if (i % 2 == 0) key = std::move(member.view);
+    else if (key.kind == ObjectView::Kind::String) visit(key.text, std::move(member.view));
   }
   if (auto skipped = skipRemainingGroups(); !skipped) return skipped.error();
   keepAsLazy(number, Entry::Kind::LazyDictionary, lazyDictionaries_.size());

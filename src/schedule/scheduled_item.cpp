@@ -85,24 +85,62 @@ KSScheduledItem::KSScheduledItem(const KSScheduledItem& other)
   other.guarded("copyWithZone:", [this] { _lock = std::make_shared<std::recursive_mutex>(); });
 }
 
+namespace {
+
+// The selection sets of a new item: every month, no day of the month,
+// Monday to Friday, 8:00 to 20:00, at minute 0.
+struct DefaultSets {
+  std::string months = std::string(12, '1');
+  std::string daysOfMonth = std::string(31, '0');
+  std::string daysOfWeek = "0111110";
+  std::string hours = "000000001111111111111000";
+  std::string minutes = "1" + std::string(59, '0');
+};
+
+const DefaultSets& defaultSets() {
+  static const DefaultSets sets;
+  return sets;
+}
+
+}  // namespace
+
+// One guard for all the fields: a new item is made for every item of a
+// schedule file read at every check.
 void KSScheduledItem::setToDefaults(std::shared_ptr<CalendarDate> now) {
-  setDocumentAlias(nullptr);
-  setDescription(localizedString("NO_DESC"));
-  setType(ScheduleType::Weekly);
-  setStartDate(now);
-  setLastRunDate(nullptr);
-  setRunOnce(false);
-  setActive(true);
-  setScheduledMonths("111111111111");
-  setScheduledDaysOfMonth(std::string(31, '0'));
-  setScheduledDaysOfWeek("0111110");
-  setScheduledHours("000000001111111111111000");
-  setScheduledMinutes("1" + std::string(59, '0'));
-  setScheduledLeftTargetMounts(0);
-  setLeftTargetVolumeSpecifier(nullptr);
-  setScheduledRightTargetMounts(0);
-  setRightTargetVolumeSpecifier(nullptr);
-  setSynchronizer(nullptr);
+  const DefaultSets& sets = defaultSets();
+  std::string description = localizedString("NO_DESC");
+  guarded("setToDefaults:", [&] {
+    _documentAlias = nullptr;
+    _documentPathName.reset();
+    _description = std::move(description);
+    _scheduleType = scheduleTypeNumber(ScheduleType::Weekly);
+    _startDate = copyOf(now);
+    _lastRunDate = nullptr;
+    _runOnce = false;
+    _active = true;
+    _scheduledMonths = sets.months;
+    _scheduledDaysOfMonth = sets.daysOfMonth;
+    _scheduledDaysOfWeek = sets.daysOfWeek;
+    _scheduledHours = sets.hours;
+    _scheduledMinutes = sets.minutes;
+    _scheduledLeftTargetMounts = 0;
+    _leftTargetVolumeSpecifier = nullptr;
+    _scheduledRightTargetMounts = 0;
+    _rightTargetVolumeSpecifier = nullptr;
+    _synchronizer = nullptr;
+  });
+}
+
+// The other defaults of an item read from an archive are those its fields
+// start with (inactive aside, set before the archived values).
+void KSScheduledItem::fillUnarchivedDefaults() {
+  const DefaultSets& sets = defaultSets();
+  if (!_description) _description = localizedString("NO_DESC");
+  if (!_scheduledMonths) _scheduledMonths = sets.months;
+  if (!_scheduledDaysOfMonth) _scheduledDaysOfMonth = sets.daysOfMonth;
+  if (!_scheduledDaysOfWeek) _scheduledDaysOfWeek = sets.daysOfWeek;
+  if (!_scheduledHours) _scheduledHours = sets.hours;
+  if (!_scheduledMinutes) _scheduledMinutes = sets.minutes;
 }
 
 std::shared_ptr<CalendarDate> KSScheduledItem::copyOf(const std::shared_ptr<const CalendarDate>& date) {

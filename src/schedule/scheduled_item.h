@@ -58,6 +58,15 @@ class KSScheduledItem final : public Object {
 
   // A new item with every default; `now` becomes its start date.
   explicit KSScheduledItem(std::shared_ptr<CalendarDate> now);
+  // An item being read from an archive: its defaults are filled in after the
+  // archived values, for the fields the archive does not give, so a schedule
+  // file read at every check makes each value once. Only initWithCoder: can
+  // make the key.
+  class ArchiveKey {
+    friend class KSScheduledItem;
+    ArchiveKey() = default;
+  };
+  explicit KSScheduledItem(ArchiveKey) {}
   // copyWithZone: the copy has its own lock and set strings; the synchronizer
   // is shared.
   KSScheduledItem(const KSScheduledItem& other);
@@ -230,6 +239,8 @@ class KSScheduledItem final : public Object {
   // Applies them through the setters, in a fixed order of keys.
   void applyArchivedEntries(const ArchivedEntries& entries);
   void applyLegacyRepeatInterval(double minutes);
+  // The defaults of the text fields the archive left unset.
+  void fillUnarchivedDefaults();
   static std::shared_ptr<CalendarDate> copyOf(const std::shared_ptr<const CalendarDate>& date);
 
   std::shared_ptr<std::recursive_mutex> _lock;

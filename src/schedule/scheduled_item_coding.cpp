@@ -157,10 +157,13 @@ void KSScheduledItem::writeJson(JsonWriter& json) const {
 }
 
 // The dictionary's entries are read as views: no object is made for its
-// keys, strings and numbers. The start date is the only default that asks
-// the clock, so the clock is asked only for an item archived without one.
+// keys, strings and numbers. Defaults are filled in for what the archive
+// does not give; the start date is the only one that asks the clock, so the
+// clock is asked only for an item archived without one.
 Expected<ObjectRef> KSScheduledItem::initWithCoder(Unarchiver& coder, const CalendarClock& clock) {
-  auto item = std::make_shared<KSScheduledItem>(nullptr);
+  auto item = std::make_shared<KSScheduledItem>(ArchiveKey());
+  item->_scheduleType = scheduleTypeNumber(ScheduleType::Weekly);
+  item->_active = true;
   ArchivedEntries entries;
   const std::size_t at = coder.offset();
   auto archive = coder.decodeDictionaryEntries(
@@ -170,6 +173,7 @@ Expected<ObjectRef> KSScheduledItem::initWithCoder(Unarchiver& coder, const Cale
     return coder.failureAt(at, "a scheduled item holds " + archive->className() + ", not a dictionary");
   }
   item->applyArchivedEntries(entries);
+  item->fillUnarchivedDefaults();
   if (!item->_startDate) item->_startDate = clock();
   return ObjectRef{item};
 }
@@ -181,6 +185,7 @@ void KSScheduledItem::applyArchivedEntries(const ArchivedEntries& entries) {
   if (auto text = values.textOf(kDescription, entries[kDescriptionKey])) setDescription(std::move(text));
   if (auto type = values.intOf(kType, entries[kTypeKey])) setScheduleType(*type);
   if (auto interval = values.doubleOf(kRepeatInterval, entries[kRepeatIntervalKey])) {
+    fillUnarchivedDefaults();  // the interval adds to the minute set as it stands
     applyLegacyRepeatInterval(*interval);
   }
   const auto date = [&](const char* key, Key k) {

@@ -1,0 +1,96 @@
+// The unarchiver's plain lane: the members of a dictionary read as views
+// (a scheduled item's keys and values) nearly always take one of two forms,
+// read here straight from the bytes:
+//   string: "@" 0x84 <class> "+" <length> <text> 0x86
+//   number: "@" 0x84 <class> "*" <C string> <code> <value> 0x86
+// where "@", "+", "*", <code> are one-byte references to type strings read
+// before, <class> a one-byte reference to a string or number class whose
+// chain is built, <C string> a one-byte reference to a C string of one
+// integer code, and <length> and <value> one-byte literals. Each form leaves
+// the tables as the general reader would; anything else, malformed input
+// included, is left to the general reader with nothing read, so its checks
+// and messages stay the only ones.
+
+#include "foundation/type_encoding.h"
+#include "foundation/typedstream_format.h"
+#include "foundation/unarchiver.h"
+
+namespace halyard {
+
+using namespace typedstream;
+
+namespace {
+
+bool isLiteral(std::int8_t head) { return head >= kSmallestLiteral; }
+
+}  // namespace
+
+const std::string* Unarchiver::oneByteSharedString(std::size_t at) const {
+  if (at >= bytes_.size()) return nullptr;
+  const auto head = static_cast<std::int8_t>(bytes_[at]);
+  const auto number = static_cast<std::size_t>(head + kReferenceBias);
+  if (!isLiteral(head) || number >= sharedStrings_.size()) return nullptr;
+  return &sharedStrings_[number];
+}
+
+bool Unarchiver::readPlainMember(ViewRead& out) {
+  const std::string* group = oneByteSharedString(pos_);
+  if (!group || *group != "@" || depth_ >= kMaxDepth) return false;
+  const std::size_t at = pos_ + 1;
+  if (at + 1 >= bytes_.size() || static_cast<std::int8_t>(bytes_[at]) != kTagNew) return false;
+  const ClassEntry* known = knownClassAt(at + 1);
+  if (!known) return false;
+  if (known->shape == Shape::String) return readPlainString(at + 2, known->isMutable, out);
+  if (known->shape == Shape::Number) return readPlainNumber(at + 2, out);
+  return false;
+}
+
+// `at` is where the contents start: the "+" group.
+bool Unarchiver::readPlainString(std::size_t at, bool isMutable, ViewRead& out) {
+  const std::string* group = oneByteSharedString(at);
+  if (!group || *group != "+" || at + 1 >= bytes_.size() || at > UINT32_MAX) return false;
+  const auto length = static_cast<std::int8_t>(bytes_[at + 1]);
+  if (length < 0) return false;
+  const std::size_t textAt = at + 2, endAt = textAt + static_cast<std::size_t>(length);
+  if (endAt >= bytes_.size() || static_cast<std::int8_t>(bytes_[endAt]) != kTagEnd) return false;
+  const auto kind = isMutable ? Entry::Kind::LazyMutableString : Entry::Kind::LazyString;
+  out.entry = static_cast<std::uint32_t>(objects_.size());
+  objects_.push_back(Entry{kind, static_cast<std::uint32_t>(at)});
+  out.view = ObjectView{ObjectView::Kind::String, isMutable, bytes_.substr(textAt, endAt - textAt), {}, nullptr};
+  pos_ = endAt + 1;
+  return true;
+}
+
+// `at` is where the contents start: the "*" group. Only integer codes take
+// this lane; a real number is left to the general reader.
+bool Unarchiver::readPlainNumber(std::size_t at, ViewRead& out) {
+  const std::string* group = oneByteSharedString(at);
+  if (!group || *group != "*" || at + 4 >= bytes_.size()) return false;
+  const auto cString = static_cast<std::int8_t>(bytes_[at + 1]);
+  const auto cStringNumber = static_cast<std::size_t>(cString + kReferenceBias);
+  if (!isLiteral(cString) || cStringNumber >= objects_.size() || objects_[cStringNumber].kind != Entry::Kind::CString) {
+    return false;
+  }
+  const std::string& code = cStrings_[objects_[cStringNumber].index];
+  const std::string* typed = oneByteSharedString(at + 2);
+  if (code.size() != 1 || !isIntegerCode(code[0]) || !typed || *typed != code || copyBudget_ < 1) return false;
+  const auto raw = static_cast<std::int8_t>(bytes_[at + 3]);
+  const char c = code[0];
+  const bool rawByte = c == 'c' || c == 'C' || c == 'B';
+  if ((!rawByte && !isLiteral(raw)) || static_cast<std::int8_t>(bytes_[at + 4]) != kTagEnd) return false;
+  NumberValue number{c, {}};
+  if (c == 'c' || (!rawByte && std::string_view("silq").find(c) != std::string_view::npos)) {
+    number.value = std::int64_t{raw};
+  } else {
+    number.value = std::uint64_t{static_cast<std::uint8_t>(raw)};
+  }
+  copyBudget_ -= code.size();  // the C string's reference, as the general reader charges it
+  out.entry = static_cast<std::uint32_t>(objects_.size());
+  objects_.push_back(Entry{Entry::Kind::LazyNumber, static_cast<std::uint32_t>(lazyNumbers_.size())});
+  lazyNumbers_.push_back(number);
+  out.view = ObjectView{ObjectView::Kind::Number, false, {}, number, nullptr};
+  pos_ = at + 5;
+  return true;
+}
+
+}  // namespace halyard
