@@ -94,7 +94,14 @@ Expected<std::int64_t> Unarchiver::decodeInt(std::string_view type) {
   return failure("expected an integer of type \"" + std::string(type) + "\"");
 }
 
+// A date's instant: nearly always a "d" group whose type is a one-byte
+// reference, read without building a typed value.
 Expected<double> Unarchiver::decodeDouble() {
+  if (!atEnd() && !atObjectEnd()) {
+    auto found = readGroupTypeIf("d");
+    if (!found) return found.error();
+    if (*found) return readReal(false);
+  }
   auto value = decodeValueOfType("d");
   if (!value) return value.error();
   return std::get<double>(value->value);

@@ -191,8 +191,10 @@ void KSScheduledItem::applyArchivedEntries(const ArchivedEntries& entries) {
   const auto date = [&](const char* key, Key k) {
     return values.objectOf<CalendarDate>(key, entries[k], "a calendar date");
   };
-  if (auto start = date(kStartDate, kStartDateKey)) setStartDate(start);
-  if (auto lastRun = date(kLastRunDate, kLastRunDateKey)) setLastRunDate(lastRun);
+  // The dates read are the item's own (no one changes a date in place), so
+  // they are taken, not copied.
+  if (auto start = date(kStartDate, kStartDateKey)) _startDate = std::move(start);
+  if (auto lastRun = date(kLastRunDate, kLastRunDateKey)) _lastRunDate = std::move(lastRun);
   if (auto v = values.boolOf(kRunOnce, entries[kRunOnceKey])) setRunOnce(*v);
   if (auto v = values.boolOf(kForceToRun, entries[kForceToRunKey])) setForceToRun(*v);
   if (auto v = values.boolOf(kActive, entries[kActiveKey])) setActive(*v);
