@@ -70,11 +70,6 @@ struct Engine {
   CopyEngineSetup setup;
 };
 
-std::string contentsOf(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 unsigned flagsOf(const std::string& path) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   int flags = 0;

@@ -22,11 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string contentsOf(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 std::optional<std::string> attribute(const std::string& path, const char* name) {
   char value[256];
   ssize_t size = lgetxattr(path.c_str(), name, value, sizeof value);

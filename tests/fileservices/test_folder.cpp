@@ -50,4 +50,9 @@ std::string TestFolder::writeFile(const std::string& name, const std::string& co
   return full;
 }
 
+std::string contentsOf(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
 }  // namespace halyard::fileservices

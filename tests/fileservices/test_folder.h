@@ -1,6 +1,6 @@
 #pragma once
 // TestFolder: a fresh folder under /tmp for one test, removed (with any lock
-// flags cleared first) when the test ends.
+// flags cleared first) when the test ends; and reading a file whole.
 
 #include <string>
 
@@ -21,5 +21,8 @@ class TestFolder {
  private:
   std::string root_;
 };
+
+// The bytes of the file at `path` ("" when it cannot be read).
+std::string contentsOf(const std::string& path);
 
 }  // namespace halyard::fileservices

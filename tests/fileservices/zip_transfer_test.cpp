@@ -142,8 +142,7 @@ TEST_F(ZipTransferTest, TreeWithMetadataSurvivesMoveAndExtraction) {
   const std::string extracted = folder.path("dest/tree");
   expectSame(Snapshot::of(extracted), before);
   EXPECT_EQ(fs::read_symlink(extracted + "/link"), "doc.txt");
-  std::ifstream doc(extracted + "/doc.txt");
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(doc), {}), "hello");
+  EXPECT_EQ(contentsOf(extracted + "/doc.txt"), "hello");
   EXPECT_FALSE(fs::exists(folder.path("dest/metadata.plist")));
 }
 
