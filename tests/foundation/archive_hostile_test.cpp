@@ -18,7 +18,9 @@ using namespace std::literals;
 // 0x81/0x82/0x87 lead 2/4/8-byte integers, 0x84 something new, 0x85 nil,
 // 0x86 the end of an object.
 const std::string kHeader(kArchiveHeader);
-const std::string kObjectGroup = "\x84\x01@"s;  // a group of type "@" (new shared string 0: "@")
+const std::string kObjectGroup =
+    "\x84\x01"  // a group of type: new shared string 0 of 1 byte
+    "@"s;       //   "@", an object
 const std::string kNewArrayObject =
     "\x84"s     // a new object (object entry 0)
     "\x84"      // of a new class (entry 1)
