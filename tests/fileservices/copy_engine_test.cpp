@@ -8,7 +8,6 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -69,27 +68,6 @@ struct Engine {
   StepLog log;
   CopyEngineSetup setup;
 };
-
-std::string contentsOf(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-unsigned flagsOf(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  int flags = 0;
-  if (fd >= 0) ioctl(fd, FS_IOC_GETFLAGS, &flags);
-  if (fd >= 0) close(fd);
-  return static_cast<unsigned>(flags);
-}
-
-bool setFlag(const std::string& path, unsigned flag) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  int flags = static_cast<int>(flagsOf(path) | flag);
-  const bool set = fd >= 0 && ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-  if (fd >= 0) close(fd);
-  return set;
-}
 
 std::vector<std::string> namesIn(const std::string& folder) {
   std::vector<std::string> names;
@@ -166,7 +144,8 @@ TEST(CopyEngineTree, SparseHardLinkedAndLockedItemsInsideATreeAreKept) {
   truncate(sparse.c_str(), 1 << 30);
   folder.writeFile("tree/deep/one", "linked");
   ASSERT_EQ(link(folder.path("tree/deep/one").c_str(), folder.path("tree/two").c_str()), 0);
-  const bool noDump = setFlag(folder.path("tree/deep/one"), FS_NODUMP_FL);
+  const bool noDump =
+      setInodeFlags(folder.path("tree/deep/one"), inodeFlags(folder.path("tree/deep/one")) | FS_NODUMP_FL);
   const std::string locked = folder.writeFile("tree/deep/locked", "keep");
   const bool canLock = canChangeLock() && setLocked(locked, true) == 0;
 
@@ -186,7 +165,7 @@ TEST(CopyEngineTree, SparseHardLinkedAndLockedItemsInsideATreeAreKept) {
   ASSERT_EQ(stat(folder.path("copy/two").c_str(), &two), 0);
   EXPECT_EQ(one.st_ino, two.st_ino) << "the hard link became two files";
   if (noDump) {
-    EXPECT_TRUE(flagsOf(folder.path("copy/deep/one")) & FS_NODUMP_FL);
+    EXPECT_TRUE(inodeFlags(folder.path("copy/deep/one")) & FS_NODUMP_FL);
   }
   if (canLock) {
     EXPECT_TRUE(isLocked(folder.path("copy/deep/locked")));

@@ -22,18 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string contentsOf(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-std::optional<std::string> attribute(const std::string& path, const char* name) {
-  char value[256];
-  ssize_t size = lgetxattr(path.c_str(), name, value, sizeof value);
-  if (size < 0) return std::nullopt;
-  return std::string(value, static_cast<std::size_t>(size));
-}
-
 struct stat statOf(const std::string& path) {
   struct stat st {};
   lstat(path.c_str(), &st);
@@ -68,7 +56,7 @@ TEST(CopyOperations, CopyKeepsContentsModesTimesLinksAndAttributes) {
   EXPECT_EQ(statOf(copied).st_mtim.tv_nsec, 123456789);
   EXPECT_EQ(statOf(folder.path("copy/sub")).st_mode & 07777, 0555u);
   EXPECT_EQ(fs::read_symlink(folder.path("copy/link")), "doc.txt");
-  EXPECT_EQ(attribute(copied, "user.test"), "v");
+  EXPECT_EQ(extendedAttribute(copied, "user.test"), "v");
   EXPECT_EQ(readComment(copied), "a comment");
 
   ASSERT_EQ(fm->copyPath(folder.path("tree/doc.txt"), folder.path("plain.txt"), false), 0);

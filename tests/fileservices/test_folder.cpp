@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -11,20 +12,28 @@
 
 namespace halyard::fileservices {
 
-namespace {
-
-void clearImmutable(const std::filesystem::path& path) {
-  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return;
-  int flags = 0;
-  if (ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_IMMUTABLE_FL)) {
-    flags &= ~FS_IMMUTABLE_FL;
-    ioctl(fd, FS_IOC_SETFLAGS, &flags);
-  }
-  close(fd);
+std::optional<std::string> extendedAttribute(const std::string& path, const char* name) {
+  char value[256];
+  const ssize_t size = lgetxattr(path.c_str(), name, value, sizeof value);
+  if (size < 0) return std::nullopt;
+  return std::string(value, static_cast<std::size_t>(size));
 }
 
-}  // namespace
+unsigned inodeFlags(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  int flags = 0;
+  if (fd >= 0) ioctl(fd, FS_IOC_GETFLAGS, &flags);
+  if (fd >= 0) close(fd);
+  return static_cast<unsigned>(flags);
+}
+
+bool setInodeFlags(const std::string& path, unsigned flags) {
+  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  int value = static_cast<int>(flags);
+  const bool set = fd >= 0 && ioctl(fd, FS_IOC_SETFLAGS, &value) == 0;
+  if (fd >= 0) close(fd);
+  return set;
+}
 
 TestFolder::TestFolder() {
   char pattern[] = "/tmp/halyard-fs-test.XXXXXX";
@@ -36,7 +45,9 @@ TestFolder::~TestFolder() {
   std::error_code ec;
   for (auto it = fs::recursive_directory_iterator(root_, ec); !ec && it != fs::recursive_directory_iterator();
        it.increment(ec)) {
-    clearImmutable(it->path());
+    if (const unsigned flags = inodeFlags(it->path()); flags & FS_IMMUTABLE_FL) {
+      setInodeFlags(it->path(), flags & ~FS_IMMUTABLE_FL);
+    }
     if (it->is_directory(ec) && !it->is_symlink(ec))
       fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ec);
   }
@@ -48,6 +59,11 @@ std::string TestFolder::writeFile(const std::string& name, const std::string& co
   std::filesystem::create_directories(std::filesystem::path(full).parent_path());
   std::ofstream(full, std::ios::binary) << contents;
   return full;
+}
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 }  // namespace halyard::fileservices

@@ -1,7 +1,9 @@
 #pragma once
 // TestFolder: a fresh folder under /tmp for one test, removed (with any lock
-// flags cleared first) when the test ends.
+// flags cleared first) when the test ends; reading a file whole, an
+// extended attribute and the inode flags.
 
+#include <optional>
 #include <string>
 
 namespace halyard::fileservices {
@@ -21,5 +23,18 @@ class TestFolder {
  private:
   std::string root_;
 };
+
+// The bytes of the file at `path` ("" when it cannot be read).
+std::string contentsOf(const std::string& path);
+
+// The value of the extended attribute `name` of `path`, not followed if a
+// link; absent where it has none.
+std::optional<std::string> extendedAttribute(const std::string& path, const char* name);
+
+// The inode flags (FS_IOC_GETFLAGS) of `path`, not followed if a link; 0
+// where it has none.
+unsigned inodeFlags(const std::string& path);
+// Sets them; false where the file system keeps none or refuses.
+bool setInodeFlags(const std::string& path, unsigned flags);
 
 }  // namespace halyard::fileservices

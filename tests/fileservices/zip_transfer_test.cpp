@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <sys/acl.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -30,21 +29,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-unsigned inodeFlags(const std::string& path) {
-  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
-  int flags = 0;
-  if (fd >= 0) ioctl(fd, FS_IOC_GETFLAGS, &flags);
-  if (fd >= 0) close(fd);
-  return static_cast<unsigned>(flags);
-}
-
-void setInodeFlags(const std::string& path, unsigned flags) {
-  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
-  int value = static_cast<int>(flags);
-  ioctl(fd, FS_IOC_SETFLAGS, &value);
-  close(fd);
-}
-
 std::string aclText(const std::string& path) {
   acl_t acl = acl_get_file(path.c_str(), ACL_TYPE_ACCESS);
   char* text = acl ? acl_to_any_text(acl, nullptr, ',', 0) : nullptr;
@@ -52,12 +36,6 @@ std::string aclText(const std::string& path) {
   acl_free(text);
   acl_free(acl);
   return result;
-}
-
-std::string attribute(const std::string& path, const char* name) {
-  char value[256];
-  const ssize_t size = lgetxattr(path.c_str(), name, value, sizeof value);
-  return size < 0 ? "(none)" : std::string(value, static_cast<std::size_t>(size));
 }
 
 // The fields that must survive, as one comparable record. (The access time
@@ -78,7 +56,7 @@ struct Snapshot {
             st.st_mtim,
             inodeFlags(path) & FS_NODUMP_FL,
             aclText(path),
-            attribute(path, "user.test"),
+            extendedAttribute(path, "user.test").value_or("(none)"),
             readComment(path).value_or("(none)")};
   }
 };
@@ -142,8 +120,7 @@ TEST_F(ZipTransferTest, TreeWithMetadataSurvivesMoveAndExtraction) {
   const std::string extracted = folder.path("dest/tree");
   expectSame(Snapshot::of(extracted), before);
   EXPECT_EQ(fs::read_symlink(extracted + "/link"), "doc.txt");
-  std::ifstream doc(extracted + "/doc.txt");
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(doc), {}), "hello");
+  EXPECT_EQ(contentsOf(extracted + "/doc.txt"), "hello");
   EXPECT_FALSE(fs::exists(folder.path("dest/metadata.plist")));
 }
 

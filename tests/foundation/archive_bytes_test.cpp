@@ -15,22 +15,14 @@ namespace {
 using namespace halyard::testing;
 using namespace std::literals;
 
-// S = string table entry, O = object table entry.
-constexpr std::string_view kDictionaryArchive =
-    "\x04"
-    "\x0b"
-    "streamtyped"
-    "\x81\xe8\x03"  // header: version 4, signature, system 1000
-    "\x84\x01"
-    "@"     // group type: new S0 "@"
-    "\x84"  // new object O0: the dictionary
+// S = string table entry, O = object table entry. The root object O0 is the
+// dictionary.
+const std::string kDictionaryArchive = joined({
+    kRootObjectOpening,
     "\x84\x84\x0c"
     "NSDictionary"
-    "\x00"  // new class O1, name new S1, version 0
-    "\x84\x84\x08"
-    "NSObject"
-    "\x00"
-    "\x85"  // new class O2, name S2, version 0; root
+    "\x00"sv,            // new class O1, name new S1, version 0
+    kNSObjectRootClass,  // new class O2, name S2, version 0; root
     "\x84\x01"
     "i"
     "\x05"      // group type new S3 "i": 5 entries
@@ -113,9 +105,10 @@ constexpr std::string_view kDictionaryArchive =
     "\x86"  //   end O23
     "\x92\x84\x96\x97\x14"
     "%Y-%m-%d %H:%M:%S %z"
-    "\x86"     // group "@": format string O26
-    "\x86"     //   end O20
-    "\x86"sv;  // end O0
+    "\x86"  // group "@": format string O26
+    "\x86"  //   end O20
+    "\x86"sv,
+});  // end O0
 
 TEST(ArchiveBytes, HandBuiltDictionaryDecodesAndIsWrittenIdentically) {
   auto expected = dict({
@@ -146,10 +139,9 @@ TEST(ArchiveBytes, IntegersUseTheShortestForm) {
       {"int32", "\x82\x80\x01\x4b\x01"sv, 21692800},
       {"int64", "\x87\x00\xe6\x8e\xe7\xfd\xff\xff\xff"sv, -9000000000},
   };
-  const std::string header = std::string("\x04\x0bstreamtyped\x81\xe8\x03", 16);
   for (const IntegerCase& test : cases) {
     SCOPED_TRACE(test.name);
-    const std::string bytes = header + "\x84\x01q" + std::string(test.encoded);
+    const std::string bytes = std::string(kArchiveHeader) + "\x84\x01q" + std::string(test.encoded);
     auto groups = Unarchiver::unarchiveGroups(bytes);
     ASSERT_TRUE(groups.ok()) << groups.error().describe();
     EXPECT_EQ(std::get<std::int64_t>(groups->at(0).values.at(0).value), test.value);

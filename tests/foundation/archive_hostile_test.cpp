@@ -17,32 +17,32 @@ using namespace std::literals;
 // 0x92 (-110) to 0x7f is a small integer in place, 0x92 also reference 0;
 // 0x81/0x82/0x87 lead 2/4/8-byte integers, 0x84 something new, 0x85 nil,
 // 0x86 the end of an object.
-const std::string kHeader =
-    "\x04"s                                     // the format version, 4
-    "\x0b"                                      // the signature's length, 11
-    "streamtyped"                               // the signature
-    "\x81\xe8\x03"s;                            // the system version, 1000, as a 2-byte integer
-const std::string kObjectGroup = "\x84\x01@"s;  // a group of type "@" (new shared string 0: "@")
+const std::string kHeader(kArchiveHeader);
+const std::string kObjectGroup =
+    "\x84\x01"  // a group of type: new shared string 0 of 1 byte
+    "@"s;       //   "@", an object
 const std::string kNewArrayObject =
-    "\x84"s                                  // a new object (object entry 0)
-    "\x84"                                   // of a new class (entry 1)
-    "\x84\x07"                               // named by a new shared string of 7 bytes
-    "NSArray"                                //   "NSArray"
-    "\x00"                                   // class version 0
-    "\x85"s;                                 // no superclass
-const std::string kIntGroup = "\x84\x01i"s;  // a group of type "i", the array's count
+    "\x84"s     // a new object (object entry 0)
+    "\x84"      // of a new class (entry 1)
+    "\x84\x07"  // named by a new shared string of 7 bytes
+    "NSArray"   //   "NSArray"
+    "\x00"      // class version 0
+    "\x85"s;    // no superclass
+const std::string kIntGroup =
+    "\x84\x01"  // a group of type: new shared string of 1 byte
+    "i"s;       //   "i", the array's count
 
 std::string nested(std::size_t depth) {
   // `depth` arrays, each holding the next.
   std::string bytes = kHeader + kObjectGroup +
-                      "\x84"s                 // a new object (entry 0)
-                      "\x84\x84\x07NSArray"   // of a new class NSArray (entry 1, string 1)
-                      "\x00"                  // version 0
-                      "\x84\x84\x08NSObject"  // whose superclass is a new class NSObject (entry 2, string 2)
-                      "\x00"                  // version 0
-                      "\x85"s +               // with no superclass
-                      "\x84\x01i"s            // a group "i" (string 3)
-                      "\x01"s;                // count 1
+                      "\x84"s                            // a new object (entry 0)
+                      "\x84"                             // of a new class (entry 1)
+                      "\x84\x07"                         // named by a new shared string of 7 bytes (string 1)
+                      "NSArray"                          //   "NSArray"
+                      "\x00"s +                          // version 0
+                      std::string(kNSObjectRootClass) +  // whose superclass is NSObject (entry 2, string 2)
+                      kIntGroup +                        // a group "i" (string 3)
+                      "\x01"s;                           // count 1
   for (std::size_t i = 1; i < depth; ++i) {
     bytes +=
         "\x92"s   // a group of type string 0, "@"
@@ -82,8 +82,9 @@ std::vector<BadArchive> badArchives() {
        "\x81\xe8\x03"s,  // system version 1000
        "version"},
       {"unknown type code",
-       kHeader + "\x84\x01z"s  // a group of type "z", which no type is
-                 "\x01"s,      // a value for it
+       kHeader + "\x84\x01"s  // a group of type: new shared string of 1 byte
+                 "z"          //   "z", which no type is
+                 "\x01"s,     // a value for it
        "unknown type code"},
       {"reference to an object not yet defined",
        kHeader + kObjectGroup + "\x99"s,  // object reference 7, with no object yet
@@ -105,7 +106,8 @@ std::vector<BadArchive> badArchives() {
            "\x81\x00\x10"s,  // count 4096 as a 2-byte integer, and no elements follow
        "ends after"},
       {"string longer than the data",
-       kHeader + "\x84\x01+"s              // a group of type "+", an unshared string
+       kHeader + "\x84\x01"s               // a group of type: new shared string of 1 byte
+                 "+"                       //   "+", an unshared string
                  "\x82\x00\x00\x00\x40"s,  // of length 2^30, and no bytes follow
        "past the end"},
       {"byte array longer than the data",
@@ -123,11 +125,12 @@ std::vector<BadArchive> badArchives() {
       {"nesting 100,000 deep", nested(100000), "nested too deeply"},
       {"class that is its own superclass",
        kHeader + kObjectGroup +
-           "\x84"s      // a new object (entry 0)
-           "\x84"       // of a new class (entry 1)
-           "\x84\x01X"  // named "X"
-           "\x00"       // version 0
-           "\x93"s,     // whose superclass is entry 1: itself
+           "\x84"s     // a new object (entry 0)
+           "\x84"      // of a new class (entry 1)
+           "\x84\x01"  // named by a new shared string of 1 byte
+           "X"         //   "X"
+           "\x00"      // version 0
+           "\x93"s,    // whose superclass is entry 1: itself
        "refers back into itself"},
       {"object with a nil class",
        kHeader + kObjectGroup +
@@ -139,23 +142,30 @@ std::vector<BadArchive> badArchives() {
        "expected an integer"},
       {"number with a struct type",
        kHeader + kObjectGroup +
-           "\x84"s                 // a new object
-           "\x84\x84\x08NSNumber"  // of a new class NSNumber
-           "\x00"                  // version 0
-           "\x85"                  // no superclass
-           "\x84\x01*"             // a group of type "*", the number's type code as a C string:
-           "\x84\x84\x04{a=}"s,    //   a new C string "{a=}", a struct
+           "\x84"s     // a new object
+           "\x84"      // of a new class
+           "\x84\x08"  // named by a new shared string of 8 bytes
+           "NSNumber"  //   "NSNumber"
+           "\x00"      // version 0
+           "\x85"      // no superclass
+           "\x84\x01"  // a group of type: new shared string of 1 byte
+           "*"         //   "*", the number's type code as a C string:
+           "\x84"      //   a new C string
+           "\x84\x04"  //   whose body is a new shared string of 4 bytes
+           "{a=}"s,    //     "{a=}", a struct
        "numeric"},
       {"class reference to a string entry",
        kHeader + kObjectGroup +
-           "\x84"s          // a new object (entry 0)
-           "\x84\x84\x01X"  // of a new class X (entry 1)
-           "\x00"           // version 0
-           "\x85"           // no superclass
-           "\x86"           // end of the object
-           "\x92"           // a group of type string 0, "@"
-           "\x84"           // a new object
-           "\x92"s,         // whose class is entry 0, an object and not a class
+           "\x84"s     // a new object (entry 0)
+           "\x84"      // of a new class (entry 1)
+           "\x84\x01"  // named by a new shared string of 1 byte
+           "X"         //   "X"
+           "\x00"      // version 0
+           "\x85"      // no superclass
+           "\x86"      // end of the object
+           "\x92"      // a group of type string 0, "@"
+           "\x84"      // a new object
+           "\x92"s,    // whose class is entry 0, an object and not a class
        "class"},
   };
 }
@@ -190,8 +200,17 @@ TEST(ArchiveHostile, EveryTruncationOfValidArchivesFails) {
 TEST(ArchiveHostile, ManyReferencesToALongStringAreRefused) {
   // One 4 KiB selector string, then a million references to it: the copies
   // would be thousands of times the input.
-  std::string bytes = kHeader + "\x84\x01:" + "\x84\x81" + "\x00\x10"s + std::string(4096, 'a');
-  for (int i = 0; i < 1000000; ++i) bytes += std::string("\x92\x93", 2);
+  std::string bytes = kHeader +
+                      "\x84\x01"       // a group of type: new shared string of 1 byte
+                      ":"              //   ":", a selector
+                      "\x84"           // a new shared string
+                      "\x81\x00\x10"s  // of 4096 bytes as a 2-byte integer:
+                      + std::string(4096, 'a');
+  for (int i = 0; i < 1000000; ++i) {
+    bytes +=
+        "\x92"    // a group of type string 0, ":"
+        "\x93"s;  // a reference to string 1, the long selector
+  }
   auto result = Unarchiver::unarchiveGroups(bytes);
   ASSERT_FALSE(result.ok());
   EXPECT_NE(result.error().message.find("expands"), std::string::npos);

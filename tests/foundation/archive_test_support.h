@@ -1,20 +1,51 @@
 #pragma once
-// Helpers shared by the archive tests: file reading and value builders.
+// Helpers shared by the archive tests: file reading, value builders, and the
+// opening bytes every hand-built archive starts with.
 
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "foundation/json_writer.h"
 #include "foundation/values.h"
 
 namespace halyard::testing {
 
+using namespace std::string_view_literals;
+
 inline std::string readFixture(const std::string& name) {
   std::ifstream in(std::string(HALYARD_FIXTURE_DIR) + "/" + name + ".typedstream", std::ios::binary);
   std::ostringstream bytes;
   bytes << in.rdbuf();
   return bytes.str();
+}
+
+// The archive header, one field a line.
+inline constexpr std::string_view kArchiveHeader =
+    "\x04"             // the format version, 4
+    "\x0b"             // the signature's length, 11
+    "streamtyped"      // the signature
+    "\x81\xe8\x03"sv;  // the system version, 1000, as a 2-byte integer
+
+// The header, then the root object's group: S = shared string entry,
+// O = object entry.
+inline const std::string kRootObjectOpening = std::string(kArchiveHeader) +
+                                              "\x84\x01"  // a group type: new S0 of 1 byte,
+                                              "@"         //   "@", an object
+                                              "\x84";     // new object O0: the root
+
+// NSObject as a new class with no superclass, where every class chain ends.
+inline constexpr std::string_view kNSObjectRootClass =
+    "\x84\x84\x08"  // a new class, named by a new shared string of 8 bytes
+    "NSObject"      //   "NSObject"
+    "\x00"          // version 0
+    "\x85"sv;       // no superclass
+
+inline std::string joined(std::initializer_list<std::string_view> parts) {
+  std::string out;
+  for (std::string_view part : parts) out += part;
+  return out;
 }
 
 inline ObjectRef str(const std::string& text) { return String::make(text); }

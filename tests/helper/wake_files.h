@@ -34,6 +34,11 @@ class FakeRtc {
     text << std::ifstream(files_.alarmPath).rdbuf();
     return text.str();
   }
+  // An alarm the tool set and recorded as its own.
+  void setOwnedAlarm(const std::string& text) const {
+    setAlarmText(text);
+    std::ofstream(files_.recordPath) << text;
+  }
   bool hasRecord() const { return std::filesystem::exists(files_.recordPath); }
 
  private:

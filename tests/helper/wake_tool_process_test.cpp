@@ -92,8 +92,7 @@ TEST_F(WakeToolProcess, PrivilegedRunIgnoresThePathVariable) {
     GTEST_SKIP() << kOwnedAlarmRecordPath << " exists: a privileged cancel could clear a real alarm";
   // An alarm the tool would own if it honoured the variable.
   const std::string alarm = std::to_string(wallClockNow() + 3600) + "\n";
-  rtc_.setAlarmText(alarm);
-  { std::ofstream(rtc_.files().recordPath) << alarm; }
+  rtc_.setOwnedAlarm(alarm);
   const Answer answer = runTool(writeWakeRequest({Command::CancelOwnEvents, 0}), rtc_.files().alarmPath, 0);
   ASSERT_TRUE(readWakeResponse(answer.output)) << answer.output;
   EXPECT_EQ(rtc_.alarmText(), alarm);
@@ -128,8 +127,7 @@ TEST_F(WakeToolInstall, MakesARootOwnedSetUserIdCopyThatIgnoresThePathVariable) 
   // Run by nobody, the copy has root's rights: the variable's alarm, which
   // it would own if it honoured the variable, stays; it looks for the RTC.
   const std::string alarm = std::to_string(wallClockNow() + 3600) + "\n";
-  rtc_.setAlarmText(alarm);
-  { std::ofstream(rtc_.files().recordPath) << alarm; }
+  rtc_.setOwnedAlarm(alarm);
   const Answer answer =
       runTool(writeWakeRequest({Command::CancelOwnEvents, 0}), rtc_.files().alarmPath, kNobody, {tool});
   auto error = readWakeResponse(answer.output);

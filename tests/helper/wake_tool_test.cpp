@@ -83,15 +83,5 @@ TEST(WakeTool, RefusesWithAnErrorNumberAndWritesNothing) {
   }
 }
 
-TEST(WakeTool, RequestAndAnswerRoundTrip) {
-  auto request = readWakeRequest(scheduleAt(kNow + 100));
-  ASSERT_TRUE(request) << request.error().describe();
-  EXPECT_EQ(request->command, Command::SchedulePowerOn);
-  EXPECT_EQ(request->powerOnUnixSeconds, kNow + 100);
-  auto answer = readWakeResponse(writeWakeResponse(EBUSY));
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(*answer, EBUSY);
-}
-
 }  // namespace
 }  // namespace halyard::wake

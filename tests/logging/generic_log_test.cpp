@@ -1,5 +1,5 @@
 // The log model in memory: sizes, the fixed 4096-kilobyte bound, the two
-// notifications, the guarded accessors, copying, archiving and many threads.
+// notifications, the guarded accessors, archiving and many threads.
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,6 @@ namespace halyard {
 namespace {
 
 using testing_support::CountingDocument;
-using testing_support::CountingWindow;
 using testing_support::ObservedLog;
 
 constexpr std::string_view kEntriesChanged = "GenericLogEntiresChangedNotify";
@@ -133,28 +132,6 @@ TEST(GenericLog, FourThreadsLoseNoMessageAndSizesAddUp) {
   }
   EXPECT_EQ(log.curSize(), expected);
   EXPECT_EQ(observed.observer->names().size(), std::size_t{kThreads * kEach});
-}
-
-TEST(GenericLog, CopyKeepsEntriesAndSettingsButNoWindow) {
-  ObservedLog observed;
-  GenericLog& log = *observed.log;
-  log.addLogMessage("kept");
-  log.setName("Named");
-  log.setLogFilePath("/tmp/somewhere.log");
-  log.setLimitMirroredLogFileSize(true);
-  auto window = std::make_shared<CountingWindow>();
-  log.setLogWindowController(window);
-  log.updateLog();
-  EXPECT_EQ(window->records, 1);
-  auto copied = log.copy();
-  EXPECT_EQ(copied->logEntryAtIndex(0), log.logEntryAtIndex(0));
-  EXPECT_EQ(copied->name(), "Named");
-  EXPECT_EQ(copied->logFilePath(), "/tmp/somewhere.log");
-  EXPECT_TRUE(copied->limitMirroredLogFileSize());
-  EXPECT_EQ(copied->curSize(), log.curSize());
-  EXPECT_EQ(copied->logWindowController(), nullptr);
-  copied->addLogMessage("only in the copy");
-  EXPECT_EQ(log.logEntryCount(), 1u);
 }
 
 std::shared_ptr<GenericLog> roundTrip(const ObservedLog& observed) {

@@ -1,7 +1,6 @@
 #pragma once
 // Fakes of a log's collaborators: a fixed clock in UTC, a document that
-// counts its changes, a window controller that counts its frame records, and
-// an observer that keeps every notification name it hears.
+// counts its changes, and an observer that keeps every notification name it hears.
 
 #include <atomic>
 #include <mutex>
@@ -28,12 +27,6 @@ class CountingDocument final : public LogDocument {
     if (change == kChangeDone) ++changes;
   }
   std::atomic<int> changes{0};
-};
-
-class CountingWindow final : public LogWindowController {
- public:
-  void recordWindowSizeAndPos() override { ++records; }
-  int records = 0;
 };
 
 class RecordingObserver final : public LogObserver {

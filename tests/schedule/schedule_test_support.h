@@ -2,6 +2,7 @@
 // Shared helpers of the schedule tests: a fixed present moment, and a
 // scratch folder that is removed afterwards.
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -35,6 +36,11 @@ class ScratchFolder {
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
   std::string file(const std::string& name) const { return (path_ / name).string(); }
+  // Makes an empty file and answers its path.
+  std::string emptyFile(const std::string& name) const {
+    std::fclose(std::fopen(file(name).c_str(), "w"));
+    return file(name);
+  }
   const std::filesystem::path& path() const { return path_; }
 
  private:

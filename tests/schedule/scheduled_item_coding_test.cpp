@@ -1,5 +1,6 @@
 // The archived form of a scheduled item: the exact entries written, the
 // round trip, the legacy repeat interval, and values of the wrong class.
+// Truncated archives are the schedule file test's.
 
 #include <cmath>
 #include <functional>
@@ -54,41 +55,23 @@ std::string selectedMinutes(const KSScheduledItem& item) {
 
 TEST(ScheduledItemCodingTest, NewItemArchivesExactlyTheRequiredEntries) {
   const auto archive = newItem()->archiveDictionary();
-  std::vector<std::string> keys;
-  for (const auto& [key, value] : archive->entries) keys.push_back(objectAs<String>(key)->text);
-  const std::vector<std::string> expected{"descriptionkey",
-                                          "scheduleTypekey",
-                                          "startDatekey",
-                                          "runOncekey",
-                                          "activekey",
-                                          "forceToRunkey",
-                                          "scheduledMonthskey",
-                                          "scheduledDaysOfMonthkey",
-                                          "scheduledDaysOfWeekkey",
-                                          "scheduledHourskey",
-                                          "scheduledMinuteskey",
-                                          "scheduledLeftTargetMountskey",
-                                          "scheduledRightTargetMountskey"};
-  EXPECT_EQ(keys, expected);
+  std::string keys;
+  for (const auto& [key, value] : archive->entries) keys += objectAs<String>(key)->text + " ";
+  EXPECT_EQ(keys,
+            "descriptionkey scheduleTypekey startDatekey runOncekey activekey forceToRunkey scheduledMonthskey "
+            "scheduledDaysOfMonthkey scheduledDaysOfWeekkey scheduledHourskey scheduledMinuteskey "
+            "scheduledLeftTargetMountskey scheduledRightTargetMountskey ");
 
+  // The type codes the application's reader expects.
   auto number = [&](const char* key) { return objectAs<Number>(archive->get(key)); };
   EXPECT_EQ(number("scheduleTypekey")->type, 'i');
-  EXPECT_EQ(number("scheduleTypekey")->intValue(), 5);
   for (const char* key : {"runOncekey", "activekey", "forceToRunkey"}) EXPECT_EQ(number(key)->type, 'c') << key;
-  EXPECT_TRUE(number("activekey")->boolValue());
-  EXPECT_FALSE(number("runOncekey")->boolValue() || number("forceToRunkey")->boolValue());
-  EXPECT_EQ(number("scheduledLeftTargetMountskey")->intValue(), 0);
-  EXPECT_EQ(objectAs<CalendarDate>(archive->get("startDatekey"))->seconds, kFixedNow);
-  EXPECT_EQ(objectAs<String>(archive->get("descriptionkey"))->text, "No description");
-  auto days = objectAs<String>(archive->get("scheduledDaysOfWeekkey"));
-  EXPECT_EQ(days->text, "0111110");
-  EXPECT_TRUE(days->isMutable);
+  EXPECT_TRUE(objectAs<String>(archive->get("scheduledDaysOfWeekkey"))->isMutable);
 }
 
 TEST(ScheduledItemCodingTest, RoundTripKeepsEveryFieldAndResetsTheRunState) {
   ScratchFolder folder;
-  const std::string document = folder.file("Photos.halyard");
-  std::fclose(std::fopen(document.c_str(), "w"));
+  const std::string document = folder.emptyFile("Photos.halyard");
   auto item = newItem();
   item->setDocumentAlias(fileservices::createAliasObjectFromNSPath(document));
   item->setDocumentPathName("/elsewhere/Photos.halyard");
@@ -224,51 +207,28 @@ TEST(ScheduledItemCodingTest, ValuesReadInPlaceAreMadeWhenReferredToLater) {
   // The first key is the archive's first string: its contents introduce the
   // type string "+", which reading it again must not add twice.
   const ObjectRef firstKey = archive->entries.front().first;
-  const std::string bytes =
-      Archiver::archivedData(Array::make({itemOf(), itemOf(), description, type, archive, firstKey, description}));
-  auto root = Unarchiver::unarchiveRootObject(bytes, scheduleClassRegistry(fixedClock()));
+  const auto written = Array::make({itemOf(), itemOf(), description, type, archive, firstKey, description});
+  auto root = Unarchiver::unarchiveRootObject(Archiver::archivedData(written), scheduleClassRegistry(fixedClock()));
   ASSERT_TRUE(root) << root.error().describe();
   const auto array = objectAs<Array>(*root);
-  ASSERT_TRUE(array);
-  ASSERT_EQ(array->items.size(), 7u);
+  ASSERT_TRUE(array && array->items.size() == 7u);
   for (std::size_t i = 0; i < 2; ++i) {
-    SCOPED_TRACE(i);
     const auto item = objectAs<KSScheduledItem>(array->items[i]);
-    ASSERT_TRUE(item);
+    ASSERT_TRUE(item) << i;
     EXPECT_EQ(item->description(), "Nightly");
     EXPECT_EQ(item->scheduleType(), 7);
   }
-  const auto text = objectAs<String>(array->items[2]);
-  ASSERT_TRUE(text);
-  EXPECT_EQ(text->text, "Nightly");
-  const auto number = objectAs<Number>(array->items[3]);
-  ASSERT_TRUE(number);
-  EXPECT_EQ(number->intValue(), 7);
+  // The values made later are those written, each one object wherever it is
+  // referred to.
+  for (std::size_t i = 2; i < 7; ++i) {
+    EXPECT_EQ(JsonWriter::describe(array->items[i]), JsonWriter::describe(written->items[i])) << i;
+  }
   const auto dictionary = objectAs<Dictionary>(array->items[4]);
   ASSERT_TRUE(dictionary);
-  ASSERT_EQ(dictionary->entries.size(), 2u);
   EXPECT_EQ(dictionary->get("descriptionkey"), array->items[2]);
   EXPECT_EQ(dictionary->get("scheduleTypekey"), array->items[3]);
   EXPECT_EQ(dictionary->entries.front().first, array->items[5]);
-  ASSERT_TRUE(objectAs<String>(array->items[5]));
-  EXPECT_EQ(objectAs<String>(array->items[5])->text, "descriptionkey");
   EXPECT_EQ(array->items[6], array->items[2]);
-}
-
-// Broken item contents fail with the offset where the reading stopped.
-TEST(ScheduledItemCodingTest, BrokenDictionariesFailWithAnOffset) {
-  auto archive = Dictionary::make(true);
-  archive->set("descriptionkey", String::make("Nightly"));
-  archive->set("scheduleTypekey", Number::fromInt32(7));
-  const std::string bytes = itemArchive(archive);
-  const std::size_t cuts[] = {bytes.size() - 1, bytes.size() - 5, bytes.size() - 12, bytes.size() - 30};
-  for (std::size_t cut : cuts) {
-    SCOPED_TRACE(cut);
-    auto decoded = Unarchiver::unarchiveRootObject(bytes.substr(0, cut), scheduleClassRegistry(fixedClock()));
-    ASSERT_FALSE(decoded);
-    ASSERT_TRUE(decoded.error().offset);
-    EXPECT_LE(*decoded.error().offset, cut);
-  }
 }
 
 }  // namespace

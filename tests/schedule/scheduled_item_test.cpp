@@ -1,5 +1,5 @@
-// The scheduled item: defaults, selection operations, copies, and the
-// exception guard of the locked accessors.
+// The scheduled item: the selection set operations at their edges, copies,
+// and the exception guard of the locked accessors.
 
 #include <functional>
 #include <stdexcept>
@@ -18,111 +18,54 @@ using namespace halyard::testing;
 
 std::string text(const std::string* set) { return set ? *set : "<absent>"; }
 
-TEST(ScheduledItemTest, NewItemHasTheDefaults) {
-  auto item = newItem();
-  EXPECT_EQ(item->lock(), nullptr);
-  EXPECT_EQ(item->documentAlias(), nullptr);
-  EXPECT_FALSE(item->documentPathName());
-  EXPECT_EQ(item->description(), "No description");
-  EXPECT_EQ(item->scheduleType(), 5);
-  ASSERT_TRUE(item->startDate());
-  EXPECT_EQ(item->startDate()->seconds, kFixedNow);
-  EXPECT_EQ(item->lastRunDate(), nullptr);
-  EXPECT_FALSE(item->runOnce());
-  EXPECT_TRUE(item->active());
-  EXPECT_FALSE(item->forceToRun() || item->forceActive() || item->isRunning() || item->isComplete());
-  EXPECT_EQ(text(item->scheduledMonths()), "111111111111");
-  EXPECT_EQ(text(item->scheduledDaysOfMonth()), std::string(31, '0'));
-  EXPECT_EQ(text(item->scheduledDaysOfWeek()), "0111110");
-  EXPECT_EQ(text(item->scheduledHours()), "000000001111111111111000");
-  EXPECT_EQ(text(item->scheduledMinutes()), "1" + std::string(59, '0'));
-  EXPECT_EQ(item->scheduledLeftTargetMounts(), 0);
-  EXPECT_EQ(item->scheduledRightTargetMounts(), 0);
-  EXPECT_EQ(item->leftTargetVolumeSpecifier(), nullptr);
-  EXPECT_EQ(item->rightTargetVolumeSpecifier(), nullptr);
-  EXPECT_EQ(item->synchronizer(), nullptr);
-  EXPECT_EQ(item->lastSynchInfo(), nullptr);
-  EXPECT_TRUE(item->noDayOfMonthIsSelected());
-  EXPECT_TRUE(item->everyMonthIsSelected());
+using Item = KSScheduledItem;
+using Operation = std::function<std::string(std::string*)>;
+
+// An edit answers the set after it, a test "yes" or "no".
+Operation edit(std::function<void(std::string*)> change) {
+  return [change](std::string* set) {
+    change(set);
+    return text(set);
+  };
+}
+Operation test(std::function<bool(const std::string*)> question) {
+  return [question](std::string* set) { return question(set) ? "yes" : "no"; };
 }
 
-struct SetEdit {
-  const char* name;
-  const char* before;  // nullptr: the set is absent
-  std::function<void(std::string*)> edit;
-  const char* after;
-};
-
-TEST(ScheduledItemTest, GenericEditsChangeOnlyTheirRange) {
-  using Item = KSScheduledItem;
-  const SetEdit cases[] = {
-      {"mark-range", "00000",
-       [](std::string* s) {
-         Item::markRange({1, 3}, s);
-       },
-       "01110"},
-      {"mark-zero-length-range-beyond-end", "000",
-       [](std::string* s) {
-         Item::markRange({7, 0}, s);
-       },
-       "000"},
-      {"clear-range", "11111",
-       [](std::string* s) {
-         Item::clearRange({0, 2}, s);
-       },
-       "00111"},
-      {"mark-item", "000", [](std::string* s) { Item::markItem(2, s); }, "001"},
-      {"clear-item-other-character", "1x1", [](std::string* s) { Item::clearItem(1, s); }, "101"},
-      {"mark-all", "0x0", [](std::string* s) { Item::markAllItems(s); }, "111"},
-      {"clear-all", "1x1", [](std::string* s) { Item::clearAllItems(s); }, "000"},
-      {"mark-all-empty", "", [](std::string* s) { Item::markAllItems(s); }, ""},
-      {"absent-set", nullptr, [](std::string* s) { Item::markItem(3, s); }, nullptr},
+// Each set operation at its edges: zero-length ranges, characters other than
+// '0' and '1', empty sets and absent ones.
+TEST(ScheduledItemTest, SetOperationsAtTheirEdges) {
+  constexpr SetRange kOneToThree{1, 3}, kNothingBeyond{7, 0}, kFirstTwo{0, 2}, kSecondAndThird{1, 2}, kNone{0, 0};
+  const struct {
+    const char* name;
+    const char* set;  // nullptr: the set is absent
+    Operation operation;
+    const char* expected;
+  } cases[] = {
+      {"mark-range", "00000", edit([=](std::string* s) { Item::markRange(kOneToThree, s); }), "01110"},
+      {"mark-zero-length-beyond-end", "000", edit([=](std::string* s) { Item::markRange(kNothingBeyond, s); }), "000"},
+      {"clear-range", "11111", edit([=](std::string* s) { Item::clearRange(kFirstTwo, s); }), "00111"},
+      {"mark-item", "000", edit([](std::string* s) { Item::markItem(2, s); }), "001"},
+      {"clear-item-other-character", "1x1", edit([](std::string* s) { Item::clearItem(1, s); }), "101"},
+      {"mark-all", "0x0", edit(Item::markAllItems), "111"},
+      {"edit-absent-set", nullptr, edit([](std::string* s) { Item::markItem(3, s); }), "<absent>"},
+      {"range-marked", "0110", test([=](const std::string* s) { return Item::rangeIsMarked(kSecondAndThird, s); }),
+       "yes"},
+      {"range-zero-length", "1111", test([=](const std::string* s) { return Item::rangeIsMarked(kNone, s); }), "no"},
+      {"range-cleared", "1001", test([=](const std::string* s) { return Item::rangeIsCleared(kSecondAndThird, s); }),
+       "yes"},
+      {"item-other-character", "x", test([](const std::string* s) { return Item::itemIsMarked(0, s); }), "no"},
+      {"item-absent-set", nullptr, test([](const std::string* s) { return Item::itemIsMarked(0, s); }), "no"},
+      {"all-marked-empty", "", test(Item::allItemsAreMarked), "no"},
+      {"all-cleared-empty", "", test(Item::allItemsAreCleared), "no"},
+      {"all-cleared-absent", nullptr, test(Item::allItemsAreCleared), "no"},
+      {"all-marked-other-character", "11y", test(Item::allItemsAreMarked), "no"},
   };
-  for (const SetEdit& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     std::optional<std::string> set;
-    if (c.before) set = c.before;
-    c.edit(set ? &*set : nullptr);
-    EXPECT_EQ(set, c.after ? std::optional<std::string>(c.after) : std::nullopt);
-  }
-}
-
-struct SetTest {
-  const char* name;
-  const char* set;
-  std::function<bool(const std::string*)> test;
-  bool expected;
-};
-
-TEST(ScheduledItemTest, GenericTestsReadTheSet) {
-  using Item = KSScheduledItem;
-  const SetTest cases[] = {
-      {"range-marked", "0110",
-       [](const std::string* s) {
-         return Item::rangeIsMarked({1, 2}, s);
-       },
-       true},
-      {"range-zero-length", "1111",
-       [](const std::string* s) {
-         return Item::rangeIsMarked({0, 0}, s);
-       },
-       false},
-      {"range-cleared", "1001",
-       [](const std::string* s) {
-         return Item::rangeIsCleared({1, 2}, s);
-       },
-       true},
-      {"item-other-character", "x", [](const std::string* s) { return Item::itemIsMarked(0, s); }, false},
-      {"item-absent-set", nullptr, [](const std::string* s) { return Item::itemIsMarked(0, s); }, false},
-      {"all-marked-empty", "", [](const std::string* s) { return Item::allItemsAreMarked(s); }, false},
-      {"all-cleared-empty", "", [](const std::string* s) { return Item::allItemsAreCleared(s); }, false},
-      {"all-cleared-absent", nullptr, [](const std::string* s) { return Item::allItemsAreCleared(s); }, false},
-      {"all-marked-other-character", "11y", [](const std::string* s) { return Item::allItemsAreMarked(s); }, false},
-  };
-  for (const SetTest& c : cases) {
-    SCOPED_TRACE(c.name);
-    const std::optional<std::string> set = c.set ? std::optional<std::string>(c.set) : std::nullopt;
-    EXPECT_EQ(c.test(set ? &*set : nullptr), c.expected);
+    if (c.set) set = c.set;
+    EXPECT_EQ(c.operation(set ? &*set : nullptr), c.expected);
   }
 }
 
@@ -134,24 +77,6 @@ TEST(ScheduledItemTest, IndexOrRangeBeyondTheSetThrowsToTheCaller) {
   EXPECT_THROW(KSScheduledItem::markRange({3, 2}, &set), std::out_of_range);
   EXPECT_THROW((void)KSScheduledItem::rangeIsCleared({5, 1}, &set), std::out_of_range);
   EXPECT_EQ(set, "0000");
-}
-
-TEST(ScheduledItemTest, EachSetOperationEditsItsOwnSet) {
-  auto item = newItem();
-  item->clearEveryMonth();
-  item->selectMonth(11);
-  item->selectDayOfMonth(30);
-  item->clearDayOfWeek(1);
-  item->selectEveryHour();
-  item->clearHour(23);
-  item->selectMinute(59);
-  EXPECT_EQ(text(item->scheduledMonths()), "000000000001");
-  EXPECT_EQ(text(item->scheduledDaysOfMonth()), std::string(30, '0') + "1");
-  EXPECT_EQ(text(item->scheduledDaysOfWeek()), "0011110");
-  EXPECT_EQ(text(item->scheduledHours()), std::string(23, '1') + "0");
-  EXPECT_EQ(text(item->scheduledMinutes()), "1" + std::string(58, '0') + "1");
-  EXPECT_TRUE(item->monthIsSelected(11) && item->dayOfMonthIsSelected(30) && item->minuteIsSelected(59));
-  EXPECT_FALSE(item->everyHourIsSelected());
 }
 
 TEST(ScheduledItemTest, CopyHasItsOwnLockAndSetsAndSharesTheSynchronizer) {
@@ -194,13 +119,11 @@ TEST(ScheduledItemTest, GuardLogsTheSelectorSwallowsAndReleasesTheLock) {
          i.setScheduledMonths("0");
          return text(i.scheduledMonths()) != "0";
        }},
-      {"scheduledDaysOfMonth", [](KSScheduledItem& i) { return i.scheduledDaysOfMonth() == nullptr; }},
       {"setScheduledDaysOfWeek:",
        [](KSScheduledItem& i) {
          i.setScheduledDaysOfWeek("1");
          return text(i.scheduledDaysOfWeek()) != "1";
        }},
-      {"scheduledHours", [](KSScheduledItem& i) { return i.scheduledHours() == nullptr; }},
       {"scheduledMinutes", [](KSScheduledItem& i) { return !i.minuteIsSelected(0); }},
       {"leftTargetVolumeSpecifier", [](KSScheduledItem& i) { return i.leftTargetVolumeSpecifier() == nullptr; }},
       {"setRightTargetVolumeSpecifier:",
@@ -250,8 +173,7 @@ TEST(ScheduledItemTest, FailedCopyIsReturnedWithoutALock) {
 
 TEST(ScheduledItemTest, DocumentAliasSetsThePathItLeadsTo) {
   ScratchFolder folder;
-  const std::string document = folder.file("Backup.halyard");
-  std::fclose(std::fopen(document.c_str(), "w"));
+  const std::string document = folder.emptyFile("Backup.halyard");
   auto item = newItem();
   item->setDocumentAlias(fileservices::createAliasObjectFromNSPath(document));
   EXPECT_EQ(item->documentPathName(), document);

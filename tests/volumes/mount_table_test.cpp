@@ -12,7 +12,8 @@ namespace {
 
 // A btrfs file system (0:39 in the table) with its top at /data and its
 // subvolume "home" at /home, a bind mount of a folder of the top, an ext4
-// root, a snap's squashfs image and a tmpfs mounted over a folder of /data.
+// root, a snap's squashfs image, a tmpfs mounted over a folder of /data, lines
+// the parser refuses, then a USB stick mounted twice and an NFS share.
 constexpr const char* kTable =
     "22 1 254:0 / / rw,relatime shared:1 - ext4 /dev/vda rw\n"
     "40 22 0:39 / /data rw,relatime shared:7 - btrfs /dev/loop0 rw,space_cache=v2,subvolid=5,subvol=/\n"
@@ -23,7 +24,10 @@ constexpr const char* kTable =
     "bad line\n"
     "45 22 x:1 / /broken rw - tmpfs tmpfs rw\n"
     "46 22 0:46 / /no-type rw -\n"
-    "47 22 0:47 relative /odd rw - tmpfs tmpfs rw\n";
+    "47 22 0:47 relative /odd rw - tmpfs tmpfs rw\n"
+    "48 22 8:17 / /media/u/Stick rw - vfat /dev/sdb1 rw\n"
+    "49 22 8:17 / /mnt/again rw - vfat /dev/sdb1 rw\n"
+    "50 22 0:50 / /mnt/share rw - nfs4 server:/export rw\n";
 
 std::vector<MountEntry> table() {
   auto entries = parseMountTable(kTable);
@@ -33,7 +37,7 @@ std::vector<MountEntry> table() {
 
 TEST(MountTable, LinesAreParsedAndUnescaped) {
   const auto entries = table();
-  ASSERT_EQ(entries.size(), 6u);
+  ASSERT_EQ(entries.size(), 9u);
   EXPECT_EQ(entries[0].mountID, 22u);
   EXPECT_EQ(entries[0].device, (254u << 8));
   EXPECT_EQ(entries[1].fsType, "btrfs");
@@ -72,7 +76,13 @@ TEST(MountTable, VolumesAreDevicesAndSubvolumesNotImagesOrPseudoFileSystems) {
   const auto entries = table();
   std::vector<std::string> points;
   for (const MountEntry& e : localVolumeMounts(entries)) points.push_back(e.mountPoint);
-  EXPECT_EQ(points, (std::vector<std::string>{"/", "/data", "/home"}));
+  EXPECT_EQ(points, (std::vector<std::string>{"/", "/data", "/home", "/media/u/Stick", "/mnt/share"}));
+  std::vector<MountEntry> rootLast(entries.begin() + 1, entries.end());
+  rootLast.push_back(entries[0]);
+  EXPECT_EQ(localVolumeMounts(rootLast).front().mountPoint, "/") << "the root comes first";
+  const auto appeared = newlyMountedVolumes({entries[0]}, {entries[0], entries[6], entries[8]});
+  ASSERT_EQ(appeared.size(), 2u);
+  EXPECT_EQ(appeared[0].mountPoint, "/media/u/Stick");
   EXPECT_EQ(kindOfMount(entries[4]), MountKind::DiskImage);
   EXPECT_EQ(kindOfMount(entries[5]), MountKind::PseudoFileSystem);
   EXPECT_EQ(volumeRootOf(entries[2]), "/home");

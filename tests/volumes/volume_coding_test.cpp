@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "foundation/archive_test_support.h"
 #include "foundation/archiver.h"
 #include "foundation/unarchiver.h"
 #include "volume_test_support.h"
@@ -16,6 +17,9 @@ namespace halyard {
 namespace {
 
 using testing::diskVolume;
+using testing::joined;
+using testing::kNSObjectRootClass;
+using testing::kRootObjectOpening;
 using testing::managerFor;
 using namespace std::literals;
 
@@ -114,40 +118,21 @@ TEST(VolumeArchive, RoundTripKeepsTheIdentity) {
 }
 
 // Each value of a record's archive, archived alone, as the format's writers
-// write it: the class chain, then the type code and value. S = string
-// table entry, O = object table entry.
-constexpr std::string_view kAlone =
-    "\x04"
-    "\x0b"
-    "streamtyped"
-    "\x81\xe8\x03"  // header: version 4, signature, system 1000
-    "\x84\x01"
-    "@"        // group type: new S0 "@"
-    "\x84"sv;  // new object O0: the value
-constexpr std::string_view kRootClass =
-    "\x84\x84\x08"
-    "NSObject"
-    "\x00"
-    "\x85"sv;  // new class, no superclass
-
-std::string joined(std::initializer_list<std::string_view> parts) {
-  std::string out;
-  for (std::string_view part : parts) out += part;
-  return out;
-}
+// write it: the root object's opening, the class chain, then the type code
+// and value. S = string table entry, O = object table entry.
 
 // NSNumber (O1, S1) → NSValue (O2, S2) → NSObject (O3, S3); group "*" (S4):
 // new C string O4 with new body S5 (the code); group S5 (0x97): the value.
 std::string numberAlone(char code, std::string_view value) {
   const std::string codeText(1, code);
-  return joined({kAlone,
+  return joined({kRootObjectOpening,
                  "\x84\x84\x08"
                  "NSNumber"
                  "\x00"sv,
                  "\x84\x84\x07"
                  "NSValue"
                  "\x00"sv,
-                 kRootClass,
+                 kNSObjectRootClass,
                  "\x84\x01"
                  "*"
                  "\x84\x84\x01"sv,
@@ -157,11 +142,11 @@ std::string numberAlone(char code, std::string_view value) {
 // NSString version 1 → NSObject; group "+": byte count, bytes.
 std::string stringAlone(std::string_view text) {
   const std::string count(1, static_cast<char>(text.size()));
-  return joined({kAlone,
+  return joined({kRootObjectOpening,
                  "\x84\x84\x08"
                  "NSString"
                  "\x01"sv,
-                 kRootClass,
+                 kNSObjectRootClass,
                  "\x84\x01"
                  "+"sv,
                  count, text, "\x86"sv});
@@ -173,7 +158,7 @@ std::string dataAlone(bool mutableData, std::string_view bytes) {
   const std::string count(1, static_cast<char>(bytes.size()));
   const std::string code = "[" + std::to_string(bytes.size()) + "c]";
   const std::string codeLength(1, static_cast<char>(code.size()));
-  return joined({kAlone,
+  return joined({kRootObjectOpening,
                  mutableData ? "\x84\x84\x0d"
                                "NSMutableData"
                                "\x00"sv
@@ -181,7 +166,7 @@ std::string dataAlone(bool mutableData, std::string_view bytes) {
                  "\x84\x84\x06"
                  "NSData"
                  "\x00"sv,
-                 kRootClass,
+                 kNSObjectRootClass,
                  "\x84\x01"
                  "i"sv,
                  count, "\x84"sv, codeLength, code, bytes, "\x86"sv});

@@ -1,9 +1,10 @@
 #pragma once
-// A fake machine for the volume tests: volumes described in data, and a file
-// manager that reaches them.
+// A fake machine for the volume tests: volumes described in data, a file
+// manager that reaches them, and records made on it.
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "fileservices/vt_file_manager.h"
 #include "volumes/fake_volume_queries.h"
@@ -37,6 +38,19 @@ inline std::shared_ptr<fileservices::VTFileManager> managerFor(std::shared_ptr<c
   auto manager = fileservices::VTFileManager::make();
   manager->setVolumeQueries(std::move(machine));
   return manager;
+}
+
+// A machine with the volumes given.
+inline std::shared_ptr<FakeVolumeQueries> machineOf(std::vector<FakeVolume> volumes) {
+  auto machine = std::make_shared<FakeVolumeQueries>();
+  machine->volumes = std::move(volumes);
+  return machine;
+}
+
+// The record of `path` as a file manager on `machine` makes it.
+inline std::shared_ptr<VolumeSpecifier> recordOn(std::shared_ptr<const VolumeQueries> machine,
+                                                 const std::string& path) {
+  return VolumeSpecifier::volumeSpecifierWithPath(path, managerFor(std::move(machine)));
 }
 
 // Turns the debugging switches named on for the life of the object.
