@@ -1,5 +1,6 @@
-// Power registration with a fake logind on a private system bus, and a sleep
-// across a scheduled minute with wake-to-sync on.
+// Power registration with a fake logind on a private system bus: a sleep
+// across a scheduled minute with wake-to-sync on, end to end, and a wake
+// after logind or the system bus restarted.
 
 #include "foundation/log_sink.h"
 #include "recording_wake_tool.h"
@@ -24,7 +25,6 @@ TEST_F(SleepTest, AfterASleepAcrossAScheduledMinuteTheItemIsHandedOverOnceAndThe
   ASSERT_TRUE(waitForApplication());
   writeSchedule(path("ScheduleData.sched"), {makeItem("asleep", 10, 2)});
   auto tool = std::make_shared<RecordingWakeTool>();
-  tool->letAnswer();
   wakeTool_ = tool;
   preferences_->setBool(prefs::kWakeSystemToSynch, true);
   makeDaemon();
@@ -39,10 +39,15 @@ TEST_F(SleepTest, AfterASleepAcrossAScheduledMinuteTheItemIsHandedOverOnceAndThe
 
   beatAt(10, 1, 0);
   emitPrepareForSleep(true);
+  ASSERT_TRUE(waitUntil([&] { return tool->requests().size() == 1; }));
+  EXPECT_TRUE(power.holdsInhibitor());  // the sleep waits until the wake-up is set
+  tool->letAnswer();
   ASSERT_TRUE(waitUntil([&] { return !power.holdsInhibitor(); }));  // the sleep is allowed
   ASSERT_TRUE(logind.waitForOutput("inhibitor released"));
   ASSERT_EQ(tool->requests().size(), 2u);
+  EXPECT_EQ(tool->requests()[0].command, wake::Command::CancelOwnEvents);
   EXPECT_EQ(tool->requests()[1].command, wake::Command::SchedulePowerOn);
+  // 10:02:00 would be only 60 s away: the wake-up is placed 100 s after falling asleep.
   EXPECT_EQ(tool->requests()[1].powerOnUnixSeconds, toUnixSeconds(clock_.civil(2026, 3, 4, 10, 2, 40)));
   clock_.setCivil(2026, 3, 4, 10, 2, 40);  // the machine slept through 10:02
   emitPrepareForSleep(false);
@@ -61,12 +66,6 @@ TEST_F(SleepTest, AfterASleepAcrossAScheduledMinuteTheItemIsHandedOverOnceAndThe
   ASSERT_NE(first, std::string::npos);
   EXPECT_EQ(output.find("item \"asleep\"", first + 1), std::string::npos) << output;
 }
-
-}  // namespace
-}  // namespace halyard::agent::testing
-
-namespace halyard::agent::testing {
-namespace {
 
 TEST_F(SleepTest, AfterLogindOrTheSystemBusRestartsAWakeStillMakesAMissedCheck) {
   struct Case {
