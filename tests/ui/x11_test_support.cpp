@@ -1,7 +1,6 @@
 #include "x11_test_support.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QFile>
 #include <QRegularExpression>
 #include <QStandardPaths>

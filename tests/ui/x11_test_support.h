@@ -6,7 +6,6 @@
 #include <QRect>
 #include <QString>
 #include <QStringList>
-#include <memory>
 #include <string>
 #include <vector>
 
