@@ -1,6 +1,7 @@
-// HalyardDaemon in-process: start-up and preferences, the monitor's
-// hand-over and mounts, quit requests and suspension. The heartbeat's rules
-// are the simulation's tests, which the daemon is compared with.
+// HalyardDaemon in-process: start-up and preferences, a wake's missed check,
+// the monitor's hand-over and mounts, quit requests and suspension. The
+// heartbeat's gap rules are the simulation's tests, which the daemon is
+// compared with.
 
 #include <QFile>
 
@@ -42,6 +43,19 @@ TEST_F(DaemonTest, FirstStartSeedsThePreferencesAndBroadcastsTheState) {
     EXPECT_EQ(log.lines(), (Names{kRunningMessage, kTerminatedMessage}));
     daemon_.reset();
   }
+}
+
+TEST_F(DaemonTest, AWakeMakesSecondZeroRunTheMissedCheck) {
+  writeSchedule(path("ScheduleData.sched"), {makeItem("at-10:01", 10, 1), makeItem("at-10:02", 10, 2)});
+  makeDaemon();
+  mounts_.mount(dir_.path().toStdString());
+  beatAt(10, 0, 30);  // a mounted-volume check: the last check is 10:00:30
+  beatAt(10, 1, 20);  // nothing to do between whole minutes
+  daemon_->setAwokeFromSleep(true);
+  beatAt(10, 2, 0);
+  EXPECT_FALSE(daemon_->awokeFromSleep());
+  // The missed check covers 10:00:30 to now: both minutes, where the new check would find 10:02 only.
+  EXPECT_EQ(parked(), (Names{"at-10:01", "at-10:02"}));
 }
 
 TEST_F(DaemonTest, MountsSeenAtSecondZeroAreCheckedAtSecondOne) {
