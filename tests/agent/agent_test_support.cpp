@@ -2,12 +2,16 @@
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
+#include <QDBusInterface>
+#include <QDBusReply>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
+#include "agent/status_service.h"
 #include "schedule/schedule_file.h"
 
 namespace halyard::agent::testing {
@@ -21,10 +25,15 @@ void ensureApplication() {
 }
 
 bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
-  QDeadlineTimer deadline(timeout);
+  ensureApplication();
+  // The loop sleeps until an event comes; the tick wakes it for what no event
+  // announces (a file another process writes, a state another thread sets).
+  QTimer tick;
+  tick.start(10);
+  const QDeadlineTimer deadline(timeout);
   while (!condition()) {
     if (deadline.hasExpired()) return false;
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
   }
   return true;
 }
@@ -168,6 +177,37 @@ std::unique_ptr<TestProcess> startFakeLogind(const PrivateBus& session, const Pr
                                               session.address(), system.address());
   EXPECT_TRUE(logind->waitForOutput("ready"));
   return logind;
+}
+
+AgentOnBuses::AgentOnBuses(const QString& display, const QString& platform) : display_(display), platform_(platform) {
+  ensureApplication();
+  QDir(home_.path()).mkpath("data/Halyard");
+  logind_ = startFakeLogind(session_, system_);
+}
+
+TestProcess::Environment AgentOnBuses::environment() const {
+  TestProcess::Environment environment{{"XDG_DATA_HOME", home_.path() + "/data"},
+                                       {"XDG_CONFIG_HOME", home_.path() + "/config"},
+                                       {"TZ", "UTC"},
+                                       {"LC_ALL", "C"},
+                                       {"NO_AT_BRIDGE", "1"}};
+  if (!display_.isEmpty())
+    environment.insert(environment.end(), {{"DISPLAY", display_}, {"QT_QPA_PLATFORM", platform_}});
+  return environment;
+}
+
+std::unique_ptr<TestProcess> AgentOnBuses::start() { return spawn(backgrounderPath(), {"--log-stderr"}); }
+
+std::unique_ptr<TestProcess> AgentOnBuses::spawn(const std::string& program, const std::vector<std::string>& args) {
+  return std::make_unique<TestProcess>(program, args, session_.address(), system_.address(), environment());
+}
+
+QVariantMap AgentOnBuses::status() const {
+  QDBusConnection connection = session_.connect("agent-status");
+  const QDBusReply<QVariantMap> reply =
+      QDBusInterface(kAgentBusName, kAgentObjectPath, kAgentInterface, connection).call("Status");
+  QDBusConnection::disconnectFromBus("agent-status");
+  return reply.isValid() ? reply.value() : QVariantMap();
 }
 
 std::string childStateProbePath() { return HALYARD_BINARY_DIR "/tests/agent/child_state_probe"; }

@@ -4,8 +4,10 @@
 // the fake logind, and schedule files written with the schedule library.
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -118,6 +120,29 @@ FakeVolume fakeVolume(const std::string& label, std::uint64_t device, const std:
 // The fake logind on `system`, once it owns its name.
 std::unique_ptr<TestProcess> startFakeLogind(const PrivateBus& session, const PrivateBus& system);
 
+// The agent executable as a user runs it: its files under a temporary home,
+// a private session bus, a private system bus with the fake logind, and on a
+// display with a Qt platform when given (else with none).
+class AgentOnBuses {
+ public:
+  explicit AgentOnBuses(const QString& display = {}, const QString& platform = {});
+  std::string dataFolder() const { return home_.path().toStdString() + "/data/Halyard"; }
+  std::unique_ptr<TestProcess> start();
+  // A process of the test on the same buses and display (halyardctl, a fake).
+  std::unique_ptr<TestProcess> spawn(const std::string& program, const std::vector<std::string>& args);
+  // The figures the running agent reports through its Status method; empty when it does not answer.
+  QVariantMap status() const;
+
+  PrivateBus session_;
+  PrivateBus system_{"system"};
+
+ private:
+  TestProcess::Environment environment() const;
+  QString display_, platform_;
+  QTemporaryDir home_;
+  std::unique_ptr<TestProcess> logind_;
+};
+
 // Paths of the built programs and the test's scripts.
 std::string halyardctlPath();
 std::string backgrounderPath();
@@ -129,6 +154,28 @@ std::string childStateProbePath();
 std::shared_ptr<KSScheduledItem> makeItem(const std::string& description, int hour, int minute, int type = 5);
 // Writes the items as a schedule file with the schedule library.
 void writeSchedule(const std::string& path, const std::vector<std::shared_ptr<KSScheduledItem>>& items);
+
+// Sets environment variables for its lifetime and puts the old values back.
+class ScopedEnvironment {
+ public:
+  explicit ScopedEnvironment(std::initializer_list<std::pair<const char*, const char*>> values) {
+    for (const auto& [name, value] : values) {
+      const char* old = std::getenv(name);
+      saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
+      if (value) setenv(name, value, 1);
+      else unsetenv(name);
+    }
+  }
+  ~ScopedEnvironment() {
+    for (const auto& [name, old] : saved_) {
+      if (old) setenv(name.c_str(), old->c_str(), 1);
+      else unsetenv(name.c_str());
+    }
+  }
+
+ private:
+  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
 
 // How many times `part` stands in `text`, without overlaps.
 std::size_t occurrences(const std::string& text, const std::string& part);

@@ -33,11 +33,9 @@ class TestStatusItem final : public StatusItemHost {
 class TestAlertPanel final : public AlertPanelHost {
  public:
   AlertResponse runAlertPanel(const AlertRequest& request) override {
-    titles.push_back(request.title);
     requests.push_back(request);
     return answer;
   }
-  std::vector<std::string> titles;
   std::vector<AlertRequest> requests;
   AlertResponse answer = AlertResponse::Stop;
 };

@@ -1,7 +1,7 @@
-// The agent's opt-in scheduling preferences in the daemon itself: exactly-once
-// checks, and the last check kept across a restart to catch up what passed
-// while the agent was not running. With both off the agent is as before
-// (every other test of the daemon).
+// The agent's opt-in scheduling preferences in the daemon itself: the last
+// check kept across a restart to catch up what passed while the agent was
+// not running, and the menu's next run in the exactly-once mode. The
+// exactly-once checks themselves: the simulation's tests.
 
 #include "daemon_fixture.h"
 #include "foundation/file_io.h"
@@ -16,36 +16,7 @@ class OptInSchedulingTest : public DaemonFixture {
   OptInSchedulingTest() {
     writeSchedule(path("ScheduleData.sched"), {makeItem("at-9:31", 9, 31, 4), makeItem("at-9:33", 9, 33, 4)});
   }
-  // A beat, and what it handed over (a launch parks each hand-over afresh).
-  void beat(int h, int m, int s) {
-    beatAt(h, m, s);
-    for (const std::string& name : parked()) handedOver_.push_back(name);
-    daemon_->notifyMonitor()->setAddedItems({});
-  }
-  Names handedOver_;
 };
-
-TEST_F(OptInSchedulingTest, ExactlyOnceHandsAMinuteOverOnceWhateverTheClockDoes) {
-  struct Case {
-    const char* name;
-    bool exactlyOnce;
-    Names parked;
-  } cases[] = {
-      {"as the heartbeat's rules say: the minute runs again", false, {"at-9:31", "at-9:31"}},
-      {"exactly once: a minute already handed over is not again", true, {"at-9:31"}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    preferences_->setBool(prefs::kExactlyOnceScheduling, c.exactlyOnce);
-    makeDaemon();
-    handedOver_.clear();
-    beat(9, 30, 0);
-    beat(9, 31, 0);
-    beat(9, 30, 40);  // the clock set back 20 s: no gap
-    beat(9, 31, 0);
-    EXPECT_EQ(handedOver_, c.parked);
-  }
-}
 
 TEST_F(OptInSchedulingTest, ARestartedAgentCatchesUpWhatPassedWhileItWasStopped) {
   struct Case {

@@ -5,11 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
+#include "simulation_support.h"
 
-#include "agent/rules/simulation.h"
-
-namespace halyard::agent {
+namespace halyard::agent::testing {
 namespace {
 
 using K = SimulationEvent::Kind;
@@ -41,69 +39,58 @@ bool plainlySelected(const KSScheduledItem& item, const cctz::civil_minute& m, c
 
 cctz::civil_minute civilOf(CivilMinute minute) { return cctz::civil_minute(1970, 1, 1, 0, 0) + minute; }
 
-class RandomYear {
- public:
-  explicit RandomYear(std::uint64_t seed) : rng_(seed) {}
-
-  ScheduleItems items(TimeInterval from) {
-    ScheduleItems made;
-    for (int i = 0; i < 10; ++i) {
-      // Whole-minute starts are as common as others: their first minute is an edge.
-      const TimeInterval start = from + 60 * std::round(uniform(-1e6, 3e7) / 60) +
-                                 (chance(0.5) ? 0 : std::round(uniform(0, 59)) + (chance(0.5) ? 0.5 : 0));
-      auto item = std::make_shared<KSScheduledItem>(CalendarDate::make(start, TimeZone::make("UTC")));
-      item->setDescription("item " + std::to_string(i));
-      item->setScheduleType(std::vector<int>{3, 4, 5, 5, 7, 0, 9, 6}[i % 8]);
-      item->setActive(i != 9);
-      item->setScheduledMonths(set(12, 0.8));
-      item->setScheduledDaysOfMonth(set(31, 0.4));
-      item->setScheduledDaysOfWeek(set(7, 0.5));
-      item->setScheduledHours(set(24, 0.3));
-      item->setScheduledMinutes(set(60, 0.08));
-      made.push_back(item);
-    }
-    return made;
+// Ten items of every type, one inactive, starting anywhere in the year.
+ScheduleItems randomItems(RandomDraws& random, TimeInterval from) {
+  ScheduleItems made;
+  for (int i = 0; i < 10; ++i) {
+    // Whole-minute starts are as common as others: their first minute is an edge.
+    const TimeInterval start =
+        from + 60 * std::round(random.uniform(-1e6, 3e7) / 60) +
+        (random.chance(0.5) ? 0 : std::round(random.uniform(0, 59)) + (random.chance(0.5) ? 0.5 : 0));
+    auto item = std::make_shared<KSScheduledItem>(CalendarDate::make(start, TimeZone::make("UTC")));
+    item->setDescription("item " + std::to_string(i));
+    item->setScheduleType(std::vector<int>{3, 4, 5, 5, 7, 0, 9, 6}[i % 8]);
+    item->setActive(i != 9);
+    item->setScheduledMonths(random.set(12, 0.8));
+    item->setScheduledDaysOfMonth(random.set(31, 0.4));
+    item->setScheduledDaysOfWeek(random.set(7, 0.5));
+    item->setScheduledHours(random.set(24, 0.3));
+    item->setScheduledMinutes(random.set(60, 0.08));
+    made.push_back(item);
   }
+  return made;
+}
 
-  std::vector<SimulationEvent> events(TimeInterval from, TimeInterval until) {
-    std::vector<SimulationEvent> made;
-    TimeInterval clock = from;
-    for (TimeInterval at = from + uniform(3600, 86400 * 4); at < until; at = clock + uniform(600, 86400 * 4)) {
-      const K kind = std::vector<K>{K::Sleep, K::Clock, K::Clock, K::Restart}[static_cast<std::size_t>(uniform(0, 4))];
-      const double length = std::round(uniform(30, kind == K::Clock ? 3 * 3600 : 12 * 3600)) + (chance(0.3) ? 0.25 : 0);
-      const bool back = kind == K::Clock && chance(0.5);
-      made.push_back({kind, std::round(at), std::round(at) + (back ? -std::min(length, 5400.0) : length)});
-      clock = std::max(made.back().at, made.back().to);
-    }
-    return made;
+// Sleeps, clock changes both ways and restarts, every few days.
+std::vector<SimulationEvent> randomEvents(RandomDraws& random, TimeInterval from, TimeInterval until) {
+  std::vector<SimulationEvent> made;
+  TimeInterval clock = from;
+  for (TimeInterval at = from + random.uniform(3600, 86400 * 4); at < until;
+       at = clock + random.uniform(600, 86400 * 4)) {
+    const K kind =
+        std::vector<K>{K::Sleep, K::Clock, K::Clock, K::Restart}[static_cast<std::size_t>(random.uniform(0, 4))];
+    const double length =
+        std::round(random.uniform(30, kind == K::Clock ? 3 * 3600 : 12 * 3600)) + (random.chance(0.3) ? 0.25 : 0);
+    const bool back = kind == K::Clock && random.chance(0.5);
+    made.push_back({kind, std::round(at), std::round(at) + (back ? -std::min(length, 5400.0) : length)});
+    clock = std::max(made.back().at, made.back().to);
   }
-
- private:
-  double uniform(double low, double high) { return std::uniform_real_distribution<double>(low, high)(rng_); }
-  bool chance(double p) { return std::bernoulli_distribution(p)(rng_); }
-  std::string set(std::size_t length, double density) {
-    std::string made(length, '0');
-    for (char& c : made) c = chance(density) ? '1' : '0';
-    return made;
-  }
-  std::mt19937_64 rng_;
-};
+  return made;
+}
 
 TEST(ExactlyOnce, EveryCivilMinuteOfAYearIsCoveredOnceAndEachSelectedItemHandedOver) {
-  const char* const kZones[] = {"America/New_York", "Europe/Berlin", "Australia/Lord_Howe"};
   for (int z = 0; z < 3; ++z) {
     SCOPED_TRACE(kZones[z]);
     const cctz::time_zone zone = loadTimeZone(kZones[z]).value();
-    RandomYear random(static_cast<std::uint64_t>(z) + 40);
-    SimulationOptions options;
-    options.zone = zone;
-    options.from = joinInstant(cctz::convert(cctz::civil_second(2026, 1, 1, 0, 0, 0), zone), 0);
-    options.to = joinInstant(cctz::convert(cctz::civil_second(2027, 1, 1, 0, 0, 30), zone), 0);
-    options.exactlyOnce = true;
-    options.catchUp = true;
-    options.allChecks = true;
-    const ScheduleItems items = random.items(options.from);
-    const auto events = random.events(options.from, options.to - 86400);
+    RandomDraws random(static_cast<std::uint64_t>(z) + 40);
+    const SimulationOptions options{.from = wall(zone, 2026, 1, 1, 0, 0),
+                                    .to = wall(zone, 2027, 1, 1, 0, 0, 30),
+                                    .zone = zone,
+                                    .allChecks = true,
+                                    .exactlyOnce = true,
+                                    .catchUp = true};
+    const ScheduleItems items = randomItems(random, options.from);
+    const auto events = randomEvents(random, options.from, options.to - 86400);
     ASSERT_GT(events.size(), 30u);
 
     CivilMinute next = civilMinuteAt(options.from, zone);
@@ -140,7 +127,7 @@ TEST(ExactlyOnce, EveryCivilMinuteOfAYearIsCoveredOnceAndEachSelectedItemHandedO
 // on the whole minute: the beat at second 0 comes after it.
 TEST(ExactlyOnce, ATypeThreeStartOnTheWholeMinuteRunsInThatMinute) {
   const cctz::time_zone zone = loadTimeZone("Europe/Berlin").value();
-  const TimeInterval minute = joinInstant(cctz::convert(cctz::civil_second(2026, 3, 2, 9, 30, 0), zone), 0);
+  const TimeInterval minute = wall(zone, 2026, 3, 2, 9, 30);
   const struct {
     const char* name;
     double startAfterMinute;
@@ -161,4 +148,4 @@ TEST(ExactlyOnce, ATypeThreeStartOnTheWholeMinuteRunsInThatMinute) {
   }
 }
 
-}  // namespace halyard::agent
+}  // namespace halyard::agent::testing

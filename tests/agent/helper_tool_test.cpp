@@ -84,10 +84,10 @@ TEST_F(HelperToolTest, TurningWakeToSyncOnNeedsAValidTool) {
     SCOPED_TRACE(valid ? "valid tool" : "no valid tool");
     if (valid) copyInto("user");
     makeDaemon();
-    alertPanel_.titles.clear();
+    alertPanel_.requests.clear();
     daemon_->wakeToSynchStateChanged({{notifications::kStateKey, true}});
     EXPECT_EQ(preferences_->boolForKey(prefs::kWakeSystemToSynch), valid);
-    EXPECT_EQ(alertPanel_.titles.size(), valid ? 0u : 1u);
+    EXPECT_EQ(alertPanel_.requests.size(), valid ? 0u : 1u);
     ASSERT_TRUE(waitForSeen(notifications::kWakeToSynchUpdated, valid ? 2 : 1));
     EXPECT_EQ(seen(notifications::kWakeToSynchUpdated).back().value(notifications::kStateKey).toBool(), valid);
   }
@@ -156,7 +156,7 @@ TEST_F(WakeToolLauncherTest, TurningWakeToSyncOnMakesTheCopyAndFindsTheRtcUnusab
   daemon_->wakeToSynchStateChanged({{notifications::kStateKey, true}});
   ASSERT_TRUE(waitForSeen(notifications::kWakeToSynchUpdated));
   EXPECT_TRUE(daemon_->validHelperToolExists());
-  EXPECT_TRUE(alertPanel_.titles.empty());
+  EXPECT_TRUE(alertPanel_.requests.empty());
   // The copy's cancel could not read the RTC alarm: wake-to-sync stays off and says why.
   EXPECT_FALSE(seen(notifications::kWakeToSynchUpdated).back().value(notifications::kStateKey).toBool());
   EXPECT_FALSE(preferences_->boolForKey(prefs::kWakeSystemToSynch));

@@ -1,5 +1,5 @@
-// The new and the missed checks over schedule files, and schedule files that
-// cannot be read.
+// The daemon's new, missed and mounted-volume checks over schedule files, and
+// schedule files that cannot be read.
 
 #include "agent/hand_over.h"
 #include "daemon_fixture.h"
@@ -29,7 +29,9 @@ Item with(Item item, const std::function<void(KSScheduledItem&)>& change) {
   return item;
 }
 
-TEST_F(JobSelectionTest, NewCheckMatchesTheMinuteByScheduleType) {
+// The type table itself: the minute check's tests. Here the daemon reads the
+// items from the file and checks them at the beat's instant.
+TEST_F(JobSelectionTest, NewCheckFindsTheItemsOfTheBeatsMinute) {
   const auto startAt = [&](TimeInterval t) {
     return [t](KSScheduledItem& i) { i.setStartDate(CalendarDate::make(t, TimeZone::make("Europe/Berlin"))); };
   };
@@ -38,35 +40,16 @@ TEST_F(JobSelectionTest, NewCheckMatchesTheMinuteByScheduleType) {
     Item item;
     bool due;
   } cases[] = {
-      {"type 5 on a selected weekday", makeItem("a", 9, 30, 5), true},
-      {"type 5, Wednesday cleared", with(makeItem("a", 9, 30, 5), [](auto& i) { i.clearDayOfWeek(3); }), false},
-      {"type 7 on a selected day", with(makeItem("a", 9, 30, 7), [](auto& i) { i.clearEveryDayOfWeek(); }), true},
-      {"type 7, the 4th cleared", with(makeItem("a", 9, 30, 7), [](auto& i) { i.clearDayOfMonth(3); }), false},
-      {"type 4 ignores both day sets",
-       with(makeItem("a", 9, 30, 4),
-            [](auto& i) {
-              i.clearEveryDayOfWeek();
-              i.clearEveryDayOfMonth();
-            }),
-       true},
+      {"this minute", makeItem("a", 9, 30, 5), true},
+      {"another minute", makeItem("a", 9, 31, 5), false},
       {"type 3 started at 09:30:00", with(makeItem("a", 9, 30, 3), startAt(at(9, 30, 0))), true},
       {"type 3 starting at the beat", with(makeItem("a", 9, 30, 3), startAt(at(9, 30, 0, 0.4))), false},
-      {"type 3 starting later", with(makeItem("a", 9, 30, 3), startAt(at(9, 30, 1))), false},
-      {"type 6 never", makeItem("a", 9, 30, 6), false},
-      {"an unknown type never", makeItem("a", 9, 30, 2), false},
-      {"inactive", with(makeItem("a", 9, 30, 5), [](auto& i) { i.setActive(false); }), false},
-      {"another minute", makeItem("a", 9, 31, 5), false},
-      {"another hour", makeItem("a", 10, 30, 5), false},
-      {"March cleared", with(makeItem("a", 9, 30, 5), [](auto& i) { i.clearMonth(2); }), false},
-      {"a minute set too short", with(makeItem("a", 9, 30, 5), [](auto& i) { i.setScheduledMinutes("1"); }), false},
   };
   clock_.set(at(9, 30, 0, 0.4));
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    const auto items = roundTrip(c.item);
-    ASSERT_TRUE(items.has_value());
     ScheduleItems due;
-    EXPECT_EQ(daemon_->checkForNewJobs(items, &due), c.due);
+    EXPECT_EQ(daemon_->checkForNewJobs(roundTrip(c.item), &due), c.due);
     EXPECT_EQ(due.size(), c.due ? 1u : 0u);
   }
 }
@@ -120,8 +103,6 @@ TEST_F(JobSelectionTest, AnUnreadableScheduleHandsNothingOverAndTheAgentGoesOn) 
   } cases[] = {
       {"truncated", whole.substr(0, whole.size() / 2)},
       {"garbage", std::string("streamtyped\x81\xe8\x03\x84\x01@\x84\x84\x84\xff\xff\xff\xff", 24)},
-      {"empty", ""},
-      {"not an archive", "hello, world"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

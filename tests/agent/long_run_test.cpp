@@ -28,12 +28,6 @@ long residentKilobytes() {
   return -1;
 }
 
-std::size_t occurrences(const std::string& text, const std::string& word) {
-  std::size_t count = 0;
-  for (auto at = text.find(word); at != std::string::npos; at = text.find(word, at + word.size())) ++count;
-  return count;
-}
-
 using LongRunTest = DaemonFixture;
 
 TEST_F(LongRunTest, ADayOfBeatsHandsOverEveryHourAndKeepsItsMemory) {

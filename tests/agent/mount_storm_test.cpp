@@ -6,10 +6,6 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
-#include <QDBusInterface>
-#include <QDBusReply>
-#include <QTemporaryDir>
-
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -28,7 +24,6 @@ constexpr int kMountsPerBurst = 1000;  // each mounted and unmounted: two events
 
 TEST(MountStorm, EveryMountOfTheItemsVolumeAmidTenThousandEventsIsHandedOver) {
   RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE();
-  ensureApplication();
   ::halyard::testing::Scratch scratch;
   if (!scratch.makeImage("wanted.img", "Wanted", 1600000000)) GTEST_SKIP() << "mkfs.ext4 cannot make an image here";
   if (!scratch.mount("-o loop", scratch.path("wanted.img"), "first")) GTEST_SKIP() << "cannot loop-mount ext4 here";
@@ -38,16 +33,12 @@ TEST(MountStorm, EveryMountOfTheItemsVolumeAmidTenThousandEventsIsHandedOver) {
       VolumeSpecifier::volumeSpecifierWithPath(scratch.path("first"), fileservices::VTFileManager::make()));
   ASSERT_TRUE(scratch.unmount("first"));
 
-  QTemporaryDir home;
-  writeSchedule(home.path().toStdString() + "/data/Halyard/ScheduleData.sched", {item});
-  PrivateBus session, system("system");
-  auto logind = startFakeLogind(session, system);
-  TestProcess app(halyardctlPath(), {"serve-app"}, session.address());
-  ASSERT_TRUE(app.waitForOutput("running as"));
-  TestProcess agent(
-      backgrounderPath(), {"--log-stderr"}, session.address(), system.address(),
-      {{"XDG_DATA_HOME", home.path() + "/data"}, {"XDG_CONFIG_HOME", home.path() + "/config"}, {"TZ", "UTC"}});
-  ASSERT_TRUE(agent.waitForOutput("is running."));
+  AgentOnBuses onBuses;
+  writeSchedule(onBuses.dataFolder() + "/ScheduleData.sched", {item});
+  auto app = onBuses.spawn(halyardctlPath(), {"serve-app"});
+  ASSERT_TRUE(app->waitForOutput("running as"));
+  auto agent = onBuses.start();
+  ASSERT_TRUE(agent->waitForOutput("is running."));
 
   const std::string storm = scratch.path("storm");
   std::filesystem::create_directories(storm);
@@ -58,20 +49,18 @@ TEST(MountStorm, EveryMountOfTheItemsVolumeAmidTenThousandEventsIsHandedOver) {
     }
     const std::string where = "wanted-" + std::to_string(burst);
     ASSERT_TRUE(scratch.mount("-o loop", scratch.path("wanted.img"), where));
-    ASSERT_TRUE(waitUntil([&] { return occurrences(app.output(), "item \"on-mount\"") == std::size_t(burst); },
+    ASSERT_TRUE(waitUntil([&] { return occurrences(app->output(), "item \"on-mount\"") == std::size_t(burst); },
                           std::chrono::seconds(5)))
-        << "burst " << burst << ": " << app.output() << agent.output();
+        << "burst " << burst << ": " << app->output() << agent->output();
     ASSERT_TRUE(scratch.unmount(where));
   }
 
-  QDBusConnection connection = session.connect("mount-storm-status");
-  QDBusInterface status(kAgentBusName, kAgentObjectPath, kAgentInterface, connection);
-  QDBusReply<QVariantMap> reply = status.call("Status");
-  ASSERT_TRUE(reply.isValid()) << reply.error().message().toStdString();
-  const double worstLateness = reply.value().value(status_keys::kWorstBeatLateness).toDouble();
+  const QVariantMap figures = onBuses.status();
+  ASSERT_TRUE(figures.contains(status_keys::kWorstBeatLateness)) << agent->output();
+  const double worstLateness = figures.value(status_keys::kWorstBeatLateness).toDouble();
   std::cout << "beat lateness: worst " << worstLateness << " s, median "
-            << reply.value().value(status_keys::kMedianBeatLateness).toDouble() << " s\n";
-  EXPECT_LT(worstLateness, 0.1) << agent.output();
+            << figures.value(status_keys::kMedianBeatLateness).toDouble() << " s\n";
+  EXPECT_LT(worstLateness, 0.1) << agent->output();
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ FakeVolume volume(const std::string& label, std::uint64_t device) {
 class MountedVolumeCheckTest : public DaemonFixture {
  protected:
   MountedVolumeCheckTest() {
-    machine_->volumes = {volume("Left", 1), volume("Right", 2), volume("Other", 3)};
+    machine_->volumes = allMounted();
     fileManager_ = fileservices::VTFileManager::make();
     fileManager_->setVolumeQueries(machine_);
     makeDaemon();
@@ -32,23 +32,23 @@ class MountedVolumeCheckTest : public DaemonFixture {
     i->setScheduledRightTargetMounts(onRight);
     return i;
   }
-  void unmount(const std::string& label) {
-    std::erase_if(machine_->volumes, [&](const FakeVolume& v) { return v.device.label == label; });
-  }
+  static std::vector<FakeVolume> allMounted() { return {volume("Left", 1), volume("Right", 2), volume("Other", 3)}; }
   std::shared_ptr<FakeVolumeQueries> machine_ = std::make_shared<FakeVolumeQueries>();
 };
 
-TEST_F(MountedVolumeCheckTest, AMountedTargetMakesTheItemDue) {
+TEST_F(MountedVolumeCheckTest, AMountedTargetMakesTheItemDueOnceBothWantedSidesAreMounted) {
   struct Case {
     const char* name;
     std::shared_ptr<KSScheduledItem> item;
     std::vector<std::string> mounted;
     std::size_t due;
+    const char* absent = "";  // a volume not mounted on the machine
   } cases[] = {
       {"left volume mounted", item(true, false), {"/media/u/Left"}, 1},
       {"an unrelated volume", item(true, true), {"/media/u/Other"}, 0},
       {"right volume, but only the left side triggers", item(true, false), {"/media/u/Right"}, 0},
       {"both sides wanted and both mounted", item(true, true), {"/media/u/Right"}, 1},
+      {"both sides wanted, the other not mounted yet", item(true, true), {"/media/u/Left"}, 0, "Right"},
       {"both mounted in one beat: once per path", item(true, true), {"/media/u/Left", "/media/u/Right"}, 2},
       {"no side triggers", item(false, false), {"/media/u/Left"}, 0},
       {"not a volume-mount item", item(true, false, 5), {"/media/u/Left"}, 0},
@@ -56,22 +56,13 @@ TEST_F(MountedVolumeCheckTest, AMountedTargetMakesTheItemDue) {
   };
   for (Case& c : cases) {
     SCOPED_TRACE(c.name);
+    machine_->volumes = allMounted();
+    std::erase_if(machine_->volumes, [&](const FakeVolume& v) { return v.device.label == c.absent; });
     ScheduleItems due;
     EXPECT_EQ(daemon_->checkForMountedVolumeJobs(ScheduleItems{c.item}, &c.mounted, &due), c.due > 0);
     EXPECT_EQ(due.size(), c.due);
     EXPECT_TRUE(c.mounted.empty()) << "every path is consumed";
   }
-}
-
-TEST_F(MountedVolumeCheckTest, AnItemWaitingForBothSidesRunsWhenTheSecondMounts) {
-  const auto both = item(true, true);
-  unmount("Right");
-  std::vector<std::string> mounted{"/media/u/Left"};
-  ScheduleItems due;
-  EXPECT_FALSE(daemon_->checkForMountedVolumeJobs(ScheduleItems{both}, &mounted, &due));
-  machine_->volumes.push_back(volume("Right", 2));
-  mounted = {"/media/u/Right"};
-  EXPECT_TRUE(daemon_->checkForMountedVolumeJobs(ScheduleItems{both}, &mounted, &due));
 }
 
 }  // namespace

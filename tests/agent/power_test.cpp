@@ -1,8 +1,7 @@
-// Power registration with a fake logind on a private system bus, and a sleep
-// across a scheduled minute with wake-to-sync on.
+// Power registration with a fake logind on a private system bus: no bus,
+// and a wake after logind or the system bus restarted.
 
 #include "foundation/log_sink.h"
-#include "recording_wake_tool.h"
 #include "sleep_fixture.h"
 
 namespace halyard::agent::testing {
@@ -15,58 +14,6 @@ TEST(LogindPower, NoSystemBusIsARegistrationFailure) {
       [](PowerMessage) {});
   EXPECT_FALSE(power.registerForSystemPower());
 }
-
-TEST_F(SleepTest, AfterASleepAcrossAScheduledMinuteTheItemIsHandedOverOnceAndTheWakeUpCancelled) {
-  TestProcess logind("/usr/bin/python3", {fakeLogindPath()}, bus_.address(), system_.address());
-  ASSERT_TRUE(logind.waitForOutput("ready"));
-  TestProcess app(halyardctlPath(), {"serve-app"}, bus_.address());
-  ASSERT_TRUE(app.waitForOutput("running as"));
-  ASSERT_TRUE(waitForApplication());
-  writeSchedule(path("ScheduleData.sched"), {makeItem("asleep", 10, 2)});
-  auto tool = std::make_shared<RecordingWakeTool>();
-  tool->letAnswer();
-  wakeTool_ = tool;
-  preferences_->setBool(prefs::kWakeSystemToSynch, true);
-  makeDaemon();
-  std::vector<PowerMessage> messages;
-  LogindPower power(connector(), [&](PowerMessage message) {
-    messages.push_back(message);
-    if (message == PowerMessage::HasPoweredOn) daemon_->systemHasPoweredOn();
-  });
-  power.setSleepPreparation([&](std::function<void()> allow) { daemon_->systemWillSleep(std::move(allow)); });
-  ASSERT_TRUE(power.registerForSystemPower());
-  ASSERT_TRUE(waitUntil([&] { return power.holdsInhibitor(); }));
-
-  beatAt(10, 1, 0);
-  emitPrepareForSleep(true);
-  ASSERT_TRUE(waitUntil([&] { return !power.holdsInhibitor(); }));  // the sleep is allowed
-  ASSERT_TRUE(logind.waitForOutput("inhibitor released"));
-  ASSERT_EQ(tool->requests().size(), 2u);
-  EXPECT_EQ(tool->requests()[1].command, wake::Command::SchedulePowerOn);
-  EXPECT_EQ(tool->requests()[1].powerOnUnixSeconds, toUnixSeconds(clock_.civil(2026, 3, 4, 10, 2, 40)));
-  clock_.setCivil(2026, 3, 4, 10, 2, 40);  // the machine slept through 10:02
-  emitPrepareForSleep(false);
-  ASSERT_TRUE(waitUntil([&] { return daemon_->awokeFromSleep() && power.holdsInhibitor(); }));
-  EXPECT_EQ(messages, (std::vector<PowerMessage>{PowerMessage::WillSleep, PowerMessage::HasPoweredOn}));
-  ASSERT_TRUE(waitUntil([&] { return tool->requests().size() == 3; }));
-  EXPECT_EQ(tool->requests()[2].command, wake::Command::CancelOwnEvents);
-
-  beatAt(10, 2, 40);  // 100 s after the last check, and just woken: the missed check
-  beatAt(10, 2, 41);
-  beatAt(10, 3, 0);
-  daemon_->launchJobs({makeItem("marker", 0, 0)});
-  ASSERT_TRUE(app.waitForOutput("item \"marker\""));
-  const std::string output = app.output();
-  const auto first = output.find("item \"asleep\"");
-  ASSERT_NE(first, std::string::npos);
-  EXPECT_EQ(output.find("item \"asleep\"", first + 1), std::string::npos) << output;
-}
-
-}  // namespace
-}  // namespace halyard::agent::testing
-
-namespace halyard::agent::testing {
-namespace {
 
 TEST_F(SleepTest, AfterLogindOrTheSystemBusRestartsAWakeStillMakesAMissedCheck) {
   struct Case {

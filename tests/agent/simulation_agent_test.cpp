@@ -66,13 +66,13 @@ TEST_F(SimulationAgreesTest, TheDaemonHandsOverWhatTheSimulationSays) {
     preferences_->setBool(prefs::kExactlyOnceScheduling, exactlyOnce);
     preferences_->setBool(prefs::kSchedulerActive, true);
     makeDaemon();
-    SimulationOptions options;
-    options.zone = clock_.zone();
-    options.from = at(9, 30, 0);
-    options.to = at(10, 50, 0);
-    options.beatFraction = kFraction;
-    options.checkCost = 0;  // the fake clock stands still during a check
-    options.exactlyOnce = exactlyOnce;
+    // No check cost: the fake clock stands still during a check.
+    const SimulationOptions options{.from = at(9, 30, 0),
+                                    .to = at(10, 50, 0),
+                                    .zone = clock_.zone(),
+                                    .beatFraction = kFraction,
+                                    .checkCost = 0,
+                                    .exactlyOnce = exactlyOnce};
     std::vector<std::string> simulated;
     ASSERT_TRUE(simulate(daemon_->loadItems().value(), events, options, [&](const SimulatedCheck& check) {
       std::vector<std::string> names;

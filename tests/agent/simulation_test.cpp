@@ -6,18 +6,13 @@
 
 #include <algorithm>
 #include <chrono>
-#include <random>
 #include <sstream>
 #include <tuple>
 
-#include "agent/rules/simulation.h"
+#include "simulation_support.h"
 
-namespace halyard::agent {
+namespace halyard::agent::testing {
 namespace {
-
-TimeInterval wall(const cctz::time_zone& zone, int y, int mo, int d, int h, int mi, int s = 0, double fraction = 0) {
-  return joinInstant(cctz::convert(cctz::civil_second(y, mo, d, h, mi, s), zone), fraction);
-}
 
 std::shared_ptr<KSScheduledItem> item(const std::string& description, std::int32_t type, std::string hours,
                                       std::string minutes, TimeInterval start) {
@@ -53,68 +48,50 @@ std::vector<std::string> run(const ScheduleItems& items, const std::vector<Simul
   return lines;
 }
 
-class RandomPeriod {
- public:
-  explicit RandomPeriod(std::uint64_t seed) : rng_(seed) {}
-
-  ScheduleItems items(TimeInterval around, int count) {
-    ScheduleItems made;
-    for (int i = 0; i < count; ++i) {
-      auto one = item("item" + std::to_string(i), pick({0, 3, 4, 5, 5, 6, 7, 9}), set(24, 0.3), set(60, 0.05),
-                      around + uniform(-86400, 86400));
-      one->setScheduledDaysOfWeek(set(7, 0.6));
-      one->setScheduledDaysOfMonth(set(31, 0.5));
-      one->setActive(chance(0.9));
-      made.push_back(one);
-    }
-    return made;
+// Twelve items of random types and selections starting around `around`.
+ScheduleItems randomItems(RandomDraws& random, TimeInterval around) {
+  ScheduleItems made;
+  for (int i = 0; i < 12; ++i) {
+    auto one = item("item" + std::to_string(i), random.pick({0, 3, 4, 5, 5, 6, 7, 9}), random.set(24, 0.3),
+                    random.set(60, 0.05), around + random.uniform(-86400, 86400));
+    one->setScheduledDaysOfWeek(random.set(7, 0.6));
+    one->setScheduledDaysOfMonth(random.set(31, 0.5));
+    one->setActive(random.chance(0.9));
+    made.push_back(one);
   }
+  return made;
+}
 
-  std::vector<SimulationEvent> events(TimeInterval from, TimeInterval to) {
-    std::vector<SimulationEvent> made;
-    for (TimeInterval at = from + uniform(0, 20000); at < to; at += uniform(60, 30000)) {
-      SimulationEvent event{static_cast<SimulationEvent::Kind>(pick({0, 1, 2, 3, 4})), std::round(at), 0};
-      const double length = chance(0.5) ? std::round(uniform(1, 200)) : std::round(uniform(1, 7200)) + 0.5;
-      event.to = event.kind == SimulationEvent::Kind::Clock && chance(0.4) ? event.at - length : event.at + length;
-      made.push_back(event);
-      at = std::max(at, event.to);
-    }
-    return made;
+// Sleeps, clock changes both ways, suspensions and restarts, of seconds to hours.
+std::vector<SimulationEvent> randomEvents(RandomDraws& random, TimeInterval from, TimeInterval to) {
+  std::vector<SimulationEvent> made;
+  for (TimeInterval at = from + random.uniform(0, 20000); at < to; at += random.uniform(60, 30000)) {
+    SimulationEvent event{static_cast<SimulationEvent::Kind>(random.pick({0, 1, 2, 3, 4})), std::round(at), 0};
+    const double length =
+        random.chance(0.5) ? std::round(random.uniform(1, 200)) : std::round(random.uniform(1, 7200)) + 0.5;
+    event.to = event.kind == SimulationEvent::Kind::Clock && random.chance(0.4) ? event.at - length : event.at + length;
+    made.push_back(event);
+    at = std::max(at, event.to);
   }
-
-  double uniform(double low, double high) { return std::uniform_real_distribution<double>(low, high)(rng_); }
-  bool chance(double p) { return std::bernoulli_distribution(p)(rng_); }
-  int pick(std::initializer_list<int> values) {
-    return *(values.begin() + std::uniform_int_distribution<std::size_t>(0, values.size() - 1)(rng_));
-  }
-
- private:
-  std::string set(std::size_t length, double density) {
-    std::string made(length, '0');
-    for (char& c : made) c = chance(density) ? '1' : '0';
-    return made;
-  }
-  std::mt19937_64 rng_;
-};
+  return made;
+}
 
 TEST(Simulation, SkippingBeatsAnswersAsVisitingEveryBeat) {
-  const char* const kZones[] = {"America/New_York", "Europe/Berlin", "Australia/Lord_Howe"};
   for (int i = 0; i < 60; ++i) {
     SCOPED_TRACE(::testing::Message() << "case " << i << " in " << kZones[i % 3]);
-    RandomPeriod random(static_cast<std::uint64_t>(i) + 1);
-    SimulationOptions options;
-    options.zone = loadTimeZone(kZones[i % 3]).value();
+    RandomDraws random(static_cast<std::uint64_t>(i) + 1);
+    const cctz::time_zone zone = loadTimeZone(kZones[i % 3]).value();
     // Around the spring and the autumn change of each zone.
-    options.from = wall(options.zone, 2026, i % 2 ? 3 : 10, i % 2 ? 7 : 3, 12, 0) + random.uniform(0, 86400);
-    options.to = options.from + 3 * 86400;
+    const TimeInterval from = wall(zone, 2026, i % 2 ? 3 : 10, i % 2 ? 7 : 3, 12, 0) + random.uniform(0, 86400);
+    SimulationOptions options{.from = from, .to = from + 3 * 86400, .zone = zone};
     options.beatFraction = std::round(random.uniform(0, 999999)) / 1e6;
     options.checkCost = std::round(random.uniform(0, 999999)) / 1e6;
     options.schedulerActive = random.chance(0.8);
     options.allChecks = i % 4 == 3;
     options.exactlyOnce = i % 5 == 4;
     options.catchUp = i % 3 == 0;
-    const ScheduleItems items = random.items(options.from, 12);
-    const auto events = random.events(options.from, options.to);
+    const ScheduleItems items = randomItems(random, options.from);
+    const auto events = randomEvents(random, options.from, options.to);
     const auto skipping = run(items, events, options);
     options.everyBeat = true;
     const auto visiting = run(items, events, options);
@@ -126,7 +103,7 @@ TEST(Simulation, SkippingBeatsAnswersAsVisitingEveryBeat) {
 }
 
 // A day in New York: 2026-03-04, a Wednesday.
-struct NamedPeriod {
+struct Period {
   const char* name;
   std::vector<std::tuple<const char*, std::int32_t, int, int, int>> items;    // description, type, hour, minutes
   std::vector<std::tuple<SimulationEvent::Kind, int, int, int, int>> events;  // kind, at h:m:s, to m:s of 09:xx
@@ -139,89 +116,38 @@ struct NamedPeriod {
 TEST(Simulation, NamedPeriodsShowEachHeartbeatRule) {
   using K = SimulationEvent::Kind;
   const auto zone = loadTimeZone("America/New_York").value();
-  const NamedPeriod periods[] = {
-      {"60 s after the last check is no gap: the new check runs",
-       {{"A", 4, 9, 31, 31}},
-       {{K::Clock, 9, 30, 30, 3100}},
-       30,
-       32,
-       0,
-       true,
-       {"04 09:30:00.050-05:00 new ", "04 09:31:00.050-05:00 new A", "04 09:32:00.050-05:00 new "}},
-      {"60.9 s with a check cost truncates to 60: no check until the next beat",
-       {{"A", 4, 9, 31, 31}},
-       {{K::Clock, 9, 30, 30, 3101}},
-       30,
-       32,
-       0.1,
-       true,
-       {"04 09:30:00.050-05:00 new ", "04 09:31:02.050-05:00 missed A", "04 09:32:00.050-05:00 new "}},
-      {"61 s is a gap: the missed check runs at once",
-       {{"A", 4, 9, 31, 31}},
-       {{K::Clock, 9, 30, 30, 3101}},
-       30,
-       32,
-       0,
-       true,
-       {"04 09:30:00.050-05:00 new ", "04 09:31:01.050-05:00 missed A", "04 09:32:00.050-05:00 new "}},
-      {"a clock set back two minutes runs the same minute again",
-       {{"B", 4, 9, 31, 31}},
-       {{K::Clock, 9, 31, 30, 2930}},
-       31,
-       32,
-       0.002,
-       false,
-       {"04 09:31:00.050-05:00 new B", "04 09:31:00.050-05:00 new B"}},
-      {"a sleep of several minutes: one missed check hands over each item once",
-       {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 34}},
-       {{K::Sleep, 9, 30, 30, 3520}},
-       30,
-       36,
-       0.002,
-       false,
-       {"04 09:35:20.050-05:00 missed A,C"}},
-      {"a wake at second 0: the missed check covers that minute, no new check",
-       {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 33}},
-       {{K::Sleep, 9, 30, 30, 3300}},
-       30,
-       34,
-       0.002,
-       false,
-       {"04 09:33:00.050-05:00 missed A,C"}},
-      {"suspended: nothing runs, and nothing is caught up on resuming",
-       {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 33}},
-       {{K::Suspend, 9, 30, 30, 0}, {K::Resume, 9, 32, 30, 0}},
-       30,
-       34,
-       0.002,
-       false,
-       {"04 09:33:00.050-05:00 new C"}},
-      {"types 0 and 9 never run by the minute",
-       {{"T0", 0, 9, 31, 31}, {"A", 4, 9, 31, 31}, {"T9", 9, 9, 31, 31}},
-       {},
-       30,
-       32,
-       0.002,
-       false,
-       {"04 09:31:00.050-05:00 new A"}},
-      {"types 0 and 9 are caught up by the missed check",
-       {{"T0", 0, 9, 31, 31}, {"A", 4, 9, 31, 31}, {"T9", 9, 9, 31, 31}},
-       {{K::Sleep, 9, 30, 30, 3130}},
-       30,
-       32,
-       0.002,
-       false,
-       {"04 09:31:30.050-05:00 missed T0,A,T9"}},
-      {"type 3 runs only once its start date has passed, by either check",
-       {{"S", 3, 9, 30, 34}},
-       {{K::Sleep, 9, 30, 30, 3230}},
-       30,
-       34,
-       0.002,
-       false,
-       {"04 09:32:30.050-05:00 missed S", "04 09:33:00.050-05:00 new S", "04 09:34:00.050-05:00 new S"}},
+  const Period periods[] = {
+      Period("60 s after the last check is no gap: the new check runs", {{"A", 4, 9, 31, 31}},
+             {{K::Clock, 9, 30, 30, 3100}}, 30, 32, 0, true,
+             {"04 09:30:00.050-05:00 new ", "04 09:31:00.050-05:00 new A", "04 09:32:00.050-05:00 new "}),
+      Period("60.9 s with a check cost truncates to 60: no check until the next beat", {{"A", 4, 9, 31, 31}},
+             {{K::Clock, 9, 30, 30, 3101}}, 30, 32, 0.1, true,
+             {"04 09:30:00.050-05:00 new ", "04 09:31:02.050-05:00 missed A", "04 09:32:00.050-05:00 new "}),
+      Period("61 s is a gap: the missed check runs at once", {{"A", 4, 9, 31, 31}}, {{K::Clock, 9, 30, 30, 3101}}, 30,
+             32, 0, true,
+             {"04 09:30:00.050-05:00 new ", "04 09:31:01.050-05:00 missed A", "04 09:32:00.050-05:00 new "}),
+      Period("a clock set back two minutes runs the same minute again", {{"B", 4, 9, 31, 31}},
+             {{K::Clock, 9, 31, 30, 2930}}, 31, 32, 0.002, false,
+             {"04 09:31:00.050-05:00 new B", "04 09:31:00.050-05:00 new B"}),
+      Period("a sleep of several minutes: one missed check hands over each item once",
+             {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 34}}, {{K::Sleep, 9, 30, 30, 3520}}, 30, 36, 0.002, false,
+             {"04 09:35:20.050-05:00 missed A,C"}),
+      Period("a wake at second 0: the missed check covers that minute, no new check",
+             {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 33}}, {{K::Sleep, 9, 30, 30, 3300}}, 30, 34, 0.002, false,
+             {"04 09:33:00.050-05:00 missed A,C"}),
+      Period("suspended: nothing runs, and nothing is caught up on resuming",
+             {{"A", 4, 9, 31, 31}, {"C", 4, 9, 33, 33}}, {{K::Suspend, 9, 30, 30, 0}, {K::Resume, 9, 32, 30, 0}}, 30,
+             34, 0.002, false, {"04 09:33:00.050-05:00 new C"}),
+      Period("types 0 and 9 never run by the minute", {{"T0", 0, 9, 31, 31}, {"A", 4, 9, 31, 31}, {"T9", 9, 9, 31, 31}},
+             {}, 30, 32, 0.002, false, {"04 09:31:00.050-05:00 new A"}),
+      Period("types 0 and 9 are caught up by the missed check",
+             {{"T0", 0, 9, 31, 31}, {"A", 4, 9, 31, 31}, {"T9", 9, 9, 31, 31}}, {{K::Sleep, 9, 30, 30, 3130}}, 30, 32,
+             0.002, false, {"04 09:31:30.050-05:00 missed T0,A,T9"}),
+      Period("type 3 runs only once its start date has passed, by either check", {{"S", 3, 9, 30, 34}},
+             {{K::Sleep, 9, 30, 30, 3230}}, 30, 34, 0.002, false,
+             {"04 09:32:30.050-05:00 missed S", "04 09:33:00.050-05:00 new S", "04 09:34:00.050-05:00 new S"}),
   };
-  for (const NamedPeriod& period : periods) {
+  for (const Period& period : periods) {
     SCOPED_TRACE(period.name);
     ScheduleItems items;
     for (const auto& [description, type, hour, first, last] : period.items) {
@@ -234,12 +160,11 @@ TEST(Simulation, NamedPeriodsShowEachHeartbeatRule) {
     for (const auto& [kind, h, m, s, to] : period.events) {
       events.push_back({kind, wall(zone, 2026, 3, 4, h, m, s), wall(zone, 2026, 3, 4, 9, to / 100, to % 100)});
     }
-    SimulationOptions options;
-    options.zone = zone;
-    options.from = wall(zone, 2026, 3, 4, 9, period.fromMinute - 1, 59);
-    options.to = wall(zone, 2026, 3, 4, 9, period.toMinute, 30);
-    options.checkCost = period.checkCost;
-    options.allChecks = period.allChecks;
+    const SimulationOptions options{.from = wall(zone, 2026, 3, 4, 9, period.fromMinute - 1, 59),
+                                    .to = wall(zone, 2026, 3, 4, 9, period.toMinute, 30),
+                                    .zone = zone,
+                                    .checkCost = period.checkCost,
+                                    .allChecks = period.allChecks};
     EXPECT_EQ(run(items, events, options), period.expected);
   }
 }
@@ -250,10 +175,7 @@ TEST(Simulation, BothDaylightSavingNightsOfNewYork) {
   const ScheduleItems items = {item("at 01:30", 4, oneHour(1), minutes(30, 30), start),
                                item("at 02:30", 4, oneHour(2), minutes(30, 30), start),
                                item("at 03:30", 4, oneHour(3), minutes(30, 30), start)};
-  SimulationOptions options;
-  options.zone = zone;
-  options.from = wall(zone, 2026, 3, 8, 0, 0);
-  options.to = wall(zone, 2026, 3, 8, 4, 0);
+  SimulationOptions options{.from = wall(zone, 2026, 3, 8, 0, 0), .to = wall(zone, 2026, 3, 8, 4, 0), .zone = zone};
   // Spring: 02:00 becomes 03:00, and the 02:30 item does not run that night.
   EXPECT_EQ(run(items, {}, options),
             (std::vector<std::string>{"08 01:30:00.050-05:00 new at 01:30", "08 03:30:00.050-04:00 new at 03:30"}));
@@ -266,4 +188,4 @@ TEST(Simulation, BothDaylightSavingNightsOfNewYork) {
 }
 
 }  // namespace
-}  // namespace halyard::agent
+}  // namespace halyard::agent::testing

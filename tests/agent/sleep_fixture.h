@@ -12,8 +12,6 @@ namespace halyard::agent::testing {
 
 class SleepTest : public DaemonFixture {
  protected:
-  SleepTest() : system_("system"), systemConnection_(system_.connect("system-" + agentName_)) {}
-  ~SleepTest() override { QDBusConnection::disconnectFromBus("system-" + agentName_); }
   // What the agent's power registration is given: a new connection to the
   // private system bus each time, at its address of the moment.
   LogindPower::Connector connector() {
@@ -52,8 +50,7 @@ class SleepTest : public DaemonFixture {
     return reply;
   }
   std::unique_ptr<TestProcess> startLogind() { return startFakeLogind(bus_, system_); }
-  PrivateBus system_;
-  QDBusConnection systemConnection_;
+  PrivateBus system_{"system"};
   int connections_ = 0;
 };
 

@@ -35,28 +35,6 @@ TEST(StringsTable, EveryKeyTheCodeAsksForIsInTheTable) {
   for (const std::string& key : keys) EXPECT_TRUE(table.find(key).has_value()) << "missing from en.strings: " << key;
 }
 
-// Sets environment variables for its lifetime and puts the old values back.
-class ScopedEnvironment {
- public:
-  ScopedEnvironment(std::initializer_list<std::pair<const char*, const char*>> values) {
-    for (const auto& [name, value] : values) {
-      const char* old = std::getenv(name);
-      saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
-      if (value) setenv(name, value, 1);
-      else unsetenv(name);
-    }
-  }
-  ~ScopedEnvironment() {
-    for (const auto& [name, old] : saved_) {
-      if (old) setenv(name.c_str(), old->c_str(), 1);
-      else unsetenv(name.c_str());
-    }
-  }
-
- private:
-  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
-};
-
 TEST(AgentPaths, ForCurrentUserFollowsHomeAndTheXdgFolders) {
   QTemporaryDir home;
   const std::string h = home.path().toStdString();

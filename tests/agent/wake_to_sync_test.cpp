@@ -1,5 +1,7 @@
 // Wake-to-sync with a fake logind on a private system bus: the idle-sleep
-// veto as a block inhibitor, and the wake tool's requests around a sleep.
+// veto as a block inhibitor, a sleep across a scheduled minute end to end,
+// and the wake tool's requests around a sleep when wake-to-sync is off, the
+// tool's folder is on a bad volume or the RTC cannot wake.
 
 #include <cerrno>
 #include <cstring>
@@ -12,8 +14,6 @@
 
 namespace halyard::agent::testing {
 namespace {
-
-using wake::Command;
 
 class WakeToSyncTest : public SleepTest {
  protected:
@@ -50,25 +50,37 @@ TEST_F(WakeToSyncTest, IdleSleepIsRefusedOnlyWithinTwoMinutesOfTheWakeUp) {
   ASSERT_TRUE(waitUntil([&] { return inhibitors("block") == 0; }));
 }
 
-TEST_F(WakeToSyncTest, SleepWaitsForTheWakeUpAndWakingCancelsIt) {
+TEST_F(WakeToSyncTest, AfterASleepAcrossAScheduledMinuteTheItemIsHandedOverOnceAndTheWakeUpCancelled) {
+  TestProcess app(halyardctlPath(), {"serve-app"}, bus_.address());
+  ASSERT_TRUE(app.waitForOutput("running as"));
+  ASSERT_TRUE(waitForApplication());
+  writeSchedule(path("ScheduleData.sched"), {makeItem("asleep", 10, 2)});
   setUp(true, true);
-  beatAt(2, 58, 50);
+  beatAt(10, 1, 0);
   emitPrepareForSleep(true);
   ASSERT_TRUE(waitUntil([&] { return tool_->requests().size() == 1; }));
-  EXPECT_TRUE(power_.holdsInhibitor());  // the will-sleep work is not done yet
+  EXPECT_TRUE(power_.holdsInhibitor());  // the sleep waits until the wake-up is set
   tool_->letAnswer();
-  ASSERT_TRUE(waitUntil([&] { return !power_.holdsInhibitor(); }));
+  ASSERT_TRUE(waitUntil([&] { return !power_.holdsInhibitor(); }));  // the sleep is allowed
+  ASSERT_TRUE(logind_->waitForOutput("inhibitor released"));
   const auto requests = tool_->requests();
   ASSERT_EQ(requests.size(), 2u);
-  EXPECT_EQ(requests[0].command, Command::CancelOwnEvents);
-  EXPECT_EQ(requests[1].command, Command::SchedulePowerOn);
-  // 02:59:00 would be only 10 s away: the wake-up is placed 100 s after falling asleep.
-  EXPECT_EQ(requests[1].powerOnUnixSeconds, toUnixSeconds(clock_.civil(2026, 3, 4, 3, 0, 30)));
-
+  EXPECT_EQ(requests[0].command, wake::Command::CancelOwnEvents);
+  EXPECT_EQ(requests[1].command, wake::Command::SchedulePowerOn);
+  // 10:02:00 would be only 60 s away: the wake-up is placed 100 s after falling asleep.
+  EXPECT_EQ(requests[1].powerOnUnixSeconds, toUnixSeconds(clock_.civil(2026, 3, 4, 10, 2, 40)));
+  clock_.setCivil(2026, 3, 4, 10, 2, 40);  // the machine slept through 10:02
   emitPrepareForSleep(false);
   ASSERT_TRUE(waitUntil([&] { return daemon_->awokeFromSleep() && power_.holdsInhibitor(); }));
   ASSERT_TRUE(waitUntil([&] { return tool_->requests().size() == 3; }));
-  EXPECT_EQ(tool_->requests()[2].command, Command::CancelOwnEvents);
+  EXPECT_EQ(tool_->requests()[2].command, wake::Command::CancelOwnEvents);
+
+  beatAt(10, 2, 40);  // 100 s after the last check, and just woken: the missed check
+  beatAt(10, 2, 41);
+  beatAt(10, 3, 0);
+  daemon_->launchJobs({makeItem("marker", 0, 0)});
+  ASSERT_TRUE(app.waitForOutput("item \"marker\""));
+  EXPECT_EQ(occurrences(app.output(), "item \"asleep\""), 1u) << app.output();
 }
 
 TEST_F(WakeToSyncTest, SuspendedOrSwitchedOffNeitherVetoesNorAsksTheTool) {

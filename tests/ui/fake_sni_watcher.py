@@ -1,6 +1,6 @@
 # A StatusNotifierWatcher for tests: owns org.kde.StatusNotifierWatcher on the
-# session bus (DBUS_SESSION_BUS_ADDRESS), says a host is registered, records
-# the items that register and forgets those whose connection goes. Prints
+# session bus (DBUS_SESSION_BUS_ADDRESS), says a host is registered and
+# records the items that register. Prints
 # "ready" once it owns the name, and "registered <service>" for each item.
 import dbus, dbus.service, dbus.mainloop.glib
 from gi.repository import GLib
@@ -15,7 +15,6 @@ INTROSPECTION = '''<node>
   <property name="IsStatusNotifierHostRegistered" type="b" access="read"/>
   <property name="ProtocolVersion" type="i" access="read"/>
   <signal name="StatusNotifierItemRegistered"><arg type="s"/></signal>
-  <signal name="StatusNotifierItemUnregistered"><arg type="s"/></signal>
   <signal name="StatusNotifierHostRegistered"/>
  </interface>
  <interface name="org.freedesktop.DBus.Properties">
@@ -29,13 +28,6 @@ class Watcher(dbus.service.Object):
     def __init__(self, bus):
         super().__init__(bus, '/StatusNotifierWatcher')
         self.items = []
-        bus.add_signal_receiver(self._owner_changed, 'NameOwnerChanged', 'org.freedesktop.DBus')
-
-    def _owner_changed(self, name, old, new):
-        gone = [item for item in self.items if item.split('/')[0] == name and not new]
-        for item in gone:
-            self.items.remove(item)
-            self.StatusNotifierItemUnregistered(item)
 
     @dbus.service.method(IFACE, in_signature='s', out_signature='', sender_keyword='sender')
     def RegisterStatusNotifierItem(self, service, sender=None):
@@ -51,10 +43,6 @@ class Watcher(dbus.service.Object):
 
     @dbus.service.signal(IFACE, signature='s')
     def StatusNotifierItemRegistered(self, service):
-        pass
-
-    @dbus.service.signal(IFACE, signature='s')
-    def StatusNotifierItemUnregistered(self, service):
         pass
 
     def _props(self):

@@ -70,7 +70,7 @@ class TrayOverTheBusTest : public ::testing::Test {
     if (!missing.empty()) GTEST_SKIP() << "no X server here: " << missing << " missing (scripts/setup installs them)";
     x_ = std::make_unique<XvfbServer>();
     ASSERT_FALSE(x_->display().isEmpty()) << "Xvfb did not start";
-    agent_ = std::make_unique<AgentOnDisplay>(x_->display());
+    agent_ = std::make_unique<AgentOnBuses>(x_->display(), "xcb");
     watcher_ = agent_->spawn("/usr/bin/python3", {HALYARD_SOURCE_DIR "/tests/ui/fake_sni_watcher.py"});
     ASSERT_TRUE(watcher_->waitForOutput("ready"));
     test_ = agent_->session_.connect("tray-test");
@@ -78,6 +78,16 @@ class TrayOverTheBusTest : public ::testing::Test {
   void TearDown() override { QDBusConnection::disconnectFromBus("tray-test"); }
 
   std::string scheduleFile() const { return agent_->dataFolder() + "/ScheduleData.sched"; }
+  // The agent with the demo schedule, once its item has registered; the schedule's bytes as written.
+  std::unique_ptr<TestProcess> startWithDemoSchedule() {
+    writeDemoSchedule(agent_->dataFolder());
+    demoSchedule_ = readWholeFile(scheduleFile()).value();
+    auto agent = agent_->start();
+    EXPECT_TRUE(watcher_->waitForOutput("registered")) << agent->output();
+    // The item may register before its menu is in place.
+    EXPECT_TRUE(waitUntil([&] { return !openMenu().children.empty(); })) << "no menu";
+    return agent;
+  }
 
   // The bus name under which the item last registered with the watcher.
   QString itemService() {
@@ -104,28 +114,26 @@ class TrayOverTheBusTest : public ::testing::Test {
     const QDBusMessage reply = root.call("Introspect");
     return !reply.arguments().isEmpty() && reply.arguments().at(0).toString().contains("\"StatusNotifierItem\"");
   }
-  void notifyStatusMenu(bool show) {
-    agent_
-        ->spawn(halyardctlPath(),
-                {"notify", notifications::kStatusMenuStateChanged, "--state", show ? "true" : "false"})
-        ->waitForExit();
-  }
 
   std::unique_ptr<XvfbServer> x_;
-  std::unique_ptr<AgentOnDisplay> agent_;
+  std::unique_ptr<AgentOnBuses> agent_;
   std::unique_ptr<TestProcess> watcher_;
   QDBusConnection test_{QString()};
+  std::string demoSchedule_;
 };
 
 TEST_F(TrayOverTheBusTest, TheExportedMenuCarriesTheModelItsToggleAndQuit) {
-  writeDemoSchedule(agent_->dataFolder());
-  auto agent = agent_->start();
-  ASSERT_TRUE(watcher_->waitForOutput("registered")) << agent->output();
+  DBusNotificationBus bus(test_);
+  std::vector<bool> broadcast;
+  bus.observe(this, notifications::kSchedulerStateChanged,
+              [&](const QVariantMap& info) { broadcast.push_back(info.value(notifications::kStateKey).toBool()); });
+  auto agent = startWithDemoSchedule();
   MenuNode menu = openMenu();
   EXPECT_EQ(menu.labels(),
             (std::vector<std::string>{"Next Scheduled Run", "Scheduled Documents", "Scheduler Is Active",
                                       "Suspend Scheduler", "Open Halyard", "Quit Halyard Backgrounder"}));
   ASSERT_TRUE(menu.child("Scheduled Documents") && menu.child("Next Scheduled Run"));
+  // Ticked when active; a document that is gone is listed but cannot be chosen.
   struct Document {
     const char* label;
     bool enabled;
@@ -145,10 +153,13 @@ TEST_F(TrayOverTheBusTest, TheExportedMenuCarriesTheModelItsToggleAndQuit) {
   EXPECT_FALSE(nextRun.children[0].enabled || nextRun.children[1].enabled);
   EXPECT_FALSE(menu.child("Scheduler Is Active")->enabled);
 
+  // Refilled at each opening, not appended to.
   clickEntry(menu.child("Suspend Scheduler")->id);
   ASSERT_TRUE(waitUntil([&] { return (menu = openMenu()).child("Resume Scheduler") != nullptr; }));
   EXPECT_TRUE(menu.child("Scheduler Is Suspended"));
   EXPECT_EQ(menu.child("Next Scheduled Run")->labels(), std::vector<std::string>{"None"});
+  EXPECT_TRUE(waitUntil([&] { return !broadcast.empty() && !broadcast.back(); })) << "the suspension was not told";
+  bus.removeObserver(this);
 
   clickEntry(menu.child("Quit Halyard Backgrounder")->id);
   ASSERT_TRUE(agent->waitForExit());
@@ -157,16 +168,12 @@ TEST_F(TrayOverTheBusTest, TheExportedMenuCarriesTheModelItsToggleAndQuit) {
 }
 
 TEST_F(TrayOverTheBusTest, AnAltClickHandsOverAForcedCopyAndLeavesTheScheduleAlone) {
-  writeDemoSchedule(agent_->dataFolder());
-  const auto scheduleBefore = readWholeFile(scheduleFile());
-  ASSERT_TRUE(scheduleBefore);
   // The test plays the running main application.
   ASSERT_TRUE(test_.registerService(kApplicationBusName));
   DBusNotificationBus bus(test_);
   std::vector<QVariantMap> handedOver;
   bus.observe(this, notifications::kAddScheduledItems, [&](const QVariantMap& info) { handedOver.push_back(info); });
-  auto agent = agent_->start();
-  ASSERT_TRUE(watcher_->waitForOutput("registered")) << agent->output();
+  auto agent = startWithDemoSchedule();
   const MenuNode menu = openMenu();
   ASSERT_TRUE(menu.child("Scheduled Documents") && menu.child("Scheduled Documents")->child("Photos"));
   x_->run("xdotool", {"keydown", "alt"});
@@ -182,22 +189,20 @@ TEST_F(TrayOverTheBusTest, AnAltClickHandsOverAForcedCopyAndLeavesTheScheduleAlo
   ASSERT_TRUE(item);
   EXPECT_EQ(item->description(), "Photos");
   EXPECT_TRUE(item->forceToRun());
-  const auto scheduleAfter = readWholeFile(scheduleFile());
-  ASSERT_TRUE(scheduleAfter);
-  EXPECT_EQ(*scheduleAfter, *scheduleBefore) << "the schedule file changed";
+  EXPECT_EQ(readWholeFile(scheduleFile()).value(), demoSchedule_) << "the schedule file changed";
 }
 
 TEST_F(TrayOverTheBusTest, TheStatusMenuNotificationsAndPreferenceRemoveAndRestoreTheItem) {
   auto agent = agent_->start();
   ASSERT_TRUE(watcher_->waitForOutput("registered"));
-  ASSERT_TRUE(itemRegistered());
-  struct Step {
-    bool show;
-  } steps[] = {{false}, {true}, {false}};
-  for (const Step& step : steps) {
-    SCOPED_TRACE(step.show ? "shown" : "removed");
-    notifyStatusMenu(step.show);
-    EXPECT_TRUE(waitUntil([&] { return itemRegistered() == step.show; }));
+  ASSERT_TRUE(waitUntil([&] { return itemRegistered(); }));
+  for (const bool show : {false, true, false}) {
+    SCOPED_TRACE(show ? "shown" : "removed");
+    agent_
+        ->spawn(halyardctlPath(),
+                {"notify", notifications::kStatusMenuStateChanged, "--state", show ? "true" : "false"})
+        ->waitForExit();
+    EXPECT_TRUE(waitUntil([&] { return itemRegistered() == show; }));
   }
   agent.reset();
   // The preference was written false by the last notification: the next start makes no item.

@@ -1,9 +1,6 @@
 #include "x11_test_support.h"
 
-#include "agent/preferences.h"
-
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QFile>
 #include <QRegularExpression>
 #include <QStandardPaths>
@@ -54,34 +51,6 @@ std::vector<QRect> XvfbServer::agentWindows(bool (*accept)(const QRect&)) const 
     if (run("xwininfo", {"-id", m.captured(1)}).find("IsViewable") != std::string::npos) windows.push_back(rect);
   }
   return windows;
-}
-
-AgentOnDisplay::AgentOnDisplay(const QString& display, const QString& platform)
-    : display_(display), platform_(platform) {
-  ensureApplication();
-  QDir(home_.path()).mkpath("data/Halyard");
-  logind_ = spawn("/usr/bin/python3", {fakeLogindPath()});
-  logind_->waitForOutput("ready");
-}
-
-TestProcess::Environment AgentOnDisplay::environment() const {
-  return {{"XDG_DATA_HOME", home_.path() + "/data"},
-          {"XDG_CONFIG_HOME", home_.path() + "/config"},
-          {"TZ", "UTC"},
-          {"LC_ALL", "C"},
-          {"DISPLAY", display_},
-          {"QT_QPA_PLATFORM", platform_},
-          {"NO_AT_BRIDGE", "1"}};
-}
-
-void AgentOnDisplay::setPreference(const char* key, bool value) {
-  Preferences(home_.path() + "/config/vantrel/halyard.conf").setBool(key, value);
-}
-
-std::unique_ptr<TestProcess> AgentOnDisplay::start() { return spawn(backgrounderPath(), {"--log-stderr"}); }
-
-std::unique_ptr<TestProcess> AgentOnDisplay::spawn(const std::string& program, const std::vector<std::string>& args) {
-  return std::make_unique<TestProcess>(program, args, session_.address(), system_.address(), environment());
 }
 
 void writeDemoSchedule(const std::string& folder) {

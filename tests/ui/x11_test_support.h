@@ -1,12 +1,11 @@
 #pragma once
 // What the tray tests need of X11: an Xvfb server of their own on a free
-// display, the programs that look at it (xwininfo, xdotool, import), and the
-// agent with a private session bus, a private system bus and the fake logind.
+// display, the programs that look at it (xwininfo, xdotool, import), and a
+// schedule for the agent's menu.
 
 #include <QRect>
 #include <QString>
 #include <QStringList>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,28 +31,6 @@ class XvfbServer {
  private:
   QProcess server_;
   QString display_;
-};
-
-// The agent process and the buses it runs on, with its files in a
-// temporary folder, on a display with a Qt platform (empty: Qt's choice).
-class AgentOnDisplay {
- public:
-  explicit AgentOnDisplay(const QString& display, const QString& platform = "xcb");
-  // Writes the preference file before the start.
-  void setPreference(const char* key, bool value);
-  std::string dataFolder() const { return home_.path().toStdString() + "/data/Halyard"; }
-  std::unique_ptr<TestProcess> start();
-  // A process of the test on the same buses and display (halyardctl, a fake).
-  std::unique_ptr<TestProcess> spawn(const std::string& program, const std::vector<std::string>& args);
-
-  PrivateBus session_;
-  PrivateBus system_{"system"};
-
- private:
-  TestProcess::Environment environment() const;
-  QString display_, platform_;
-  QTemporaryDir home_;
-  std::unique_ptr<TestProcess> logind_;
 };
 
 // In `folder`: ScheduleData.sched with an active "Photos" and an inactive
