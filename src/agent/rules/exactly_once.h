@@ -10,8 +10,9 @@
 //
 // A type-3 item counts a civil minute only when that minute begins at or
 // after its start date's civil reading (a whole-minute start counts from
-// that minute, as the minute check's beat at it comes after the start). Minutes covered while the scheduler is suspended are not handed
-// over later.
+// that minute, as the minute check's beat at it comes after the start).
+// Minutes covered while the scheduler is suspended are not handed over
+// later.
 
 #include <cstdint>
 #include <optional>
