@@ -181,11 +181,15 @@ TEST(ScheduledItemCodingTest, ValuesOfTheWrongClassAreConvertedOrIgnored) {
   }
 }
 
+// Defaults are filled in after the archived values: an archive without a
+// dictionary, or with an empty one, gives exactly a new item.
 TEST(ScheduledItemCodingTest, ItemWithoutADictionaryKeepsItsDefaults) {
-  auto item = decodeItem(itemArchive(nullptr));
-  ASSERT_TRUE(item);
-  EXPECT_EQ(item->scheduleType(), 5);
-  EXPECT_EQ(item->startDate()->seconds, kFixedNow);
+  const std::string fresh = JsonWriter::describe(std::make_shared<KSScheduledItem>(fixedDate()));
+  for (const ObjectRef& archive : {ObjectRef{}, ObjectRef{Dictionary::make(true)}}) {
+    auto item = decodeItem(itemArchive(archive));
+    ASSERT_TRUE(item);
+    EXPECT_EQ(JsonWriter::describe(item), fresh);
+  }
   auto notDictionary =
       Unarchiver::unarchiveRootObject(itemArchive(String::make("x")), scheduleClassRegistry(fixedClock()));
   EXPECT_FALSE(notDictionary);
