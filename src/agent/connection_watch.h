@@ -1,8 +1,9 @@
 #pragma once
 // ConnectionWatch: notices that a bus connection has been lost (its
 // dbus-daemon stopped or restarted). QtDBus only marks such a connection as
-// no longer connected, so the watch looks at it a few times a second; the
-// look is a flag read, never a call on the bus.
+// no longer connected, so the watch looks at it once a second, as often as
+// the agent's own beat wakes it; the look is a flag read, never a call on
+// the bus.
 
 #include <functional>
 
@@ -15,7 +16,7 @@ namespace halyard::agent {
 class ConnectionWatch final : public QObject {
   Q_OBJECT
  public:
-  static constexpr int kIntervalMs = 250;
+  static constexpr int kIntervalMs = 1000;
   // `lost` is called once, on the event loop, when `connection` is found lost.
   ConnectionWatch(QDBusConnection connection, std::function<void()> lost);
 
