@@ -68,6 +68,27 @@ constexpr std::array<std::string_view, kKeyCount> kKeyNames = {
     kMinutes, kLeftMounts, kLeftSpecifier, kRightMounts, kRightSpecifier, kLastSynchInfo,
 };
 
+// The keys by the length of their names: every entry of every item is
+// looked up, and no more than two names share a length.
+using KeysByLength = std::array<std::array<std::int8_t, 2>, 32>;
+constexpr KeysByLength kKeysByLength = [] {
+  KeysByLength table{};
+  for (auto& candidates : table) candidates = {-1, -1};
+  for (std::size_t k = 0; k < kKeyCount; ++k) {
+    auto& candidates = table[kKeyNames[k].size()];
+    (candidates[0] < 0 ? candidates[0] : candidates[1]) = static_cast<std::int8_t>(k);
+  }
+  return table;
+}();
+constexpr bool everyKeyIsFound() {
+  for (std::size_t k = 0; k < kKeyCount; ++k) {
+    const auto& candidates = kKeysByLength[kKeyNames[k].size()];
+    if (candidates[0] != static_cast<std::int8_t>(k) && candidates[1] != static_cast<std::int8_t>(k)) return false;
+  }
+  return true;
+}
+static_assert(everyKeyIsFound(), "more than two key names share a length");
+
 // A volume specifier is whatever object archives as class VolumeSpecifier.
 ObjectRef specifierOf(const ArchivedValues& values, const ObjectView& value, const char* key) {
   if (value.kind == ObjectView::Kind::Nil) return nullptr;
@@ -99,10 +120,11 @@ struct KSScheduledItem::ArchivedEntries {
   std::array<bool, kKeyCount> seen{};
 
   void add(std::string_view key, ObjectView value) {
-    for (std::size_t k = 0; k < kKeyCount; ++k) {
-      if (key != kKeyNames[k]) continue;
-      if (!seen[k]) values[k] = std::move(value);
-      seen[k] = true;
+    if (key.size() >= kKeysByLength.size()) return;
+    for (const std::int8_t k : kKeysByLength[key.size()]) {
+      if (k < 0 || key != kKeyNames[static_cast<std::size_t>(k)]) continue;
+      if (!seen[static_cast<std::size_t>(k)]) values[static_cast<std::size_t>(k)] = std::move(value);
+      seen[static_cast<std::size_t>(k)] = true;
       return;
     }
   }
