@@ -78,12 +78,14 @@ bool Unarchiver::readPlainNumber(std::size_t at, ViewRead& out) {
   const char c = code[0];
   const bool rawByte = c == 'c' || c == 'C' || c == 'B';
   if ((!rawByte && !isLiteral(raw)) || static_cast<std::int8_t>(bytes_[at + 4]) != kTagEnd) return false;
-  NumberValue number{c, {}};
-  if (c == 'c' || (!rawByte && std::string_view("silq").find(c) != std::string_view::npos)) {
-    number.value = std::int64_t{raw};
-  } else {
-    number.value = std::uint64_t{static_cast<std::uint8_t>(raw)};
+  const std::size_t resumeAt = pos_;
+  pos_ = at + 3;
+  auto value = readNumberValue(c);  // one byte, checked above
+  if (!value) {
+    pos_ = resumeAt;
+    return false;
   }
+  const NumberValue number{c, *value};
   copyBudget_ -= code.size();  // the C string's reference, as the general reader charges it
   out.entry = static_cast<std::uint32_t>(objects_.size());
   objects_.push_back(Entry{Entry::Kind::LazyNumber, static_cast<std::uint32_t>(lazyNumbers_.size())});
