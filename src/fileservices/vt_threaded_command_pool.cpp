@@ -41,8 +41,10 @@ bool isNullValue(const PropertyValue& value) {
 }  // namespace
 
 VTThreadedCommandPool& VTThreadedCommandPool::sharedCommandPool() {
-  static VTThreadedCommandPool pool;
-  return pool;
+  // Never destroyed, like the shared file manager whose commands it runs:
+  // a detached probe may still spool a command while the process exits.
+  static auto* pool = new VTThreadedCommandPool;
+  return *pool;
 }
 
 VTThreadedCommandPool::VTThreadedCommandPool() {
