@@ -54,6 +54,9 @@ TEST_F(LongRunTest, ADayOfBeatsHandsOverEveryHourAndKeepsItsMemory) {
     QCoreApplication::processEvents();
     return occurrences(app.output(), "item \"hourly-") == 24;
   }));
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the resident set is not measured: AddressSanitizer holds freed memory in its quarantine";
+#endif
   const long growth = residentKilobytes() - residentAfterAnHour;
   RecordProperty("rss_growth_kb", static_cast<int>(growth));
   std::cout << "resident set after the first hour " << residentAfterAnHour << " kB, grown by " << growth
