@@ -258,6 +258,13 @@ void Archiver::encodeObject(const ObjectRef& object) {
 }
 
 void Archiver::encodeValue(const TypedValue& value) {
+  // One value, one type: the reader would take "ii" for a group of two. A
+  // one-letter type is one type; its letter is checked as it is written.
+  if (value.type.size() > 1) {
+    auto types = splitTypeString(value.type);
+    if (!types) badType(value.type, types.error());
+    if (types->size() != 1) badType(value.type, makeError("one value needs exactly one type"));
+  }
   writeSharedString(value.type);
   writeTypedValue(value.type, value.value);
 }

@@ -48,5 +48,19 @@ TEST(ArchiverFaults, BadTypeStringsAreToldNotSkipped) {
   }
 }
 
+// An object that writes one value under a type string naming two.
+class TwoTypesForOneValue final : public Object {
+ public:
+  ClassChain archiveClassChain() const override { return {{"HYThing", 0}}; }
+  void encodeWithCoder(Archiver& coder) const override { coder.encodeValue({"ii", std::int64_t{1}}); }
+  void writeJson(JsonWriter&) const override {}
+};
+
+TEST(ArchiverFaults, OneValueUnderSeveralTypesIsRefused) {
+  const std::string message =
+      thrownMessage([] { (void)Archiver::archivedData(std::make_shared<TwoTypesForOneValue>()); });
+  EXPECT_EQ(message, "archive writer: bad type string \"ii\": one value needs exactly one type");
+}
+
 }  // namespace
 }  // namespace halyard
