@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "agent/desktop_entry.h"
+#include "agent/rules/mounted_volume_jobs.h"
 #include "agent/saved_check.h"
 #include "foundation/log_sink.h"
 #include "foundation/strings_table.h"

@@ -18,7 +18,7 @@
 #include <QVariantMap>
 
 #include "agent/alert_panel_host.h"
-#include "agent/background_task.h"
+#include "agent/event_loop_tasks.h"
 #include "agent/clock.h"
 #include "agent/heartbeat.h"
 #include "agent/helper_tool.h"
@@ -83,11 +83,6 @@ struct DaemonEnvironment {
   // Told true when idle sleep must be refused and false when it may go again.
   std::function<void(bool veto)> idleSleepVeto = nullptr;
 };
-
-// The mounted-volume check's matching, safe on a thread of its own: the items
-// that the newly mounted `paths` make due, from the last path to the first.
-ScheduleItems mountedVolumeJobs(const ScheduleItems& items, std::vector<std::string> paths,
-                                const std::shared_ptr<fileservices::VTFileManager>& fileManager, TimeInterval now);
 
 // What the agent tells of itself (`halyardctl status`).
 struct AgentStatus {
@@ -229,7 +224,7 @@ class HalyardDaemon {
   int pendingMountChecks_ = 0;
   int pendingWakeRequests_ = 0;
   std::shared_ptr<char> alive_ = std::make_shared<char>();
-  BackgroundTasks background_;
+  EventLoopTasks background_;
   std::optional<std::string> _stdTimeFormat;
   std::optional<TimeInterval> idleVetoRun_;
   bool idleVetoRunKnown_ = false;

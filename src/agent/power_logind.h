@@ -18,7 +18,7 @@
 #include <QObject>
 #include <QTimer>
 
-#include "agent/background_task.h"
+#include "agent/event_loop_tasks.h"
 #include "agent/connection_watch.h"
 
 namespace halyard::agent {
@@ -74,7 +74,7 @@ class LogindPower final : public QObject {
   QTimer reconnectTimer_;
   bool reconnecting_ = false;
   int resubscriptions_ = 0;
-  BackgroundTasks background_;
+  EventLoopTasks background_;
 };
 
 }  // namespace halyard::agent

@@ -29,6 +29,9 @@ struct FakeVolume {
   std::optional<std::uint64_t> pathDevice;  // st_dev of its paths, when not the table's number
 };
 
+// An ext4 volume on /dev/sd<device>, labelled `label`, mounted at `mountPoint`.
+FakeVolume fakeVolume(const std::string& label, std::uint64_t device, const std::string& mountPoint);
+
 class FakeVolumeQueries final : public VolumeQueries {
  public:
   std::vector<FakeVolume> volumes;

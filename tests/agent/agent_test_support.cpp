@@ -155,23 +155,6 @@ bool TestProcess::waitForExit(std::chrono::milliseconds timeout) {
 
 std::string halyardctlPath() { return HALYARD_BINARY_DIR "/src/tools/halyardctl"; }
 std::string backgrounderPath() { return HALYARD_BINARY_DIR "/src/agent/halyard-backgrounder"; }
-FakeVolume fakeVolume(const std::string& label, std::uint64_t device, const std::string& mountPoint) {
-  FakeVolume v;
-  v.mount = {.source = "/dev/sd" + std::to_string(device),
-             .mountPoint = mountPoint,
-             .fsType = "ext4",
-             .options = "rw",
-             .root = "/",
-             .device = device,
-             .sourceIsBlockDevice = true};
-  v.stats = {
-      .type = 0xEF53, .blockSize = 4096, .nameMax = 255, .totalBlocks = 10, .freeBlocks = 5, .fragmentSize = 4096};
-  v.birth = KernelTime{1600000000 + static_cast<std::int64_t>(device), 0};
-  v.device.label = label;
-  v.device.uuid = "uuid-" + label;
-  return v;
-}
-
 std::unique_ptr<TestProcess> startFakeLogind(const PrivateBus& session, const PrivateBus& system) {
   auto logind = std::make_unique<TestProcess>("/usr/bin/python3", std::vector<std::string>{fakeLogindPath()},
                                               session.address(), system.address());

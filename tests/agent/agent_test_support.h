@@ -114,8 +114,6 @@ class TestProcess {
   std::string output_;
 };
 
-// An ext4 volume of the fake machine, labelled `label`, mounted at `mountPoint`.
-FakeVolume fakeVolume(const std::string& label, std::uint64_t device, const std::string& mountPoint);
 
 // The fake logind on `system`, once it owns its name.
 std::unique_ptr<TestProcess> startFakeLogind(const PrivateBus& session, const PrivateBus& system);

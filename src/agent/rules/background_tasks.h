@@ -1,27 +1,32 @@
 #pragma once
-// BackgroundTasks: runs work that may wait on a file system off the event
-// loop's thread and delivers its result back on that thread. When the owner
-// goes first, results still under way are dropped; the threads finish on
-// their own (a probe stuck on a dead mount cannot be interrupted).
+// BackgroundTasks: runs work that may wait on a file system off its owner's
+// thread and hands the result to a delivery that the owner's poster queues
+// on that thread (the agent's event loop). When the owner goes first,
+// results still under way are dropped; the threads finish on their own (a
+// probe stuck on a dead mount cannot be interrupted).
+//
+//   BackgroundTasks tasks(postToMyLoop);
+//   tasks.run<ScheduleItems>([=] { return probe(); }, [this](ScheduleItems due) { launch(due); });
 
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
 
-#include <QObject>
-
 namespace halyard::agent {
 
 class BackgroundTasks {
  public:
-  BackgroundTasks();
+  // Queues a delivery on the owner's thread; called from the work's thread.
+  using Poster = std::function<void(std::function<void()> delivery)>;
+
+  explicit BackgroundTasks(Poster poster);
   ~BackgroundTasks();
   BackgroundTasks(const BackgroundTasks&) = delete;
   BackgroundTasks& operator=(const BackgroundTasks&) = delete;
 
   // Runs `work` on a thread of its own, then `deliver` with its result on
-  // this object's thread.
+  // the owner's thread.
   template <class Result>
   void run(std::function<Result()> work, std::function<void(Result)> deliver) {
     std::thread([inbox = inbox_, work = std::move(work), deliver = std::move(deliver)]() mutable {
@@ -34,10 +39,9 @@ class BackgroundTasks {
   // Where finished work posts its delivery; closed when the owner goes.
   struct Inbox {
     std::mutex mutex;
-    QObject* receiver = nullptr;
+    Poster poster;
     void post(std::function<void()> delivery);
   };
-  QObject receiver_;
   std::shared_ptr<Inbox> inbox_;
 };
 
