@@ -18,8 +18,8 @@
 #include <QVariantMap>
 
 #include "agent/alert_panel_host.h"
-#include "agent/event_loop_tasks.h"
 #include "agent/clock.h"
+#include "agent/event_loop_tasks.h"
 #include "agent/heartbeat.h"
 #include "agent/helper_tool.h"
 #include "agent/launch_platform.h"

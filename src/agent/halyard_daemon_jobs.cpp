@@ -10,7 +10,6 @@
 
 namespace halyard::agent {
 
-
 std::optional<ScheduleItems> HalyardDaemon::loadItems() const {
   // Items archived without a start date take the beat's moment.
   const CalendarClock calendarClock = [this] {
@@ -60,6 +59,5 @@ bool HalyardDaemon::checkForMountedVolumeJobs(const std::optional<ScheduleItems>
   dueList->insert(dueList->end(), due.begin(), due.end());
   return !due.empty();
 }
-
 
 }  // namespace halyard::agent

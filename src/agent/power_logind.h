@@ -18,8 +18,8 @@
 #include <QObject>
 #include <QTimer>
 
-#include "agent/event_loop_tasks.h"
 #include "agent/connection_watch.h"
+#include "agent/event_loop_tasks.h"
 
 namespace halyard::agent {
 

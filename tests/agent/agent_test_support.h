@@ -114,7 +114,6 @@ class TestProcess {
   std::string output_;
 };
 
-
 // The fake logind on `system`, once it owns its name.
 std::unique_ptr<TestProcess> startFakeLogind(const PrivateBus& session, const PrivateBus& system);
 
