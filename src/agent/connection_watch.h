@@ -1,29 +1,29 @@
 #pragma once
 // ConnectionWatch: notices that a bus connection has been lost (its
-// dbus-daemon stopped or restarted). QtDBus only marks such a connection as
-// no longer connected, so the watch looks at it once a second, as often as
-// the agent's own beat wakes it; the look is a flag read, never a call on
-// the bus.
+// dbus-daemon stopped or restarted). libdbus tells a lost connection with
+// the local signal "org.freedesktop.DBus.Local.Disconnected", which QtDBus
+// delivers like any other, so the watch costs no wake-up while the bus lives.
 
 #include <functional>
 
 #include <QDBusConnection>
 #include <QObject>
-#include <QTimer>
 
 namespace halyard::agent {
 
 class ConnectionWatch final : public QObject {
   Q_OBJECT
  public:
-  static constexpr int kIntervalMs = 1000;
-  // `lost` is called once, on the event loop, when `connection` is found lost.
+  // `lost` is called once, on the event loop, when `connection` is lost;
+  // at once (queued) when it is lost already.
   ConnectionWatch(QDBusConnection connection, std::function<void()> lost);
+
+ private Q_SLOTS:
+  void disconnected();
 
  private:
   QDBusConnection connection_;
   std::function<void()> lost_;
-  QTimer timer_;
 };
 
 }  // namespace halyard::agent

@@ -110,7 +110,7 @@ TEST_F(AgentProcessTest, LosingTheSessionBusStopsTheAgentWithAFailureStatus) {
   auto logind = startLogind();
   auto agent = startAgent();
   session_.stop();
-  ASSERT_TRUE(agent->waitForExit(std::chrono::seconds(5)));  // the watch looks once a second
+  ASSERT_TRUE(agent->waitForExit(std::chrono::seconds(5)));
   EXPECT_EQ(agent->process().exitStatus(), QProcess::NormalExit);
   EXPECT_EQ(agent->process().exitCode(), 2);
   EXPECT_NE(agent->output().find("The session bus is gone"), std::string::npos) << agent->output();
