@@ -14,7 +14,7 @@ ConnectionWatch::ConnectionWatch(QDBusConnection connection, std::function<void(
 
 void ConnectionWatch::disconnected() {
   if (!lost_) return;
-  // Told once: the lost connection's name may still be in use elsewhere.
+  // Told once: a loss seen at the start may also be signalled.
   auto lost = std::move(lost_);
   lost_ = nullptr;
   lost();
