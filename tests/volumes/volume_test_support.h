@@ -19,16 +19,10 @@ constexpr std::uint32_t kNfs = 0x6969;
 
 // An ext4 volume on a block device with a label, a UUID and a birth time.
 inline FakeVolume diskVolume(std::string mountPoint, std::uint64_t device, std::string label = "Backup") {
-  FakeVolume volume;
-  volume.mount = {.source = "/dev/sd" + std::to_string(device),
-                  .mountPoint = std::move(mountPoint),
-                  .fsType = "ext4",
-                  .options = "rw,relatime",
-                  .root = "/",
-                  .device = device,
-                  .sourceIsBlockDevice = true};
-  volume.stats = {
-      .type = kExt4, .blockSize = 4096, .nameMax = 255, .totalBlocks = 1000, .freeBlocks = 250, .fragmentSize = 4096};
+  FakeVolume volume = fakeVolume(label, device, mountPoint);
+  volume.mount.options = "rw,relatime";
+  volume.stats.totalBlocks = 1000;
+  volume.stats.freeBlocks = 250;
   volume.birth = KernelTime{1700000000, 0};
   volume.device = {.label = std::move(label), .uuid = "1111-2222", .model = "Disk", .bus = "usb", .removable = false};
   return volume;
