@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <optional>
 
 #include "foundation/type_encoding.h"
@@ -184,7 +185,11 @@ Expected<std::size_t> Unarchiver::readReferenceNumber(std::int8_t head) {
   const std::size_t at = pos_ - 1;
   auto value = readIntegerAfterHead(head, false);
   if (!value) return value.error();
-  if (*value < -kReferenceBias) return failureAt(at, "invalid reference number");
+  // A number past every table cannot name anything; refusing it here also
+  // keeps the bias from overflowing an 8-byte number near its top.
+  if (*value < -kReferenceBias || *value > std::numeric_limits<std::int32_t>::max()) {
+    return failureAt(at, "invalid reference number");
+  }
   return static_cast<std::size_t>(*value + kReferenceBias);
 }
 

@@ -93,6 +93,9 @@ std::vector<BadArchive> badArchives() {
        kHeader + "\x95"s   // a group type by reference to shared string 3, with no string yet
                  "\x01"s,  // a value
        "not yet defined"},
+      {"reference number at the top of 8 bytes",
+       kHeader + kObjectGroup + "\x87\xda\xff\xff\xff\xff\xff\xff\x7f"s,  // object reference 2^63-38
+       "invalid reference number"},
       {"count of 2^31",
        kHeader + kObjectGroup + kNewArrayObject + kIntGroup +
            "\x87\x00\x00\x00\x80\x00\x00\x00\x00"s,  // count 2^31 as an 8-byte integer
