@@ -67,6 +67,9 @@ std::shared_ptr<VTFileManager> VTFileManager::copy() const {
   auto other = make(identity_, pool_);
   std::lock_guard guard(*_threadLock);
   static_cast<VTFileManagerSettings&>(*other) = *this;
+  // A copy maps ids as its original does: a copy made for a transfer must
+  // not silently write the owners unmapped.
+  other->_idMappingDelegate = _idMappingDelegate;
   return other;
 }
 

@@ -13,6 +13,7 @@
 #include <future>
 
 #include "fileservices/test_folder.h"
+#include "fileservices/vt_user_group_mapper.h"
 #include "foundation/log_sink.h"
 
 namespace halyard::fileservices {
@@ -47,6 +48,7 @@ TEST(FileManagerErrors, MessagesForCodes) {
 
 TEST(FileManagerBuffers, ReusedWhileTheSizeStaysAndTheCopyQuirk) {
   auto fm = VTFileManager::make();
+  fm->setIDMappingDelegate(std::make_shared<VTUserGroupMapper>());
   std::byte* first = fm->copyBufferOfSize(4096);
   ASSERT_NE(first, nullptr);
   EXPECT_EQ(fm->copyBufferOfSize(4096), first);
@@ -58,6 +60,7 @@ TEST(FileManagerBuffers, ReusedWhileTheSizeStaysAndTheCopyQuirk) {
   // A copy records the sizes but holds no memory: the same size answers
   // nothing until another size has been asked for once.
   auto copy = fm->copy();
+  EXPECT_EQ(copy->idMappingDelegate(), fm->idMappingDelegate()) << "the copy maps ids as its original";
   EXPECT_EQ(copy->copyBufferOfSize(4096), nullptr);
   EXPECT_EQ(copy->altCopyBufferOfSize(512), nullptr);
   EXPECT_NE(copy->copyBufferOfSize(8192), nullptr);
