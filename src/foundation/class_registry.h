@@ -5,9 +5,9 @@
 // no decoder is read as a GenericObject.
 
 #include <functional>
-#include <map>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "foundation/expected.h"
 #include "foundation/object.h"
@@ -29,7 +29,13 @@ class ClassRegistry {
   const ClassDecoder* find(std::string_view className) const;
 
  private:
-  std::map<std::string, ClassDecoder, std::less<>> decoders_;
+  // Looked up once for every object an archive holds, by a name the
+  // archive gives as a view: hashed, and without making a string.
+  struct NameHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>{}(name); }
+  };
+  std::unordered_map<std::string, ClassDecoder, NameHash, std::equal_to<>> decoders_;
 };
 
 }  // namespace halyard

@@ -30,6 +30,7 @@ Expected<std::string> readWholeFile(const std::string& path) {
   if (S_ISDIR(info.st_mode)) return makeError(path + ": is a folder, not a file");
   if (info.st_size > kMaxFileSize) return makeError(path + ": file too large");
   std::string contents;
+  contents.reserve(static_cast<std::size_t>(info.st_size));  // a file rewritten meanwhile still reads whole
   char buffer[65536];
   for (;;) {
     const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);

@@ -70,6 +70,7 @@ Expected<bool> Unarchiver::nextGroupHasType(std::string_view type) {
 }
 
 Expected<ObjectView> Unarchiver::decodeObjectView() {
+  if (ViewRead plain{}; readPlainMember(plain)) return std::move(plain.view);
   if (auto group = readObjectGroupType(); !group) return group.error();
   auto read = readObjectView(nullptr);
   if (!read) return read.error();
