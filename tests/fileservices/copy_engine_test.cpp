@@ -36,22 +36,18 @@ class StepLog final : public EngineHooks {
     steps.emplace_back(step, path);
     return action ? action(step, path) : 0;
   }
-  std::ptrdiff_t first(EngineStep step) const { return indexOf(step, true); }
-  std::ptrdiff_t last(EngineStep step) const { return indexOf(step, false); }
+  // The index of the first or last `step` taken, -1 when it was not.
+  std::ptrdiff_t first(EngineStep step) const {
+    auto found = std::find_if(steps.begin(), steps.end(), [&](const auto& taken) { return taken.first == step; });
+    return found == steps.end() ? -1 : found - steps.begin();
+  }
+  std::ptrdiff_t last(EngineStep step) const {
+    auto found = std::find_if(steps.rbegin(), steps.rend(), [&](const auto& taken) { return taken.first == step; });
+    return steps.rend() - found - 1;
+  }
 
   std::vector<std::pair<EngineStep, std::string>> steps;
   std::function<int(EngineStep, const std::string&)> action;
-
- private:
-  std::ptrdiff_t indexOf(EngineStep step, bool firstOne) const {
-    std::ptrdiff_t found = -1;
-    for (std::size_t i = 0; i < steps.size(); ++i) {
-      if (steps[i].first != step) continue;
-      found = static_cast<std::ptrdiff_t>(i);
-      if (firstOne) break;
-    }
-    return found;
-  }
 };
 
 // The engine as the file manager runs it, with a small buffer so that files

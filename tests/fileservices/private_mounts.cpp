@@ -20,9 +20,9 @@ PrivateMounts::~PrivateMounts() {
   for (auto it = _mounted.rbegin(); it != _mounted.rend(); ++it) umount2(it->c_str(), MNT_DETACH);
 }
 
-std::string PrivateMounts::mount(const std::string& type, const std::string& folder) {
+std::string PrivateMounts::mount(const std::string& type, const std::string& folder, const std::string& options) {
   if (!_reason.empty()) return _reason;
-  if (::mount(type.c_str(), folder.c_str(), type.c_str(), 0, nullptr) != 0) {
+  if (::mount(type.c_str(), folder.c_str(), type.c_str(), 0, options.c_str()) != 0) {
     return "cannot mount " + type + " on " + folder + ": " + std::strerror(errno);
   }
   _mounted.push_back(folder);

@@ -19,8 +19,8 @@ class PrivateMounts {
   // "" when mounts can be made; else why not.
   const std::string& unavailable() const { return _reason; }
   // Mounts a fresh file system of `type` ("tmpfs", "ramfs") on the existing
-  // folder; "" or the reason it failed.
-  std::string mount(const std::string& type, const std::string& folder);
+  // folder, with `options` ("size=16m"); "" or the reason it failed.
+  std::string mount(const std::string& type, const std::string& folder, const std::string& options = "");
 
  private:
   std::string _reason;

@@ -59,33 +59,28 @@ ZipBuilder& ZipBuilder::addZeros(const std::string& name, std::uint32_t mebibyte
 bool ZipBuilder::write(const std::string& path) const {
   std::string out, directory;
   for (const Member& m : _members) {
+    // The fields a local header shares with its central directory entry:
+    // version needed, flags, method, time and date, CRC, sizes, name length
+    // and an empty extra field.
+    std::string shared;
+    for (auto [value, width] : {std::pair<std::uint64_t, int>{20, 2},
+                                {0, 2},
+                                {m.method, 2},
+                                {0, 4},
+                                {m.crc, 4},
+                                {m.data.size(), 4},
+                                {m.size, 4},
+                                {m.name.size(), 2},
+                                {0, 2}}) {
+      put(shared, value, width);
+    }
     const std::uint64_t offset = out.size();
     put(out, 0x04034b50, 4);
-    put(out, 20, 2);  // version needed
-    put(out, 0, 2);   // flags
-    put(out, m.method, 2);
-    put(out, 0, 4);  // time, date
-    put(out, m.crc, 4);
-    put(out, m.data.size(), 4);
-    put(out, m.size, 4);
-    put(out, m.name.size(), 2);
-    put(out, 0, 2);
-    out += m.name + m.data;
-
+    out += shared + m.name + m.data;
     put(directory, 0x02014b50, 4);
     put(directory, 0x031E, 2);  // made by Unix, 3.0: the mode below counts
-    put(directory, 20, 2);
-    put(directory, 0, 2);
-    put(directory, m.method, 2);
-    put(directory, 0, 4);
-    put(directory, m.crc, 4);
-    put(directory, m.data.size(), 4);
-    put(directory, m.size, 4);
-    put(directory, m.name.size(), 2);
-    put(directory, 0, 2);  // extra
-    put(directory, 0, 2);  // comment
-    put(directory, 0, 2);  // disk
-    put(directory, 0, 2);  // internal attributes
+    directory += shared;
+    put(directory, 0, 6);  // comment length, disk, internal attributes
     put(directory, std::uint64_t{m.mode} << 16, 4);
     put(directory, offset, 4);
     directory += m.name;

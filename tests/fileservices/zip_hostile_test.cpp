@@ -4,12 +4,12 @@
 // outside the destination folder, and each outcome is a clear code.
 
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <set>
 
+#include "fileservices/private_mounts.h"
 #include "fileservices/test_folder.h"
 #include "fileservices/zip_builder.h"
 #include "fileservices/zip_directory.h"
@@ -32,7 +32,7 @@ std::set<std::string> listing(const std::string& root, const std::string& except
 
 struct HostileCase {
   const char* name;
-  std::function<ZipBuilder(const std::string& root)> archive;
+  ZipBuilder archive;
   bool applyMetadata;
   std::set<ErrorCode> codes;
 };
@@ -40,7 +40,7 @@ struct HostileCase {
 void expectContained(const TestFolder& folder, const std::string& dest, const HostileCase& c) {
   SCOPED_TRACE(c.name);
   const std::string archive = folder.path("hostile.zip");
-  ASSERT_TRUE(c.archive(folder.root()).write(archive));
+  ASSERT_TRUE(c.archive.write(archive));
   const auto before = listing(folder.root(), dest);
   auto fm = VTFileManager::make();
   const ErrorCode code = fm->extractFile("item", archive, dest, c.applyMetadata);
@@ -56,78 +56,51 @@ void expectContained(const TestFolder& folder, const std::string& dest, const Ho
 
 TEST(ZipHostile, NothingIsWrittenOutsideTheDestination) {
   TestFolder folder;
-  fs::create_directory(folder.path("outside"));
+  const std::string outside = folder.path("outside");
+  fs::create_directory(outside);
   const std::string dest = folder.path("dest");
   fs::create_directory(dest);
+  const std::string impossibleTimes =
+      "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>VTFM_CatalogInfo</key><data>" +
+      std::string(sizeof(struct statx) / 3 * 4, '/') + "/w==</data></dict></plist>";
   const HostileCase cases[] = {
-      {"a member named ../escape",
-       [](const std::string&) { return ZipBuilder().add("../escape", "x").add("item", "ok"); },
-       false,
-       {0, -9070}},
-      {"an absolute member name",
-       [](const std::string&) { return ZipBuilder().add("/abs-escape-halyard", "x").add("item", "ok"); },
-       false,
-       {0, -9070}},
+      {"a member named ../escape", ZipBuilder().add("../escape", "x").add("item", "ok"), false, {0, -9070}},
+      {"an absolute member name", ZipBuilder().add("/abs-escape-halyard", "x").add("item", "ok"), false, {0, -9070}},
       {"a link out of the destination, then a member through it",
-       [](const std::string& root) {
-         return ZipBuilder().add("item", root + "/outside", 0120777).add("item/evil", "written through the link");
-       },
+       ZipBuilder().add("item", outside, 0120777).add("item/evil", "written through the link"),
        false,
        {-206, -9070}},
       {"garbage metadata.plist is skipped",
-       [](const std::string&) { return ZipBuilder().add("item", "ok").add("metadata.plist", "<plist><dict><garbage"); },
+       ZipBuilder().add("item", "ok").add("metadata.plist", "<plist><dict><garbage"),
        true,
        {0}},
       {"metadata.plist as a link is not read",
-       [](const std::string& root) {
-         return ZipBuilder().add("item", "ok").add("metadata.plist", root + "/outside/secret", 0120777);
-       },
+       ZipBuilder().add("item", "ok").add("metadata.plist", outside + "/secret", 0120777),
        true,
        {0}},
       {"metadata that sets impossible times fails the extraction",
-       [](const std::string&) {
-         return ZipBuilder()
-             .add("item", "ok")
-             .add("metadata.plist",
-                  "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>VTFM_CatalogInfo</key><data>" +
-                      std::string(sizeof(struct statx) / 3 * 4, '/') + "/w==" + "</data></dict></plist>");
-       },
+       ZipBuilder().add("item", "ok").add("metadata.plist", impossibleTimes),
        true,
        {EINVAL}},
   };
   for (const auto& c : cases) expectContained(folder, dest, c);
 }
 
-// A small file system for the destination, so that a bomb meets its limit
-// at once; the machine's disks are far larger than any test should fill.
-class SmallFileSystem {
- public:
-  explicit SmallFileSystem(const std::string& where) : _where(where) {
-    _mounted = mount("tmpfs", where.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=16m") == 0;
-  }
-  ~SmallFileSystem() {
-    if (_mounted) umount2(_where.c_str(), MNT_DETACH);
-  }
-  bool mounted() const { return _mounted; }
-
- private:
-  std::string _where;
-  bool _mounted;
-};
-
 TEST(ZipHostile, BombsMeetTheDestinationsLimit) {
   TestFolder folder;
   const std::string dest = folder.path("dest");
   fs::create_directory(dest);
-  SmallFileSystem small(dest);
-  if (!small.mounted()) GTEST_SKIP() << "cannot mount a tmpfs here (needs root)";
+  // A small file system, so that a bomb meets its limit at once; the
+  // machine's disks are far larger than any test should fill.
+  PrivateMounts mounts;
+  if (auto reason = mounts.mount("tmpfs", dest, "size=16m"); !reason.empty()) GTEST_SKIP() << reason;
   const HostileCase cases[] = {
       {"10 GB that say so are refused before anything is written",
-       [](const std::string&) { return ZipBuilder().addZeros("item", 3400).addZeros("b", 3400).addZeros("c", 3400); },
+       ZipBuilder().addZeros("item", 3400).addZeros("b", 3400).addZeros("c", 3400),
        false,
        {kDiskFullErr}},
       {"64 MiB that claim 1000 bytes stop at the full file system",
-       [](const std::string&) { return ZipBuilder().addZeros("item", 64, 1000); },
+       ZipBuilder().addZeros("item", 64, 1000),
        false,
        {-34, -206, -41, -9070}},
   };
