@@ -4,7 +4,6 @@
 // refusals, temporary names, and walks that meet a folder swapped for a
 // symbolic link.
 
-#include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>

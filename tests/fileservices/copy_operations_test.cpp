@@ -126,10 +126,8 @@ TEST(CopyOperations, AsyncFamiliesAnswerThroughTheSign) {
   TestFolder folder;
   folder.writeFile("a.txt", "a");
   auto fm = VTFileManager::make();
-  const CommandID copied = fm->asyncCopyPath(folder.path("a.txt"), folder.path("b.txt"), true);
-  EXPECT_LT(copied, 0);
-  const CommandID moved = fm->asyncMovePath(folder.path("b.txt"), folder.path("c.txt"), true);
-  EXPECT_LT(moved, 0);
+  EXPECT_LT(fm->asyncCopyPath(folder.path("a.txt"), folder.path("b.txt"), true), 0);
+  EXPECT_LT(fm->asyncMovePath(folder.path("b.txt"), folder.path("c.txt"), true), 0);
   const CommandID failed = fm->asyncRemoveFileAtPath(folder.path("b.txt"));
   ASSERT_GT(failed, 0);
   EXPECT_EQ(fm->statusForCommand(failed), ENOENT);

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "fileservices/document_alias.h"
+#include "fileservices/test_folder.h"
 #include "foundation/archiver.h"
 #include "volumes/mount_namespace_support.h"
 
@@ -44,14 +45,12 @@ std::shared_ptr<Data> aliasOf(std::initializer_list<std::pair<const char*, Objec
 }
 
 TEST(DocumentAliasTest, RealFileResolvesToItsPath) {
-  const auto folder = std::filesystem::temp_directory_path() / ("alias-test-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(folder);
-  const std::string path = (folder / "Sync Set.halyard").string();
-  std::fclose(std::fopen(path.c_str(), "w"));
+  TestFolder folder;
+  const std::string path = folder.writeFile("Sync Set.halyard", "");
   auto alias = createAliasObjectFromNSPath(path);
   ASSERT_TRUE(alias);
   EXPECT_EQ(getNSPathFromAliasObject(alias, true), path);
-  std::filesystem::remove_all(folder);
+  std::filesystem::remove(path);
   EXPECT_FALSE(getNSPathFromAliasObject(alias, true));
   EXPECT_FALSE(createAliasObjectFromNSPath(path));
   EXPECT_FALSE(createAliasObjectFromNSPath("relative/path"));

@@ -6,11 +6,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <future>
+#include <thread>
 
 #include "fileservices/test_folder.h"
 #include "fileservices/vt_user_group_mapper.h"
