@@ -3,6 +3,8 @@
 #include <zlib.h>
 
 #include <fstream>
+#include <initializer_list>
+#include <utility>
 
 namespace halyard::fileservices {
 
@@ -10,8 +12,13 @@ namespace {
 
 constexpr std::uint32_t kMebibyte = 1 << 20;
 
-void put(std::string& out, std::uint64_t v, int width) {
-  for (int i = 0; i < width; ++i) out.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
+// Little-endian fields, each a value and its width in bytes.
+std::string fields(std::initializer_list<std::pair<std::uint64_t, int>> list) {
+  std::string out;
+  for (auto [value, width] : list) {
+    for (int i = 0; i < width; ++i) out.push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
+  }
+  return out;
 }
 
 // One mebibyte of zeros deflated and fully flushed: the same bytes may be
@@ -59,41 +66,21 @@ ZipBuilder& ZipBuilder::addZeros(const std::string& name, std::uint32_t mebibyte
 bool ZipBuilder::write(const std::string& path) const {
   std::string out, directory;
   for (const Member& m : _members) {
-    // The fields a local header shares with its central directory entry:
-    // version needed, flags, method, time and date, CRC, sizes, name length
-    // and an empty extra field.
-    std::string shared;
-    for (auto [value, width] : {std::pair<std::uint64_t, int>{20, 2},
-                                {0, 2},
-                                {m.method, 2},
-                                {0, 4},
-                                {m.crc, 4},
-                                {m.data.size(), 4},
-                                {m.size, 4},
-                                {m.name.size(), 2},
-                                {0, 2}}) {
-      put(shared, value, width);
-    }
-    const std::uint64_t offset = out.size();
-    put(out, 0x04034b50, 4);
-    out += shared + m.name + m.data;
-    put(directory, 0x02014b50, 4);
-    put(directory, 0x031E, 2);  // made by Unix, 3.0: the mode below counts
-    directory += shared;
-    put(directory, 0, 6);  // comment length, disk, internal attributes
-    put(directory, std::uint64_t{m.mode} << 16, 4);
-    put(directory, offset, 4);
-    directory += m.name;
+    // What a local header shares with its central directory entry: version
+    // needed, flags, method, time and date, CRC, sizes, name and extra lengths.
+    const std::string shared = fields({{20, 2}, {0, 2}, {m.method, 2}, {0, 4}, {m.crc, 4}}) +
+                               fields({{m.data.size(), 4}, {m.size, 4}, {m.name.size(), 2}, {0, 2}});
+    // Made by Unix, 3.0, so that the mode counts; no comment, disk 0, no
+    // internal attributes.
+    directory += fields({{0x02014b50, 4}, {0x031E, 2}}) + shared +
+                 fields({{0, 6}, {std::uint64_t{m.mode} << 16, 4}, {out.size(), 4}}) + m.name;
+    out += fields({{0x04034b50, 4}}) + shared + m.name + m.data;
   }
+  // The end record: disk numbers, member counts, the directory's size and
+  // offset, no comment.
   const std::uint64_t directoryOffset = out.size();
-  out += directory;
-  put(out, 0x06054b50, 4);
-  put(out, 0, 4);
-  put(out, _members.size(), 2);
-  put(out, _members.size(), 2);
-  put(out, directory.size(), 4);
-  put(out, directoryOffset, 4);
-  put(out, 0, 2);
+  out += directory + fields({{0x06054b50, 4}, {0, 4}, {_members.size(), 2}, {_members.size(), 2}}) +
+         fields({{directory.size(), 4}, {directoryOffset, 4}, {0, 2}});
   std::ofstream file(path, std::ios::binary);
   file << out;
   return static_cast<bool>(file);
