@@ -142,42 +142,6 @@ constexpr std::int64_t kBlock = 4 * 1024 * 1024;
 constexpr int kFiles = 8;
 constexpr std::int64_t kFileSize = 128 * 1024 * 1024 + 4096;  // 8 of them: just over 1 GiB
 
-class LargeTreeCopy : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    folder_ = new TestFolder;
-    // Real data: a pseudo-random block, varied in every block written.
-    std::vector<std::uint64_t> block(kBlock / 8);
-    std::uint64_t x = 0x9E3779B97F4A7C15ull;
-    for (auto& word : block) word = (x ^= x << 13, x ^= x >> 7, x ^= x << 17);
-    for (int f = 0; f < kFiles; ++f) {
-      const std::string path =
-          folder_->writeFile("big/" + std::string(f % 2 ? "odd/" : "") + "part" + std::to_string(f), "");
-      std::ofstream out(path, std::ios::binary);
-      for (std::int64_t done = 0; done < kFileSize; done += kBlock) {
-        block[0] = static_cast<std::uint64_t>(f) << 32 | static_cast<std::uint64_t>(done / kBlock);
-        out.write(reinterpret_cast<const char*>(block.data()), std::min(kBlock, kFileSize - done));
-      }
-    }
-    ASSERT_EQ(symlink("part0", folder_->path("big/link").c_str()), 0);
-  }
-  static void TearDownTestSuite() { delete folder_; }
-
-  // Holds the worker with a command of its own until the delegate has the
-  // copy's id and has set "PAUSE": the copy then stops after its first block
-  // however fast the machine is.
-  std::shared_future<void> holdWorker() {
-    auto opened = gate_.get_future().share();
-    fm_->commandPool().runCommand([opened](CommandID) { opened.wait(); }, nullptr, nullptr);
-    return opened;
-  }
-
-  static TestFolder* folder_;
-  std::shared_ptr<VTFileManager> fm_ = VTFileManager::make();
-  std::promise<void> gate_;
-};
-TestFolder* LargeTreeCopy::folder_ = nullptr;
-
 // Pauses the copy from its start, then either resumes it after the first
 // report or aborts it there. It checks, while paused, that no bytes move.
 class ScriptedDelegate final : public ProgressDelegate {
@@ -211,6 +175,45 @@ class ScriptedDelegate final : public ProgressDelegate {
   CommandID id_ = 0;
 };
 
+class LargeTreeCopy : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    folder_ = new TestFolder;
+    // Real data: a pseudo-random block, varied in every block written.
+    std::vector<std::uint64_t> block(kBlock / 8);
+    std::uint64_t x = 0x9E3779B97F4A7C15ull;
+    for (auto& word : block) word = (x ^= x << 13, x ^= x >> 7, x ^= x << 17);
+    for (int f = 0; f < kFiles; ++f) {
+      const std::string path =
+          folder_->writeFile("big/" + std::string(f % 2 ? "odd/" : "") + "part" + std::to_string(f), "");
+      std::ofstream out(path, std::ios::binary);
+      for (std::int64_t done = 0; done < kFileSize; done += kBlock) {
+        block[0] = static_cast<std::uint64_t>(f) << 32 | static_cast<std::uint64_t>(done / kBlock);
+        out.write(reinterpret_cast<const char*>(block.data()), std::min(kBlock, kFileSize - done));
+      }
+    }
+    ASSERT_EQ(symlink("part0", folder_->path("big/link").c_str()), 0);
+  }
+  static void TearDownTestSuite() { delete folder_; }
+
+  // Copies "big" to `dest` through `delegate` and answers the finished
+  // command's id. A command of its own holds the worker until the delegate
+  // has the copy's id and has set "PAUSE": the copy then stops after its
+  // first block however fast the machine is.
+  CommandID copyHeld(const std::string& dest, const std::shared_ptr<ScriptedDelegate>& delegate) {
+    auto opened = gate_.get_future().share();
+    fm_->commandPool().runCommand([opened](CommandID) { opened.wait(); }, nullptr, nullptr);
+    CommandID id = fm_->asyncCopyPath(folder_->path("big"), dest, true, delegate);
+    while (id > 0 && fm_->statusForCommand(id) == kCommandNotFinished) id = fm_->waitForCommandCompletion(id, 10.0);
+    return id;
+  }
+
+  static TestFolder* folder_;
+  std::shared_ptr<VTFileManager> fm_ = VTFileManager::make();
+  std::promise<void> gate_;
+};
+TestFolder* LargeTreeCopy::folder_ = nullptr;
+
 bool sameContents(const std::string& a, const std::string& b) {
   std::ifstream x(a, std::ios::binary), y(b, std::ios::binary);
   std::vector<char> bx(kBlock), by(kBlock);
@@ -223,11 +226,9 @@ bool sameContents(const std::string& a, const std::string& b) {
 }
 
 TEST_F(LargeTreeCopy, PausedAtTheFirstReportThenResumedToTheEnd) {
-  holdWorker();
   auto delegate = std::make_shared<ScriptedDelegate>(*fm_, gate_, false);
   const std::string dest = folder_->path("copy");
-  CommandID id = fm_->asyncCopyPath(folder_->path("big"), dest, true, delegate);
-  while (id > 0 && fm_->statusForCommand(id) == kCommandNotFinished) id = fm_->waitForCommandCompletion(id, 10.0);
+  const CommandID id = copyHeld(dest, delegate);
   ASSERT_LT(id, 0) << fm_->errorMessageForCode(fm_->statusForCommand(id));
 
   ASSERT_FALSE(delegate->reports.empty());
@@ -246,11 +247,9 @@ TEST_F(LargeTreeCopy, PausedAtTheFirstReportThenResumedToTheEnd) {
 }
 
 TEST_F(LargeTreeCopy, AbortedMidwayAnswersMinus128AndLeavesNothing) {
-  holdWorker();
   auto delegate = std::make_shared<ScriptedDelegate>(*fm_, gate_, true);
   const std::string dest = folder_->path("aborted");
-  CommandID id = fm_->asyncCopyPath(folder_->path("big"), dest, true, delegate);
-  while (id > 0 && fm_->statusForCommand(id) == kCommandNotFinished) id = fm_->waitForCommandCompletion(id, 10.0);
+  const CommandID id = copyHeld(dest, delegate);
   ASSERT_GT(id, 0);
   EXPECT_EQ(fm_->statusForCommand(id), kUserCanceledErr);
   EXPECT_EQ(delegate->reports, (std::vector<std::int64_t>{kBlock}));

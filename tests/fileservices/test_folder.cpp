@@ -1,8 +1,10 @@
 #include "fileservices/test_folder.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -33,6 +35,18 @@ bool setInodeFlags(const std::string& path, unsigned flags) {
   const bool set = fd >= 0 && ioctl(fd, FS_IOC_SETFLAGS, &value) == 0;
   if (fd >= 0) close(fd);
   return set;
+}
+
+int exitCodeAsNobody(const std::function<int()>& body) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool dropped =
+        setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 && setresuid(65534, 65534, 65534) == 0;
+    _exit(dropped ? body() : 64);
+  }
+  int status = 0;
+  if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
 }
 
 TestFolder::TestFolder() {

@@ -3,6 +3,7 @@
 // flags cleared first) when the test ends; reading a file whole, an
 // extended attribute and the inode flags.
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -36,5 +37,10 @@ std::optional<std::string> extendedAttribute(const std::string& path, const char
 unsigned inodeFlags(const std::string& path);
 // Sets them; false where the file system keeps none or refuses.
 bool setInodeFlags(const std::string& path, unsigned flags);
+
+// Runs `body` in a child process that has become the user and group nobody
+// (65534) without supplementary groups; the child's exit code, 64 when it
+// could not change user, -1 when it did not exit.
+int exitCodeAsNobody(const std::function<int()>& body);
 
 }  // namespace halyard::fileservices

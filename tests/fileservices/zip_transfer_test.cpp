@@ -5,12 +5,10 @@
 
 #include <acl/libacl.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <sys/acl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -188,18 +186,10 @@ TEST_F(ZipTransferTest, NonRootExtractionSetsOnlyLowFlags) {
   const uid_t nobody = 65534;
   chmod(folder.root().c_str(), 0755);
   for (const char* name : {"dest", "tmp", "flagged.zip"}) chown(folder.path(name).c_str(), nobody, nobody);
-  const pid_t child = fork();
-  if (child == 0) {
-    const bool dropped =
-        setgroups(0, nullptr) == 0 && setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0;
-    _exit(dropped && VTFileManager::make()->extractFile("flagged", folder.path("flagged.zip"), folder.path("dest"),
-                                                        true) == 0
-              ? 0
-              : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  ASSERT_EQ(status, 0) << "the extraction as another user failed";
+  const int code = exitCodeAsNobody([&] {
+    return VTFileManager::make()->extractFile("flagged", folder.path("flagged.zip"), folder.path("dest"), true) ? 1 : 0;
+  });
+  ASSERT_EQ(code, 0) << "the extraction as another user failed";
   const unsigned flags = inodeFlags(folder.path("dest/flagged"));
   EXPECT_TRUE(flags & FS_NODUMP_FL);
   EXPECT_FALSE(flags & FS_TOPDIR_FL);
