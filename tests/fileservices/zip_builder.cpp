@@ -66,18 +66,15 @@ ZipBuilder& ZipBuilder::addZeros(const std::string& name, std::uint32_t mebibyte
 bool ZipBuilder::write(const std::string& path) const {
   std::string out, directory;
   for (const Member& m : _members) {
-    // What a local header shares with its central directory entry: version
-    // needed, flags, method, time and date, CRC, sizes, name and extra lengths.
+    // The fields a local header shares with its central directory entry.
     const std::string shared = fields({{20, 2}, {0, 2}, {m.method, 2}, {0, 4}, {m.crc, 4}}) +
                                fields({{m.data.size(), 4}, {m.size, 4}, {m.name.size(), 2}, {0, 2}});
-    // Made by Unix, 3.0, so that the mode counts; no comment, disk 0, no
-    // internal attributes.
+    // Made by Unix 3.0, so that the mode counts.
     directory += fields({{0x02014b50, 4}, {0x031E, 2}}) + shared +
                  fields({{0, 6}, {std::uint64_t{m.mode} << 16, 4}, {out.size(), 4}}) + m.name;
     out += fields({{0x04034b50, 4}}) + shared + m.name + m.data;
   }
-  // The end record: disk numbers, member counts, the directory's size and
-  // offset, no comment.
+  // The end record.
   const std::uint64_t directoryOffset = out.size();
   out += directory + fields({{0x06054b50, 4}, {0, 4}, {_members.size(), 2}, {_members.size(), 2}}) +
          fields({{directory.size(), 4}, {directoryOffset, 4}, {0, 2}});
