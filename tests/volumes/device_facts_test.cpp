@@ -25,6 +25,16 @@ class FakeUdev final : public UdevDatabase {
   std::optional<std::map<std::string, std::string>> propertiesOf(std::uint64_t) const override { return record; }
 };
 
+// udev's record of an ext4 file system labelled "Sauvegarde été".
+std::shared_ptr<FakeUdev> udevOfLabelledExt4(const std::string& uuid) {
+  auto udev = std::make_shared<FakeUdev>();
+  udev->record = {{"ID_FS_LABEL", "Sauvegarde_\xc3\xa9t\xc3\xa9"},
+                  {"ID_FS_LABEL_ENC", "Sauvegarde\\x20\xc3\xa9t\xc3\xa9"},
+                  {"ID_FS_UUID", uuid},
+                  {"ID_FS_TYPE", "ext4"}};
+  return udev;
+}
+
 void write(const fs::path& file, const std::string& text) {
   fs::create_directories(file.parent_path());
   std::ofstream(file) << text;
@@ -90,13 +100,8 @@ TEST(DeviceFacts, TheSameWithAndWithoutUdev) {
     GTEST_SKIP() << "mkfs.ext4 cannot make an image here";
   }
   const std::string sysfs = fakeSysfs(scratch.path("sys"));
-  auto udev = std::make_shared<FakeUdev>();
-  udev->record = {{"ID_FS_LABEL", "Sauvegarde_\xc3\xa9t\xc3\xa9"},
-                  {"ID_FS_LABEL_ENC", "Sauvegarde\\x20\xc3\xa9t\xc3\xa9"},
-                  {"ID_FS_UUID", "0b2c1d4e-0000-4000-8000-00000000e7e7"},
-                  {"ID_FS_TYPE", "ext4"},
-                  {"ID_MODEL", "Cruzer_Blade"},
-                  {"ID_BUS", "usb"}};
+  auto udev = udevOfLabelledExt4("0b2c1d4e-0000-4000-8000-00000000e7e7");
+  udev->record.insert({{"ID_MODEL", "Cruzer_Blade"}, {"ID_BUS", "usb"}});
   const std::uint64_t device = makedev(8, 17);
   const DeviceProperties withUdev = readDeviceFacts(image, device, {udev, sysfs});
   const DeviceProperties withoutUdev = readDeviceFacts(image, device, {nullptr, sysfs});
@@ -123,11 +128,7 @@ TEST(DeviceFacts, ARecordMadeWithUdevEqualsOneMadeWithout) {
   }
   if (!scratch.mount("-o loop", scratch.path("label.img"), "v")) GTEST_SKIP() << "this machine cannot loop-mount";
   const auto blkid = readDeviceFacts(scratch.path("label.img"), 0, {nullptr, scratch.path("no-sysfs")});
-  auto udev = std::make_shared<FakeUdev>();
-  udev->record = {{"ID_FS_LABEL", "Sauvegarde_\xc3\xa9t\xc3\xa9"},
-                  {"ID_FS_LABEL_ENC", "Sauvegarde\\x20\xc3\xa9t\xc3\xa9"},
-                  {"ID_FS_UUID", blkid.uuid.value_or("")},
-                  {"ID_FS_TYPE", "ext4"}};
+  auto udev = udevOfLabelledExt4(blkid.uuid.value_or(""));
   const auto recordWith = [&](std::shared_ptr<const UdevDatabase> database) {
     auto manager = fileservices::VTFileManager::make();
     manager->setVolumeQueries(linuxVolumeQueriesWith({std::move(database)}));
