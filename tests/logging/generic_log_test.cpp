@@ -187,10 +187,11 @@ TEST(GenericLog, FourThreadsLoseNoMessageAndSizesAddUp) {
   EXPECT_EQ(observed.observer->names().size(), std::size_t{kThreads * kEach});
 }
 
-std::shared_ptr<GenericLog> roundTrip(const ObservedLog& observed) {
+// The log that `root`'s archive decodes to, in `observed`'s environment.
+std::shared_ptr<GenericLog> decodedLog(const ObjectRef& root, const ObservedLog& observed) {
   ClassRegistry registry = ClassRegistry::foundation();
   registerLogClasses(registry, observed.environment());
-  auto decoded = Unarchiver::unarchiveRootObject(Archiver::archivedData(observed.log), registry);
+  auto decoded = Unarchiver::unarchiveRootObject(Archiver::archivedData(root), registry);
   EXPECT_TRUE(decoded.ok()) << (decoded.ok() ? "" : decoded.error().describe());
   return decoded.ok() ? objectAs<GenericLog>(*decoded) : nullptr;
 }
@@ -218,7 +219,7 @@ TEST(GenericLog, ArchiveRoundTrips) {
     log.setName(c.path ? std::optional<std::string>("Named") : std::nullopt);
     log.setLimitMirroredLogFileSize(c.flags);
     log.setCustomMirrorPathSpecified(c.flags);
-    auto decoded = roundTrip(observed);
+    auto decoded = decodedLog(observed.log, observed);
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->maxSize(), c.decodedMaxSize);
     EXPECT_EQ(decoded->curSize(), log.curSize());
@@ -234,21 +235,15 @@ TEST(GenericLog, ArchiveRoundTrips) {
 
 TEST(GenericLog, ClearingAnEmptyDecodedLogResetsItsSizeSilently) {
   ObservedLog observed;
-  auto archive = Dictionary::make(true);
-  archive->set("curSize", Number::fromFloat(5.5f));
   struct Holder final : Object {
-    std::shared_ptr<Dictionary> archive;
+    std::shared_ptr<Dictionary> archive = Dictionary::make(true);
     ClassChain archiveClassChain() const override { return rootedChain({{"GenericLog", 0}}); }
     void encodeWithCoder(Archiver& coder) const override { coder.encodeObject(archive); }
     void writeJson(JsonWriter&) const override {}
   };
   auto holder = std::make_shared<Holder>();
-  holder->archive = archive;
-  ClassRegistry registry = ClassRegistry::foundation();
-  registerLogClasses(registry, observed.environment());
-  auto decoded = Unarchiver::unarchiveRootObject(Archiver::archivedData(holder), registry);
-  ASSERT_TRUE(decoded.ok());
-  auto log = objectAs<GenericLog>(*decoded);
+  holder->archive->set("curSize", Number::fromFloat(5.5f));
+  auto log = decodedLog(holder, observed);
   ASSERT_TRUE(log);
   EXPECT_EQ(log->curSize(), 5.5f);
   EXPECT_EQ(log->maxSize(), 1024.0f);
