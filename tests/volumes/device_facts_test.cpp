@@ -93,20 +93,20 @@ TEST(DeviceFacts, TheBusIsTheDisksOwnTransport) {
 
 TEST(DeviceFacts, TheSameWithAndWithoutUdev) {
   testing::Scratch scratch;
-  const std::string image = scratch.path("label.img");
-  if (!testing::run("truncate -s 16M " + image) ||
-      !testing::run("mkfs.ext4 -q -F -L 'Sauvegarde \xc3\xa9t\xc3\xa9' -U 0b2c1d4e-0000-4000-8000-00000000e7e7 " +
-                    image)) {
+  constexpr const char* kUuid = "0b2c1d4e-0000-4000-8000-00000000e7e7";
+  if (!scratch.makeFileSystem("label.img", "16M",
+                              std::string("mkfs.ext4 -q -F -L 'Sauvegarde \xc3\xa9t\xc3\xa9' -U ") + kUuid)) {
     GTEST_SKIP() << "mkfs.ext4 cannot make an image here";
   }
+  const std::string image = scratch.path("label.img");
   const std::string sysfs = fakeSysfs(scratch.path("sys"));
-  auto udev = udevOfLabelledExt4("0b2c1d4e-0000-4000-8000-00000000e7e7");
+  auto udev = udevOfLabelledExt4(kUuid);
   udev->record.insert({{"ID_MODEL", "Cruzer_Blade"}, {"ID_BUS", "usb"}});
   const std::uint64_t device = makedev(8, 17);
   const DeviceProperties withUdev = readDeviceFacts(image, device, {udev, sysfs});
   const DeviceProperties withoutUdev = readDeviceFacts(image, device, {nullptr, sysfs});
   EXPECT_EQ(withUdev.label, "Sauvegarde \xc3\xa9t\xc3\xa9");
-  EXPECT_EQ(withUdev.uuid, "0b2c1d4e-0000-4000-8000-00000000e7e7");
+  EXPECT_EQ(withUdev.uuid, kUuid);
   EXPECT_EQ(withUdev.model, "Cruzer Blade");
   EXPECT_EQ(withUdev.bus, "usb");
   EXPECT_TRUE(withUdev.removable) << "a USB disk is removable whatever its flag";
