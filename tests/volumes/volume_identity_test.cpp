@@ -109,20 +109,18 @@ TEST(Identity, AuditLinesTellWhichCheckFailed) {
   testing::SwitchesOn audit({"VolumeSpecAudit"});
   LogCapture capture;
   EXPECT_FALSE(pair.a->isEqual(pair.b));
-  const std::vector<std::string> expected{
-      "isEqual:Comparing Backup to BACKUP",
-      "isEqual:Hostname: " + host + " to " + host,
-      "isEqual:isRemote: 0 to 0",
-      "isEqual:isDistantRemote: 0 to 0",
-      "isEqual:blockSize: 4096 to 4096",
-      "isEqual:fileSystemID: 0 to 0",
-      "isEqual:isCaseSensitive: 1 to 1",
-      "isEqual:isReadOnly: 0 to 0",
-      "isEqual:isFileServer: 0 to 0",
-      "isEqual:isRemovableMedia: 0 to 0",
-      "isEqual:Creation dates did NOT match!!!",
-      "isEqual:Result: 0",
-  };
+  const std::vector<std::string> expected{"isEqual:Comparing Backup to BACKUP",
+                                          "isEqual:Hostname: " + host + " to " + host,
+                                          "isEqual:isRemote: 0 to 0",
+                                          "isEqual:isDistantRemote: 0 to 0",
+                                          "isEqual:blockSize: 4096 to 4096",
+                                          "isEqual:fileSystemID: 0 to 0",
+                                          "isEqual:isCaseSensitive: 1 to 1",
+                                          "isEqual:isReadOnly: 0 to 0",
+                                          "isEqual:isFileServer: 0 to 0",
+                                          "isEqual:isRemovableMedia: 0 to 0",
+                                          "isEqual:Creation dates did NOT match!!!",
+                                          "isEqual:Result: 0"};
   EXPECT_EQ(capture.lines(), expected);
 }
 
