@@ -106,7 +106,7 @@ TEST(Identity, AuditLinesTellWhichCheckFailed) {
   other.birth->nanoseconds = 1000000;
   Pair pair = recordsOf(diskVolume("/media/u/A", 1), other);
   const std::string host = pair.a->fileManager()->hostName();
-  testing::SwitchesOn audit({"VolumeSpecAudit"});
+  testing::SwitchOn audit("VolumeSpecAudit");
   LogCapture capture;
   EXPECT_FALSE(pair.a->isEqual(pair.b));
   const std::vector<std::string> expected{"isEqual:Comparing Backup to BACKUP",
