@@ -21,26 +21,18 @@ inline std::string readFixture(const std::string& name) {
   return bytes.str();
 }
 
-// The archive header, one field a line.
-inline constexpr std::string_view kArchiveHeader =
-    "\x04"             // the format version, 4
-    "\x0b"             // the signature's length, 11
-    "streamtyped"      // the signature
-    "\x81\xe8\x03"sv;  // the system version, 1000, as a 2-byte integer
+// The archive header: format version 4, the signature's length (11), the
+// signature, and the system version, 1000, as a 2-byte integer.
+inline constexpr std::string_view kArchiveHeader = "\x04\x0bstreamtyped\x81\xe8\x03"sv;
 
-// The header, then the root object's group: S = shared string entry,
-// O = object entry.
-inline const std::string kRootObjectOpening = std::string(kArchiveHeader) +
-                                              "\x84\x01"  // a group type: new S0 of 1 byte,
-                                              "@"         //   "@", an object
-                                              "\x84";     // new object O0: the root
+// The header, then the root object's group: a group type, new shared string
+// S0 of 1 byte, "@" (an object), then new object O0: the root.
+inline const std::string kRootObjectOpening = std::string(kArchiveHeader) + "\x84\x01@\x84";
 
-// NSObject as a new class with no superclass, where every class chain ends.
-inline constexpr std::string_view kNSObjectRootClass =
-    "\x84\x84\x08"  // a new class, named by a new shared string of 8 bytes
-    "NSObject"      //   "NSObject"
-    "\x00"          // version 0
-    "\x85"sv;       // no superclass
+// NSObject as a new class with no superclass, where every class chain ends:
+// a new class named by a new shared string of 8 bytes, "NSObject", version
+// 0, no superclass.
+inline constexpr std::string_view kNSObjectRootClass = "\x84\x84\x08NSObject\x00\x85"sv;
 
 inline std::string joined(std::initializer_list<std::string_view> parts) {
   std::string out;

@@ -25,6 +25,16 @@ class FakeUdev final : public UdevDatabase {
   std::optional<std::map<std::string, std::string>> propertiesOf(std::uint64_t) const override { return record; }
 };
 
+// udev's record of an ext4 file system labelled "Sauvegarde été".
+std::shared_ptr<FakeUdev> udevOfLabelledExt4(const std::string& uuid) {
+  auto udev = std::make_shared<FakeUdev>();
+  udev->record = {{"ID_FS_LABEL", "Sauvegarde_\xc3\xa9t\xc3\xa9"},
+                  {"ID_FS_LABEL_ENC", "Sauvegarde\\x20\xc3\xa9t\xc3\xa9"},
+                  {"ID_FS_UUID", uuid},
+                  {"ID_FS_TYPE", "ext4"}};
+  return udev;
+}
+
 void write(const fs::path& file, const std::string& text) {
   fs::create_directories(file.parent_path());
   std::ofstream(file) << text;
@@ -83,25 +93,20 @@ TEST(DeviceFacts, TheBusIsTheDisksOwnTransport) {
 
 TEST(DeviceFacts, TheSameWithAndWithoutUdev) {
   testing::Scratch scratch;
-  const std::string image = scratch.path("label.img");
-  if (!testing::run("truncate -s 16M " + image) ||
-      !testing::run("mkfs.ext4 -q -F -L 'Sauvegarde \xc3\xa9t\xc3\xa9' -U 0b2c1d4e-0000-4000-8000-00000000e7e7 " +
-                    image)) {
+  constexpr const char* kUuid = "0b2c1d4e-0000-4000-8000-00000000e7e7";
+  if (!scratch.makeFileSystem("label.img", "16M",
+                              std::string("mkfs.ext4 -q -F -L 'Sauvegarde \xc3\xa9t\xc3\xa9' -U ") + kUuid)) {
     GTEST_SKIP() << "mkfs.ext4 cannot make an image here";
   }
+  const std::string image = scratch.path("label.img");
   const std::string sysfs = fakeSysfs(scratch.path("sys"));
-  auto udev = std::make_shared<FakeUdev>();
-  udev->record = {{"ID_FS_LABEL", "Sauvegarde_\xc3\xa9t\xc3\xa9"},
-                  {"ID_FS_LABEL_ENC", "Sauvegarde\\x20\xc3\xa9t\xc3\xa9"},
-                  {"ID_FS_UUID", "0b2c1d4e-0000-4000-8000-00000000e7e7"},
-                  {"ID_FS_TYPE", "ext4"},
-                  {"ID_MODEL", "Cruzer_Blade"},
-                  {"ID_BUS", "usb"}};
+  auto udev = udevOfLabelledExt4(kUuid);
+  udev->record.insert({{"ID_MODEL", "Cruzer_Blade"}, {"ID_BUS", "usb"}});
   const std::uint64_t device = makedev(8, 17);
   const DeviceProperties withUdev = readDeviceFacts(image, device, {udev, sysfs});
   const DeviceProperties withoutUdev = readDeviceFacts(image, device, {nullptr, sysfs});
   EXPECT_EQ(withUdev.label, "Sauvegarde \xc3\xa9t\xc3\xa9");
-  EXPECT_EQ(withUdev.uuid, "0b2c1d4e-0000-4000-8000-00000000e7e7");
+  EXPECT_EQ(withUdev.uuid, kUuid);
   EXPECT_EQ(withUdev.model, "Cruzer Blade");
   EXPECT_EQ(withUdev.bus, "usb");
   EXPECT_TRUE(withUdev.removable) << "a USB disk is removable whatever its flag";
@@ -123,11 +128,7 @@ TEST(DeviceFacts, ARecordMadeWithUdevEqualsOneMadeWithout) {
   }
   if (!scratch.mount("-o loop", scratch.path("label.img"), "v")) GTEST_SKIP() << "this machine cannot loop-mount";
   const auto blkid = readDeviceFacts(scratch.path("label.img"), 0, {nullptr, scratch.path("no-sysfs")});
-  auto udev = std::make_shared<FakeUdev>();
-  udev->record = {{"ID_FS_LABEL", "Sauvegarde_\xc3\xa9t\xc3\xa9"},
-                  {"ID_FS_LABEL_ENC", "Sauvegarde\\x20\xc3\xa9t\xc3\xa9"},
-                  {"ID_FS_UUID", blkid.uuid.value_or("")},
-                  {"ID_FS_TYPE", "ext4"}};
+  auto udev = udevOfLabelledExt4(blkid.uuid.value_or(""));
   const auto recordWith = [&](std::shared_ptr<const UdevDatabase> database) {
     auto manager = fileservices::VTFileManager::make();
     manager->setVolumeQueries(linuxVolumeQueriesWith({std::move(database)}));

@@ -16,13 +16,7 @@ namespace {
 using testing::Scratch;
 
 std::string halyardctl(const std::string& arguments) {
-  std::string output;
-  FILE* pipe = ::popen((std::string(HALYARD_BINARY_DIR) + "/src/tools/halyardctl " + arguments + " 2>&1").c_str(), "r");
-  if (!pipe) return output;
-  std::array<char, 4096> buffer;
-  while (std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), n);
-  ::pclose(pipe);
-  return output;
+  return testing::outputOf(std::string(HALYARD_BINARY_DIR) + "/src/tools/halyardctl " + arguments + " 2>&1");
 }
 
 TEST(HalyardctlVolumes, CheckTellsWhyAMountDidNotMatch) {

@@ -34,29 +34,33 @@ struct Outcome {
 
 inline bool run(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
+// What `command` writes to its standard output; `passed` tells whether it
+// exited with status 0.
+inline std::string outputOf(const std::string& command, bool* passed = nullptr) {
+  std::string output;
+  FILE* pipe = ::popen(command.c_str(), "r");
+  if (pipe) {
+    std::array<char, 4096> buffer;
+    while (std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), n);
+  }
+  const bool exited = pipe && ::pclose(pipe) == 0;
+  if (passed) *passed = exited;
+  return output;
+}
+
 // Runs the current test in this binary again, inside a private mount namespace.
 inline Outcome runInPrivateNamespace() {
-  Outcome outcome;
-  if (::geteuid() != 0) {
-    outcome.skipped = true;
-    outcome.output = "mounting file systems needs root";
-    return outcome;
-  }
+  if (::geteuid() != 0) return {.skipped = true, .output = "mounting file systems needs root"};
   if (!run("unshare -m --propagation private true")) {
-    outcome.skipped = true;
-    outcome.output = "this machine gives no private mount namespace (unshare -m failed)";
-    return outcome;
+    return {.skipped = true, .output = "this machine gives no private mount namespace (unshare -m failed)"};
   }
   char self[PATH_MAX] = {};
-  if (::readlink("/proc/self/exe", self, sizeof self - 1) <= 0) return outcome;
+  if (::readlink("/proc/self/exe", self, sizeof self - 1) <= 0) return {};
   const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-  const std::string command = std::string(kInsideNamespace) + "=1 unshare -m --propagation private " + self +
-                              " --gtest_filter=" + test->test_suite_name() + "." + test->name() + " 2>&1";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) return outcome;
-  std::array<char, 4096> buffer;
-  while (std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) outcome.output.append(buffer.data(), n);
-  outcome.passed = ::pclose(pipe) == 0;
+  Outcome outcome;
+  outcome.output = outputOf(std::string(kInsideNamespace) + "=1 unshare -m --propagation private " + self +
+                                " --gtest_filter=" + test->test_suite_name() + "." + test->name() + " 2>&1",
+                            &outcome.passed);
   outcome.skipped = outcome.output.find("[  SKIPPED ]") != std::string::npos;
   return outcome;
 }

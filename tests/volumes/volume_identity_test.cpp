@@ -19,83 +19,70 @@ using testing::machineOf;
 using testing::managerFor;
 using testing::recordOn;
 
+struct Pair {
+  std::shared_ptr<FakeVolumeQueries> machine;
+  std::shared_ptr<VolumeSpecifier> a, b;
+};
+
+Pair recordsOf(FakeVolume first, FakeVolume second) {
+  Pair pair;
+  pair.machine = machineOf({first, second});
+  auto fm = managerFor(pair.machine);
+  pair.a = VolumeSpecifier::volumeSpecifierWithPath(first.mount.mountPoint, fm);
+  pair.b = VolumeSpecifier::volumeSpecifierWithPath(second.mount.mountPoint, fm);
+  return pair;
+}
+
 struct IdentityCase {
   const char* name;
   std::function<void(FakeVolume& receiver, FakeVolume& other)> change;
   IdentityMismatch expected;
 };
 
-using enum IdentityMismatch;
-
-const IdentityCase kIdentityCases[] = {
-    {"same volume data on two devices", [](FakeVolume&, FakeVolume&) {}, None},
-    {"strict: reformatted, new creation date", [](FakeVolume&, FakeVolume& o) { o.birth->seconds += 86400; },
-     CreationDate},
-    {"strict: dates differ only in the fraction", [](FakeVolume&, FakeVolume& o) { o.birth->nanoseconds = 500000000; },
-     CreationDate},
-    {"not strict: FAT volumes of any creation date and UUID",
-     [](FakeVolume& r, FakeVolume& o) {
-       r.mount.fsType = o.mount.fsType = "vfat";
-       r.stats.type = o.stats.type = testing::kVfat;
-       o.birth->seconds += 86400;
-       o.device.uuid = "9999-9999";
-     },
-     None},
-    {"names equal ignoring case",
-     [](FakeVolume& r, FakeVolume& o) { r.device.label = "Backup", o.device.label = "BACKUP"; }, None},
-    {"accented names equal ignoring case",
-     [](FakeVolume& r, FakeVolume& o) { r.device.label = "Donn\u00e9es", o.device.label = "DONN\u00c9ES"; }, None},
-    {"other name", [](FakeVolume&, FakeVolume& o) { o.device.label = "Archive"; }, Name},
-    {"other name and date: the name is checked first",
-     [](FakeVolume&, FakeVolume& o) {
-       o.device.label = "Archive";
-       o.birth->seconds += 1;
-     },
-     Name},
-    {"other block size", [](FakeVolume&, FakeVolume& o) { o.stats.blockSize = 1024; }, BlockSize},
-    {"other signature", [](FakeVolume&, FakeVolume& o) { o.stats.type = 0xEF54; }, Signature},
-    {"other file-system id", [](FakeVolume&, FakeVolume& o) { o.stats.type = 0x1EF53; }, FileSystemID},
-    {"read-only on one side", [](FakeVolume&, FakeVolume& o) { o.stats.readOnly = true; }, ReadOnly},
-    {"removable on one side", [](FakeVolume&, FakeVolume& o) { o.device.removable = true; }, MediaKind},
-    {"strict: device information on one side only",
-     [](FakeVolume&, FakeVolume& o) { o.device.uuid = o.device.model = o.device.bus = std::nullopt; }, None},
-    {"strict: device information differs in the UUID", [](FakeVolume&, FakeVolume& o) { o.device.uuid = "3333-4444"; },
-     DeviceInfo},
-};
-
-class IdentityTest : public ::testing::TestWithParam<IdentityCase> {};
-
-TEST_P(IdentityTest, DecidesInItsFixedOrder) {
-  FakeVolume receiver = diskVolume("/media/u/A", 1);
-  FakeVolume other = diskVolume("/media/u/B", 2);
-  GetParam().change(receiver, other);
-  auto machine = machineOf({receiver, other});
-  auto fm = managerFor(machine);
-  auto a = VolumeSpecifier::volumeSpecifierWithPath("/media/u/A", fm);
-  auto b = VolumeSpecifier::volumeSpecifierWithPath("/media/u/B", fm);
-  ASSERT_TRUE(a && b);
-  EXPECT_EQ(a->identityMismatch(*b), GetParam().expected) << describeIdentityMismatch(a->identityMismatch(*b));
-  EXPECT_EQ(a->isEqual(b), GetParam().expected == None);
-}
-
-INSTANTIATE_TEST_SUITE_P(Cases, IdentityTest, ::testing::ValuesIn(kIdentityCases), [](const auto& info) {
-  std::string name;
-  for (const char* c = info.param.name; *c; ++c) name += std::isalnum(*c) ? *c : '_';
-  return name;
-});
-
-struct Pair {
-  std::shared_ptr<FakeVolumeQueries> machine = std::make_shared<FakeVolumeQueries>();
-  std::shared_ptr<VolumeSpecifier> a, b;
-};
-
-Pair recordsOf(FakeVolume first, FakeVolume second) {
-  Pair pair;
-  pair.machine->volumes = {first, second};
-  auto fm = managerFor(pair.machine);
-  pair.a = VolumeSpecifier::volumeSpecifierWithPath(first.mount.mountPoint, fm);
-  pair.b = VolumeSpecifier::volumeSpecifierWithPath(second.mount.mountPoint, fm);
-  return pair;
+TEST(Identity, DecidesInItsFixedOrder) {
+  using enum IdentityMismatch;
+  const IdentityCase cases[] = {
+      {"same volume data on two devices", [](FakeVolume&, FakeVolume&) {}, None},
+      {"strict: reformatted, new creation date", [](FakeVolume&, FakeVolume& o) { o.birth->seconds += 86400; },
+       CreationDate},
+      {"strict: dates differ only in the fraction",
+       [](FakeVolume&, FakeVolume& o) { o.birth->nanoseconds = 500000000; }, CreationDate},
+      {"not strict: FAT volumes of any creation date and UUID",
+       [](FakeVolume& r, FakeVolume& o) {
+         r.mount.fsType = o.mount.fsType = "vfat";
+         r.stats.type = o.stats.type = testing::kVfat;
+         o.birth->seconds += 86400;
+         o.device.uuid = "9999-9999";
+       },
+       None},
+      {"names equal ignoring case",
+       [](FakeVolume& r, FakeVolume& o) { r.device.label = "Backup", o.device.label = "BACKUP"; }, None},
+      {"accented names equal ignoring case",
+       [](FakeVolume& r, FakeVolume& o) { r.device.label = "Donn\u00e9es", o.device.label = "DONN\u00c9ES"; }, None},
+      {"other name", [](FakeVolume&, FakeVolume& o) { o.device.label = "Archive"; }, Name},
+      {"other name and date: the name is checked first",
+       [](FakeVolume&, FakeVolume& o) { o.device.label = "Archive", o.birth->seconds += 1; }, Name},
+      {"other block size", [](FakeVolume&, FakeVolume& o) { o.stats.blockSize = 1024; }, BlockSize},
+      {"other signature", [](FakeVolume&, FakeVolume& o) { o.stats.type = 0xEF54; }, Signature},
+      {"other file-system id", [](FakeVolume&, FakeVolume& o) { o.stats.type = 0x1EF53; }, FileSystemID},
+      {"read-only on one side", [](FakeVolume&, FakeVolume& o) { o.stats.readOnly = true; }, ReadOnly},
+      {"removable on one side", [](FakeVolume&, FakeVolume& o) { o.device.removable = true; }, MediaKind},
+      {"strict: device information on one side only",
+       [](FakeVolume&, FakeVolume& o) { o.device.uuid = o.device.model = o.device.bus = std::nullopt; }, None},
+      {"strict: device information differs in the UUID",
+       [](FakeVolume&, FakeVolume& o) { o.device.uuid = "3333-4444"; }, DeviceInfo},
+  };
+  for (const IdentityCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    FakeVolume receiver = diskVolume("/media/u/A", 1);
+    FakeVolume other = diskVolume("/media/u/B", 2);
+    c.change(receiver, other);
+    Pair pair = recordsOf(receiver, other);
+    ASSERT_TRUE(pair.a && pair.b);
+    const IdentityMismatch found = pair.a->identityMismatch(*pair.b);
+    EXPECT_EQ(found, c.expected) << describeIdentityMismatch(found);
+    EXPECT_EQ(pair.a->isEqual(pair.b), c.expected == None);
+  }
 }
 
 TEST(Identity, TheReceiversStrictnessDecidesWhetherDatesCount) {
@@ -119,23 +106,21 @@ TEST(Identity, AuditLinesTellWhichCheckFailed) {
   other.birth->nanoseconds = 1000000;
   Pair pair = recordsOf(diskVolume("/media/u/A", 1), other);
   const std::string host = pair.a->fileManager()->hostName();
-  testing::SwitchesOn audit({"VolumeSpecAudit"});
+  testing::SwitchOn audit("VolumeSpecAudit");
   LogCapture capture;
   EXPECT_FALSE(pair.a->isEqual(pair.b));
-  const std::vector<std::string> expected{
-      "isEqual:Comparing Backup to BACKUP",
-      "isEqual:Hostname: " + host + " to " + host,
-      "isEqual:isRemote: 0 to 0",
-      "isEqual:isDistantRemote: 0 to 0",
-      "isEqual:blockSize: 4096 to 4096",
-      "isEqual:fileSystemID: 0 to 0",
-      "isEqual:isCaseSensitive: 1 to 1",
-      "isEqual:isReadOnly: 0 to 0",
-      "isEqual:isFileServer: 0 to 0",
-      "isEqual:isRemovableMedia: 0 to 0",
-      "isEqual:Creation dates did NOT match!!!",
-      "isEqual:Result: 0",
-  };
+  const std::vector<std::string> expected{"isEqual:Comparing Backup to BACKUP",
+                                          "isEqual:Hostname: " + host + " to " + host,
+                                          "isEqual:isRemote: 0 to 0",
+                                          "isEqual:isDistantRemote: 0 to 0",
+                                          "isEqual:blockSize: 4096 to 4096",
+                                          "isEqual:fileSystemID: 0 to 0",
+                                          "isEqual:isCaseSensitive: 1 to 1",
+                                          "isEqual:isReadOnly: 0 to 0",
+                                          "isEqual:isFileServer: 0 to 0",
+                                          "isEqual:isRemovableMedia: 0 to 0",
+                                          "isEqual:Creation dates did NOT match!!!",
+                                          "isEqual:Result: 0"};
   EXPECT_EQ(capture.lines(), expected);
 }
 

@@ -47,21 +47,13 @@ inline std::shared_ptr<VolumeSpecifier> recordOn(std::shared_ptr<const VolumeQue
   return VolumeSpecifier::volumeSpecifierWithPath(path, managerFor(std::move(machine)));
 }
 
-// Turns the debugging switches named on for the life of the object.
-class SwitchesOn {
+// Turns the debugging switch named on for the life of the object.
+class SwitchOn {
  public:
-  explicit SwitchesOn(std::initializer_list<std::string_view> keys) : keys_(keys.begin(), keys.end()) {
-    VolumeSpecifier::setPrivatePropertySource([keys = keys_](std::string_view key) {
-      for (const std::string& k : keys) {
-        if (k == key) return true;
-      }
-      return false;
-    });
+  explicit SwitchOn(std::string key) {
+    VolumeSpecifier::setPrivatePropertySource([key = std::move(key)](std::string_view k) { return k == key; });
   }
-  ~SwitchesOn() { VolumeSpecifier::setPrivatePropertySource(nullptr); }
-
- private:
-  std::vector<std::string> keys_;
+  ~SwitchOn() { VolumeSpecifier::setPrivatePropertySource(nullptr); }
 };
 
 }  // namespace halyard::testing
