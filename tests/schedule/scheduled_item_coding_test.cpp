@@ -70,8 +70,8 @@ TEST(ScheduledItemCodingTest, NewItemArchivesExactlyTheRequiredEntries) {
 }
 
 TEST(ScheduledItemCodingTest, RoundTripKeepsEveryFieldAndResetsTheRunState) {
-  ScratchFolder folder;
-  const std::string document = folder.emptyFile("Photos.halyard");
+  TestFolder folder;
+  const std::string document = folder.writeFile("Photos.halyard", "");
   auto item = newItem();
   item->setDocumentAlias(fileservices::createAliasObjectFromNSPath(document));
   item->setDocumentPathName("/elsewhere/Photos.halyard");

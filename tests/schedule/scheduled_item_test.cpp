@@ -172,8 +172,8 @@ TEST(ScheduledItemTest, FailedCopyIsReturnedWithoutALock) {
 }
 
 TEST(ScheduledItemTest, DocumentAliasSetsThePathItLeadsTo) {
-  ScratchFolder folder;
-  const std::string document = folder.emptyFile("Backup.halyard");
+  TestFolder folder;
+  const std::string document = folder.writeFile("Backup.halyard", "");
   auto item = newItem();
   item->setDocumentAlias(fileservices::createAliasObjectFromNSPath(document));
   EXPECT_EQ(item->documentPathName(), document);
