@@ -48,8 +48,7 @@ std::string shown(std::optional<TimeInterval> t, const cctz::time_zone& zone) {
 }
 
 struct ForwardCase {
-  const char* name;
-  const char* zone;
+  const char *name, *zone;
   RunPattern pattern;
   TimeInterval after;
   std::optional<TimeInterval> before;
@@ -132,8 +131,7 @@ TEST(RunDates, NextRunDate) {
 }
 
 struct BackwardCase {
-  const char* name;
-  const char* zone;
+  const char *name, *zone;
   RunPattern pattern;
   std::optional<TimeInterval> before, after;
   TimeInterval now;

@@ -26,11 +26,7 @@ ScheduleData twoItems() {
 }
 
 struct FolderCase {
-  const char* name;
-  const char* text;
-  const char* home;
-  const char* xdgDataHome;
-  const char* expected;
+  const char *name, *text, *home, *xdgDataHome, *expected;
 };
 
 TEST(ScheduleFileTest, UserFolderFollowsTheDataHome) {
@@ -65,10 +61,8 @@ TEST(ScheduleFileTest, WrittenFileIsReadBackByTheAgentsReader) {
 }
 
 TEST(ScheduleFileTest, OtherRootEntriesSurviveARewrite) {
-  auto root = Dictionary::make(true);
-  root->set("applicationVersionkey", String::make("4.0"));
   ScheduleData data = twoItems();
-  data.root = root;
+  data.root = dictionaryOf({{"applicationVersionkey", String::make("4.0")}});
   auto decoded = decodeScheduleData(encodeScheduleData(data), scheduleClassRegistry(fixedClock()));
   ASSERT_TRUE(decoded);
   EXPECT_EQ(objectAs<String>(decoded->root->get("applicationVersionkey"))->text, "4.0");
@@ -84,9 +78,7 @@ struct OddFile {
 
 TEST(ScheduleFileTest, OddFilesGiveNoItemsAndNeverCrash) {
   auto rootWith = [](const char* key, ObjectRef value) {
-    auto root = Dictionary::make();
-    root->set(key, std::move(value));
-    return Archiver::archivedData(root);
+    return Archiver::archivedData(dictionaryOf({{key, value}}, false));
   };
   const OddFile cases[] = {
       {"empty", "", false, false},

@@ -3,6 +3,8 @@
 // scratch folder that is removed afterwards.
 
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "fileservices/test_folder.h"
 #include "foundation/values.h"
@@ -22,6 +24,14 @@ inline CalendarClock fixedClock(TimeInterval seconds = kFixedNow) {
 }
 
 inline std::shared_ptr<KSScheduledItem> newItem() { return std::make_shared<KSScheduledItem>(fixedDate()); }
+
+// A dictionary of `entries`, in their order.
+inline std::shared_ptr<Dictionary> dictionaryOf(std::vector<std::pair<const char*, ObjectRef>> entries,
+                                                bool isMutable = true) {
+  auto dictionary = Dictionary::make(isMutable);
+  for (auto& [key, value] : entries) dictionary->set(key, std::move(value));
+  return dictionary;
+}
 
 using fileservices::TestFolder;
 
