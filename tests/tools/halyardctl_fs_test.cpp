@@ -23,10 +23,6 @@ namespace fs = std::filesystem;
 
 using namespace halyard::testing;
 
-ChildRun fsCommand(const std::string& verb, const std::string& a, const std::string& b = "") {
-  return halyardctl(b.empty() ? std::vector<std::string>{"fs", verb, a} : std::vector<std::string>{"fs", verb, a, b});
-}
-
 TEST(HalyardctlFs, RemoveRefusesTheRootTheHomeFolderAndDotComponents) {
   TestFolder folder;
   const char* const kept[] = {"home/keep", "dir/sub/keep", "sibling/keep"};
@@ -49,7 +45,7 @@ TEST(HalyardctlFs, CopyAndMoveIntoAFolderAsCpAndMvDo) {
       SCOPED_TRACE(std::string(verb) + " to " + dest);
       const std::string name = std::string(verb) + (dest[4] ? "-slash" : "-plain");
       folder.writeFile(name, name);
-      const ChildRun run = fsCommand(verb, folder.path(name), folder.path(dest));
+      const ChildRun run = halyardctl({"fs", verb, folder.path(name), folder.path(dest)});
       EXPECT_EQ(run.status, 0) << run.err;
       EXPECT_EQ(contentsOf(folder.path("into/" + name)), name);
     }
@@ -59,21 +55,17 @@ TEST(HalyardctlFs, CopyAndMoveIntoAFolderAsCpAndMvDo) {
 TEST(HalyardctlFs, ErrorsNameTheirPathAndExitOne) {
   TestFolder folder;
   folder.writeFile("tree/file", "f");
-  struct Case {
-    const char* verb;
-    std::string a, b, named;
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{"fs", "copy", folder.path("missing"), folder.path("x")}, folder.path("missing")},
+      {{"fs", "copy", folder.path("tree"), folder.path("tree/inner")}, folder.path("tree/inner")},
+      {{"fs", "move", folder.path("tree"), folder.path("tree/inner")}, folder.path("tree/inner")},
+      {{"fs", "remove", folder.path("missing")}, folder.path("missing")},
   };
-  const Case cases[] = {
-      {"copy", folder.path("missing"), folder.path("x"), folder.path("missing")},
-      {"copy", folder.path("tree"), folder.path("tree/inner"), folder.path("tree/inner")},
-      {"move", folder.path("tree"), folder.path("tree/inner"), folder.path("tree/inner")},
-      {"remove", folder.path("missing"), "", folder.path("missing")},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.verb) + " " + c.a);
-    const ChildRun run = fsCommand(c.verb, c.a, c.b);
+  for (const auto& [args, named] : cases) {
+    SCOPED_TRACE(args[1] + " " + args[2]);
+    const ChildRun run = halyardctl(args);
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find(c.named), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find(named), std::string::npos) << run.err;
   }
   EXPECT_FALSE(fs::exists(folder.path("tree/inner")));
 }
@@ -81,7 +73,7 @@ TEST(HalyardctlFs, ErrorsNameTheirPathAndExitOne) {
 TEST(HalyardctlFs, ProgressComesAsLinesWhenTheOutputIsNotATerminal) {
   TestFolder folder;
   folder.writeFile("data", std::string(1 << 20, 'x'));
-  const ChildRun run = fsCommand("copy", folder.path("data"), folder.path("copy"));
+  const ChildRun run = halyardctl({"fs", "copy", folder.path("data"), folder.path("copy")});
   ASSERT_EQ(run.status, 0) << run.err;
   std::istringstream lines(run.out);
   std::vector<std::string> seen;
@@ -139,7 +131,7 @@ TEST_F(HalyardctlFsMounted, CtrlCDuringAMoveAcrossFileSystemsExits130AndKeepsThe
 TEST_F(HalyardctlFsMounted, ACopyWarnsOfEachAttributeTheDestinationCannotHold) {
   if (auto reason = mounts_.mount("ramfs", b_); !reason.empty()) GTEST_SKIP() << reason;
   ASSERT_EQ(setxattr((a_ + "/tree/small").c_str(), "user.note", "n", 1, 0), 0);
-  const ChildRun run = fsCommand("copy", a_ + "/tree/small", b_ + "/small");
+  const ChildRun run = halyardctl({"fs", "copy", a_ + "/tree/small", b_ + "/small"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.err.find("warning: " + b_ + "/small: could not keep the extended attribute user.note"),
             std::string::npos)
