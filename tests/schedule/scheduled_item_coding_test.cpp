@@ -22,13 +22,13 @@ namespace {
 
 using namespace halyard::testing;
 
-// An archive holding one KSScheduledItem whose contents are `archive`, as
-// the application would write it.
-std::string itemArchive(ObjectRef archive) {
-  auto item = std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
-                                              std::vector<Group>{{"@", {{"@", std::move(archive)}}}});
-  return Archiver::archivedData(item);
+// A KSScheduledItem whose contents are `archive`, as the application would
+// write it, and an archive holding just that.
+ObjectRef itemObject(ObjectRef archive) {
+  return std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
+                                         std::vector<Group>{{"@", {{"@", std::move(archive)}}}});
 }
+std::string itemArchive(ObjectRef archive) { return Archiver::archivedData(itemObject(std::move(archive))); }
 
 std::shared_ptr<KSScheduledItem> decodeItem(const std::string& bytes) {
   auto object = Unarchiver::unarchiveRootObject(bytes, scheduleClassRegistry(fixedClock()));
@@ -190,14 +190,11 @@ TEST(ScheduledItemCodingTest, ValuesReadInPlaceAreMadeWhenReferredToLater) {
   auto description = String::make("Nightly");
   auto type = Number::fromInt32(7);
   auto archive = dictionaryOf({{"descriptionkey", description}, {"scheduleTypekey", type}});
-  auto itemOf = [&] {
-    return std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
-                                           std::vector<Group>{{"@", {{"@", archive}}}});
-  };
   // The first key is the archive's first string: its contents introduce the
   // type string "+", which reading it again must not add twice.
   const ObjectRef firstKey = archive->entries.front().first;
-  const auto written = Array::make({itemOf(), itemOf(), description, type, archive, firstKey, description});
+  const auto written =
+      Array::make({itemObject(archive), itemObject(archive), description, type, archive, firstKey, description});
   auto root = Unarchiver::unarchiveRootObject(Archiver::archivedData(written), scheduleClassRegistry(fixedClock()));
   ASSERT_TRUE(root) << root.error().describe();
   const auto array = objectAs<Array>(*root);
