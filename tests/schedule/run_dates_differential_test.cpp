@@ -58,15 +58,10 @@ class CaseMaker {
   }
 
   RunPattern pattern() {
-    RunPattern p;
     const bool dense = chance(0.5);
-    p.active = !chance(0.01);
-    p.months = selection(12, dense);
-    p.daysOfMonth = selection(31, dense);
-    p.daysOfWeek = selection(7, dense);
-    p.hours = selection(24, dense);
-    p.minutes = selection(60, dense);
-    return p;
+    // A braced list is evaluated in order: the same seed makes the same sets.
+    return {!chance(0.01),       std::nullopt,         selection(12, dense), selection(31, dense),
+            selection(7, dense), selection(24, dense), selection(60, dense)};
   }
 
   // Seconds: mostly minutes to two weeks, some a second or two, 2% a year or more.

@@ -25,12 +25,10 @@ ScheduleData twoItems() {
   return ScheduleData{nullptr, ScheduleItems{first, second}};
 }
 
-struct FolderCase {
-  const char *name, *text, *home, *xdgDataHome, *expected;
-};
-
 TEST(ScheduleFileTest, UserFolderFollowsTheDataHome) {
-  const FolderCase cases[] = {
+  const struct {
+    const char *name, *text, *home, *xdgDataHome, *expected;
+  } cases[] = {
       {"default", "~/.local/share/Halyard", "/home/ann", nullptr, "/home/ann/.local/share/Halyard"},
       {"xdg-data-home", "~/.local/share/Halyard", "/home/ann", "/data/ann", "/data/ann/Halyard"},
       {"relative-xdg-is-ignored", "~/.local/share/Halyard", "/home/ann", "rel", "/home/ann/.local/share/Halyard"},
@@ -39,7 +37,7 @@ TEST(ScheduleFileTest, UserFolderFollowsTheDataHome) {
       {"absolute", "/srv/halyard", "/home/ann", "/data/ann", "/srv/halyard"},
       {"tilde-user-form-kept", "~bob/x", "/home/ann", nullptr, "~bob/x"},
   };
-  for (const FolderCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(expandUserFolder(c.text, c.home, c.xdgDataHome), c.expected);
   }
