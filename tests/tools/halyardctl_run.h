@@ -14,6 +14,7 @@
 namespace halyard::testing {
 
 inline const std::string kHalyardctl = HALYARD_BINARY_DIR "/src/tools/halyardctl";
+// The environment entry that points halyardctl at the source tree's resources.
 inline const std::string kResourceDir = "HALYARD_RESOURCE_DIR=" HALYARD_SOURCE_DIR "/resources";
 
 struct ChildRun {
