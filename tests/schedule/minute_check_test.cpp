@@ -28,10 +28,8 @@ TEST(MinuteCheck, ReadsOnlyTheDaySetItsTypeNames) {
   struct Case {
     const char* name;
     std::int32_t type;
-    const char* daysOfWeek;
-    const char* daysOfMonth;
-    bool active;
-    bool expected;
+    const char *daysOfWeek, *daysOfMonth;
+    bool active, expected;
   } cases[] = {
       {"weekly, weekday selected, no day of month (a new item)", 5, "0111110", "", true, true},
       {"weekly, weekday not selected", 5, "1000001", "", true, false},
@@ -98,11 +96,8 @@ TEST(MinuteCheck, SearchEqualsTestingEveryMinute) {
     item->setStartDate(CalendarDate::make(after + (i % 5) * 3000.3, TimeZone::make("UTC")));
     const TimeInterval before = after + 10 * 86400;
     std::optional<TimeInterval> expected;
-    for (TimeInterval t = after; t < before; t += 60) {
-      if (selectsAt(*item, t, zone)) {
-        expected = t;
-        break;
-      }
+    for (TimeInterval t = after; t < before && !expected; t += 60) {
+      if (selectsAt(*item, t, zone)) expected = t;
     }
     SCOPED_TRACE(::testing::Message() << "case " << i << " type " << item->scheduleType());
     EXPECT_EQ(nextMinuteCheckSelection(*item, after, before, zone), expected);

@@ -80,10 +80,7 @@ class MinuteWalk {
     const TimeInterval from = after.value_or(now);
     const TimeInterval limit = before.value_or(kDistantFuture);
     TimeInterval candidate = *pattern_.startDate < from ? from : *pattern_.startDate;
-    while (limit > candidate) {
-      if (matches(candidate)) break;
-      candidate += 60.0;
-    }
+    while (limit > candidate && !matches(candidate)) candidate += 60.0;
     if (limit < candidate) return std::nullopt;
     return candidate;
   }
@@ -95,10 +92,7 @@ class MinuteWalk {
     if (!precondition() || !lower) return std::nullopt;  // no lower bound: no previous run (documented choice)
     const TimeInterval until = before.value_or(now);
     TimeInterval candidate = now > until ? until : now;
-    while (*lower < candidate) {
-      if (matches(candidate)) break;
-      candidate -= 60.0;
-    }
+    while (*lower < candidate && !matches(candidate)) candidate -= 60.0;
     if (*lower > candidate) return std::nullopt;
     return candidate;
   }
@@ -118,10 +112,9 @@ class MinuteWalk {
 
   bool matches(TimeInterval candidate) {
     const CivilFieldReader::Fields f = reader_.at(candidate);
-    if (!marked(pattern_.minutes, f.minute) || !marked(pattern_.hours, f.hour) ||
-        !marked(pattern_.months, f.month - 1)) {
-      return false;
-    }
+    const bool timeAndMonth =
+        marked(pattern_.minutes, f.minute) && marked(pattern_.hours, f.hour) && marked(pattern_.months, f.month - 1);
+    if (!timeAndMonth) return false;
     if (everyDayOfMonth_ || everyDayOfWeek_) {
       return marked(pattern_.daysOfWeek, f.weekday) && marked(pattern_.daysOfMonth, f.day - 1);
     }

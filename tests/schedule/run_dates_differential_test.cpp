@@ -42,39 +42,26 @@ class CaseMaker {
 
   // Dense sets match often, sparse ones leave long stretches to skip.
   std::string selection(int width, bool dense) {
-    std::string set(width, '0');
-    switch (dense ? below(5) : below(10)) {
-      case 0:
-      case 1:
-        return std::string(width, '1');
-      case 2:
-        set = std::string(width, '1');
-        set[below(width)] = '0';
-        return set;
-      case 3:
-      case 4:
-        for (int i = 0; i < width; ++i) set[i] = chance(0.5) ? '1' : '0';
-        return set;
-      case 5:  // odd shapes: shorter, longer, foreign characters, empty
-        set.resize(below(width + 4));
-        for (char& c : set) c = "01x1"[below(4)];
-        return set;
-      default:
-        for (int n = 1 + below(3); n > 0; --n) set[below(width)] = '1';
-        return set;
+    const int shape = dense ? below(5) : below(10);
+    std::string set(width, shape < 3 ? '1' : '0');
+    if (shape == 2) {  // all but one
+      set[below(width)] = '0';
+    } else if (shape == 3 || shape == 4) {
+      for (char& c : set) c = chance(0.5) ? '1' : '0';
+    } else if (shape == 5) {  // odd shapes: shorter, longer, foreign characters, empty
+      set.resize(below(width + 4));
+      for (char& c : set) c = "01x1"[below(4)];
+    } else if (shape > 5) {
+      for (int n = 1 + below(3); n > 0; --n) set[below(width)] = '1';
     }
+    return set;
   }
 
   RunPattern pattern() {
-    RunPattern p;
     const bool dense = chance(0.5);
-    p.active = !chance(0.01);
-    p.months = selection(12, dense);
-    p.daysOfMonth = selection(31, dense);
-    p.daysOfWeek = selection(7, dense);
-    p.hours = selection(24, dense);
-    p.minutes = selection(60, dense);
-    return p;
+    // A braced list is evaluated in order: the same seed makes the same sets.
+    return {!chance(0.01),       std::nullopt,         selection(12, dense), selection(31, dense),
+            selection(7, dense), selection(24, dense), selection(60, dense)};
   }
 
   // Seconds: mostly minutes to two weeks, some a second or two, 2% a year or more.
@@ -101,14 +88,8 @@ class CaseMaker {
     } else {
       t = nearTransition(zone);
     }
-    switch (below(3)) {
-      case 0:
-        return std::floor(t / 60) * 60;
-      case 1:
-        return std::floor(t);
-      default:
-        return t;
-    }
+    const int rounding = below(3);  // to the minute, to the second, or not at all
+    return rounding == 0 ? std::floor(t / 60) * 60 : rounding == 1 ? std::floor(t) : t;
   }
 
  private:
@@ -131,21 +112,11 @@ struct Query {
 
 Query forwardQuery(CaseMaker& make, RunPattern& p, double base, double span) {
   Query q{true, base, base + span, make.uniform(base - span, base + span)};
-  switch (make.below(5)) {
-    case 0:
-      p.startDate = base;
-      q.after = base - make.uniform(0, span);
-      break;
-    case 1:
-    case 2:
-      p.startDate = base - make.uniform(0, 10 * span);
-      break;
-    case 3:
-      p.startDate = base;
-      break;
-    default:
-      p.startDate = make.chance(0.5) ? std::nullopt : std::optional(base + make.uniform(0, span));
-  }
+  const int start = make.below(5);
+  if (start == 0 || start == 3) p.startDate = base;
+  if (start == 0) q.after = base - make.uniform(0, span);
+  if (start == 1 || start == 2) p.startDate = base - make.uniform(0, 10 * span);
+  if (start == 4) p.startDate = make.chance(0.5) ? std::nullopt : std::optional(base + make.uniform(0, span));
   if (make.chance(0.3)) {
     q.now = *q.after;
     q.after.reset();
@@ -164,27 +135,12 @@ Query backwardQuery(CaseMaker& make, RunPattern& p, double base, double span) {
   else if (r < 0.6) q.before = base - make.uniform(0, span / 4);
   const double first = q.before && *q.before < base ? *q.before : base;
   const double lower = make.chance(0.05) ? first + make.uniform(0, span) : first - span;
-  switch (make.below(6)) {
-    case 0:
-      q.after = lower;
-      p.startDate = lower - make.uniform(0, span);
-      break;
-    case 1:
-      p.startDate = lower;
-      q.after = lower - make.uniform(0, span);
-      break;
-    case 2:
-    case 3:
-      p.startDate = lower;
-      break;
-    case 4:
-      q.after = lower;
-      break;
-    default:
-      if (make.chance(0.2)) break;  // no lower bound at all
-      q.after = lower;
-      p.startDate = lower;
-  }
+  const int bounds = make.below(6);
+  const bool neither = bounds == 5 && make.chance(0.2);  // no lower bound at all
+  if (bounds == 0 || bounds == 4 || (bounds == 5 && !neither)) q.after = lower;
+  if (bounds == 0) p.startDate = lower - make.uniform(0, span);
+  if (bounds == 1 || bounds == 2 || bounds == 3 || (bounds == 5 && !neither)) p.startDate = lower;
+  if (bounds == 1) q.after = lower - make.uniform(0, span);
   return q;
 }
 

@@ -38,6 +38,11 @@ RunPattern with(RunPattern p, std::string RunPattern::*set, std::string value) {
   return p;
 }
 
+// `p` on the given days of the given months only (both counted from zero).
+RunPattern on(RunPattern p, std::initializer_list<int> months, std::initializer_list<int> days) {
+  return with(with(p, &RunPattern::months, only(12, months)), &RunPattern::daysOfMonth, only(31, days));
+}
+
 TimeInterval utc(int year, int month, int day, int hour, int minute, double second = 0) {
   const auto at = cctz::convert(cctz::civil_second(year, month, day, hour, minute, 0), cctz::utc_time_zone());
   return fromUnixSeconds(static_cast<double>(at.time_since_epoch().count()) + second);
@@ -48,8 +53,7 @@ std::string shown(std::optional<TimeInterval> t, const cctz::time_zone& zone) {
 }
 
 struct ForwardCase {
-  const char* name;
-  const char* zone;
+  const char *name, *zone;
   RunPattern pattern;
   TimeInterval after;
   std::optional<TimeInterval> before;
@@ -64,10 +68,6 @@ std::vector<ForwardCase> forwardCases() {
   const RunPattern eight = daily({8}, {0});
   const RunPattern mondaysAndFirsts =
       with(with(eight, &RunPattern::daysOfWeek, only(7, {1})), &RunPattern::daysOfMonth, only(31, {0}));
-  const RunPattern leapDays =
-      with(with(daily({0}, {0}), &RunPattern::months, only(12, {1})), &RunPattern::daysOfMonth, only(31, {28}));
-  const RunPattern december30 =
-      with(with(daily({12}, {0}), &RunPattern::months, only(12, {11})), &RunPattern::daysOfMonth, only(31, {29}));
   return {
       {"inactive", "Europe/Berlin", inactive, utc(2024, 1, 1, 0, 0), utc(2024, 2, 1, 0, 0), "absent"},
       {"new-item-without-days-of-month", "Europe/Berlin",
@@ -102,18 +102,17 @@ std::vector<ForwardCase> forwardCases() {
        "2024-01-02 00:00:00 +0545"},
       {"kathmandu-1986-skips-a-quarter-hour", "Asia/Kathmandu", daily({0}, {5}), utc(1985, 12, 31, 17, 30),
        utc(1986, 2, 1, 0, 0), "1986-01-02 00:05:00 +0545"},
-      {"apia-skipped-30-december-2011", "Pacific/Apia", december30, utc(2011, 12, 29, 0, 0), utc(2013, 1, 1, 0, 0),
-       "2012-12-30 12:00:00 +1400"},
+      {"apia-skipped-30-december-2011", "Pacific/Apia", on(daily({12}, {0}), {11}, {29}), utc(2011, 12, 29, 0, 0),
+       utc(2013, 1, 1, 0, 0), "2012-12-30 12:00:00 +1400"},
       {"new-york-past-the-transition-table", "America/New_York", daily({2}, {30}), utc(3001, 3, 8, 5, 0),
        utc(3001, 4, 1, 0, 0), "3001-03-09 02:30:00 -0400"},
-      {"leap-day-skips-2100", "UTC", leapDays, utc(2097, 1, 1, 0, 0), std::nullopt, "2104-02-29 00:00:00 +0000"},
+      {"leap-day-skips-2100", "UTC", on(daily({0}, {0}), {1}, {28}), utc(2097, 1, 1, 0, 0), std::nullopt,
+       "2104-02-29 00:00:00 +0000"},
       {"rounding-step-at-2^29-skips-a-minute", "Europe/Berlin", daily({19}, {48}), 536870880.0 - std::ldexp(1, -24),
        utc(2018, 1, 10, 0, 0), "2018-01-06 19:48:00 +0100"},
-      {"never-from-a-whole-minute-is-the-distant-future", "UTC",
-       with(with(daily({0}, {0}), &RunPattern::months, only(12, {1})), &RunPattern::daysOfMonth, only(31, {29})),
-       utc(2024, 5, 1, 0, 0), std::nullopt, "4001-01-01 00:00:00 +0000"},
-      {"never-from-a-second-within-a-minute-is-absent", "UTC",
-       with(with(daily({0}, {0}), &RunPattern::months, only(12, {3})), &RunPattern::daysOfMonth, only(31, {30})),
+      {"never-from-a-whole-minute-is-the-distant-future", "UTC", on(daily({0}, {0}), {1}, {29}), utc(2024, 5, 1, 0, 0),
+       std::nullopt, "4001-01-01 00:00:00 +0000"},
+      {"never-from-a-second-within-a-minute-is-absent", "UTC", on(daily({0}, {0}), {3}, {30}),
        utc(2024, 5, 1, 0, 0, 30), std::nullopt, "absent"},
   };
 }
@@ -132,8 +131,7 @@ TEST(RunDates, NextRunDate) {
 }
 
 struct BackwardCase {
-  const char* name;
-  const char* zone;
+  const char *name, *zone;
   RunPattern pattern;
   std::optional<TimeInterval> before, after;
   TimeInterval now;
@@ -182,8 +180,7 @@ TEST(RunDates, PreviousRunDate) {
 
 TEST(RunDates, OutOfCalendarInputsAnswerAbsentAtOnce) {
   const cctz::time_zone zone = cctz::utc_time_zone();
-  RunPattern never = with(daily({0}, {0}), &RunPattern::daysOfMonth, only(31, {30}));
-  never.months = only(12, {1});
+  RunPattern never = on(daily({0}, {0}), {1}, {30});
   never.startDate = -1e30;
   RunPattern notADate = daily({0}, {0});
   notADate.startDate = std::numeric_limits<double>::quiet_NaN();

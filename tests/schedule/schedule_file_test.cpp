@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "foundation/archiver.h"
-#include "foundation/file_io.h"
 #include "foundation/log_sink.h"
 #include "foundation/strings_table.h"
 #include "schedule/schedule_file.h"
@@ -26,16 +25,10 @@ ScheduleData twoItems() {
   return ScheduleData{nullptr, ScheduleItems{first, second}};
 }
 
-struct FolderCase {
-  const char* name;
-  const char* text;
-  const char* home;
-  const char* xdgDataHome;
-  const char* expected;
-};
-
 TEST(ScheduleFileTest, UserFolderFollowsTheDataHome) {
-  const FolderCase cases[] = {
+  const struct {
+    const char *name, *text, *home, *xdgDataHome, *expected;
+  } cases[] = {
       {"default", "~/.local/share/Halyard", "/home/ann", nullptr, "/home/ann/.local/share/Halyard"},
       {"xdg-data-home", "~/.local/share/Halyard", "/home/ann", "/data/ann", "/data/ann/Halyard"},
       {"relative-xdg-is-ignored", "~/.local/share/Halyard", "/home/ann", "rel", "/home/ann/.local/share/Halyard"},
@@ -44,15 +37,15 @@ TEST(ScheduleFileTest, UserFolderFollowsTheDataHome) {
       {"absolute", "/srv/halyard", "/home/ann", "/data/ann", "/srv/halyard"},
       {"tilde-user-form-kept", "~bob/x", "/home/ann", nullptr, "~bob/x"},
   };
-  for (const FolderCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(expandUserFolder(c.text, c.home, c.xdgDataHome), c.expected);
   }
 }
 
 TEST(ScheduleFileTest, WrittenFileIsReadBackByTheAgentsReader) {
-  ScratchFolder folder;
-  const std::string path = folder.file("new/folder/ScheduleData.sched");
+  TestFolder folder;
+  const std::string path = folder.path("new/folder/ScheduleData.sched");
   ASSERT_TRUE(writeScheduleFile(path, twoItems()));
   auto items = readScheduleItems(path, fixedClock());
   ASSERT_TRUE(items);
@@ -60,16 +53,14 @@ TEST(ScheduleFileTest, WrittenFileIsReadBackByTheAgentsReader) {
   EXPECT_EQ((*items)[0]->description(), "first");
   EXPECT_TRUE((*items)[1]->everyDayOfMonthIsSelected());
   // Only the file itself is left: the temporary file was renamed over it.
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path() / "new/folder"),
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("new/folder")),
                           std::filesystem::directory_iterator()),
             1);
 }
 
 TEST(ScheduleFileTest, OtherRootEntriesSurviveARewrite) {
-  auto root = Dictionary::make(true);
-  root->set("applicationVersionkey", String::make("4.0"));
   ScheduleData data = twoItems();
-  data.root = root;
+  data.root = dictionaryOf({{"applicationVersionkey", String::make("4.0")}});
   auto decoded = decodeScheduleData(encodeScheduleData(data), scheduleClassRegistry(fixedClock()));
   ASSERT_TRUE(decoded);
   EXPECT_EQ(objectAs<String>(decoded->root->get("applicationVersionkey"))->text, "4.0");
@@ -84,30 +75,24 @@ struct OddFile {
 };
 
 TEST(ScheduleFileTest, OddFilesGiveNoItemsAndNeverCrash) {
-  auto noItemsKey = Dictionary::make();
-  noItemsKey->set("other", Number::fromInt32(1));
-  auto itemsNotArray = Dictionary::make();
-  itemsNotArray->set("scheduledItemsObjectkey", String::make("items"));
-  auto foreignElement = Dictionary::make();
-  foreignElement->set("scheduledItemsObjectkey", Array::make({String::make("not an item")}));
+  auto rootWith = [](const char* key, ObjectRef value) {
+    return Archiver::archivedData(dictionaryOf({{key, value}}, false));
+  };
   const OddFile cases[] = {
       {"empty", "", false, false},
       {"not-an-archive", "hello, world", false, false},
       {"root-not-dictionary", Archiver::archivedData(Array::make()), false, false},
-      {"no-items-key", Archiver::archivedData(noItemsKey), true, false},
-      {"items-not-array", Archiver::archivedData(itemsNotArray), true, false},
-      {"element-not-an-item", Archiver::archivedData(foreignElement), true, true},
+      {"no-items-key", rootWith("other", Number::fromInt32(1)), true, false},
+      {"items-not-array", rootWith("scheduledItemsObjectkey", String::make("items")), true, false},
+      {"element-not-an-item", rootWith("scheduledItemsObjectkey", Array::make({String::make("not an item")})), true,
+       true},
   };
   for (const OddFile& c : cases) {
     SCOPED_TRACE(c.name);
     auto data = decodeScheduleData(c.bytes, scheduleClassRegistry(fixedClock()));
     ASSERT_EQ(data.ok(), c.readable);
-    if (data) {
-      EXPECT_EQ(data->items.has_value(), c.hasItems);
-      if (data->items) {
-        EXPECT_TRUE(data->items->empty());
-      }
-    }
+    EXPECT_EQ(data && data->items.has_value(), c.hasItems);
+    EXPECT_TRUE(!data || !data->items || data->items->empty());
   }
 }
 
@@ -123,12 +108,12 @@ TEST(ScheduleFileTest, EveryTruncationOfAFileIsRejectedCleanly) {
 }
 
 TEST(ScheduleFileTest, MissingOrUnreadableFileGivesNoItemsAndNoMessage) {
-  ScratchFolder folder;
-  ASSERT_TRUE(writeFileAtomically(folder.file("bad.sched"), "streamtyped but not really"));
+  TestFolder folder;
+  folder.writeFile("bad.sched", "streamtyped but not really");
   LogCapture capture;
-  EXPECT_FALSE(readScheduleItems(folder.file("absent.sched"), fixedClock()));
-  EXPECT_FALSE(readScheduleItems(folder.file("bad.sched"), fixedClock()));
-  EXPECT_FALSE(readScheduleItems(folder.path().string(), fixedClock()));  // a folder
+  EXPECT_FALSE(readScheduleItems(folder.path("absent.sched"), fixedClock()));
+  EXPECT_FALSE(readScheduleItems(folder.path("bad.sched"), fixedClock()));
+  EXPECT_FALSE(readScheduleItems(folder.root(), fixedClock()));  // a folder
   EXPECT_TRUE(capture.lines().empty());
 }
 

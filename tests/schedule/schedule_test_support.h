@@ -1,13 +1,12 @@
 #pragma once
-// Shared helpers of the schedule tests: a fixed present moment, and a
+// Shared helpers of the schedule tests: a fixed present moment, and the
 // scratch folder that is removed afterwards.
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <memory>
-#include <string>
+#include <utility>
+#include <vector>
 
+#include "fileservices/test_folder.h"
 #include "foundation/values.h"
 #include "schedule/scheduled_item.h"
 
@@ -26,25 +25,14 @@ inline CalendarClock fixedClock(TimeInterval seconds = kFixedNow) {
 
 inline std::shared_ptr<KSScheduledItem> newItem() { return std::make_shared<KSScheduledItem>(fixedDate()); }
 
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "halyard-schedule-XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data());
-  }
-  ~ScratchFolder() { std::filesystem::remove_all(path_); }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-  std::string file(const std::string& name) const { return (path_ / name).string(); }
-  // Makes an empty file and answers its path.
-  std::string emptyFile(const std::string& name) const {
-    std::fclose(std::fopen(file(name).c_str(), "w"));
-    return file(name);
-  }
-  const std::filesystem::path& path() const { return path_; }
+// A dictionary of `entries`, in their order.
+inline std::shared_ptr<Dictionary> dictionaryOf(std::vector<std::pair<const char*, ObjectRef>> entries,
+                                                bool isMutable = true) {
+  auto dictionary = Dictionary::make(isMutable);
+  for (auto& [key, value] : entries) dictionary->set(key, std::move(value));
+  return dictionary;
+}
 
- private:
-  std::filesystem::path path_;
-};
+using fileservices::TestFolder;
 
 }  // namespace halyard::testing

@@ -22,13 +22,13 @@ namespace {
 
 using namespace halyard::testing;
 
-// An archive holding one KSScheduledItem whose contents are `archive`, as
-// the application would write it.
-std::string itemArchive(ObjectRef archive) {
-  auto item = std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
-                                              std::vector<Group>{{"@", {{"@", std::move(archive)}}}});
-  return Archiver::archivedData(item);
+// A KSScheduledItem whose contents are `archive`, as the application would
+// write it, and an archive holding just that.
+ObjectRef itemObject(ObjectRef archive) {
+  return std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
+                                         std::vector<Group>{{"@", {{"@", std::move(archive)}}}});
 }
+std::string itemArchive(ObjectRef archive) { return Archiver::archivedData(itemObject(std::move(archive))); }
 
 std::shared_ptr<KSScheduledItem> decodeItem(const std::string& bytes) {
   auto object = Unarchiver::unarchiveRootObject(bytes, scheduleClassRegistry(fixedClock()));
@@ -37,12 +37,6 @@ std::shared_ptr<KSScheduledItem> decodeItem(const std::string& bytes) {
     return nullptr;
   }
   return objectAs<KSScheduledItem>(*object);
-}
-
-std::shared_ptr<KSScheduledItem> decodeEntries(std::vector<std::pair<const char*, ObjectRef>> entries) {
-  auto archive = Dictionary::make(true);
-  for (auto& [key, value] : entries) archive->set(key, value);
-  return decodeItem(itemArchive(archive));
 }
 
 std::string selectedMinutes(const KSScheduledItem& item) {
@@ -70,8 +64,8 @@ TEST(ScheduledItemCodingTest, NewItemArchivesExactlyTheRequiredEntries) {
 }
 
 TEST(ScheduledItemCodingTest, RoundTripKeepsEveryFieldAndResetsTheRunState) {
-  ScratchFolder folder;
-  const std::string document = folder.emptyFile("Photos.halyard");
+  TestFolder folder;
+  const std::string document = folder.writeFile("Photos.halyard", "");
   auto item = newItem();
   item->setDocumentAlias(fileservices::createAliasObjectFromNSPath(document));
   item->setDocumentPathName("/elsewhere/Photos.halyard");
@@ -86,13 +80,9 @@ TEST(ScheduledItemCodingTest, RoundTripKeepsEveryFieldAndResetsTheRunState) {
   item->setScheduledLeftTargetMounts(1);
   item->setScheduledRightTargetMounts(-3);
   auto specifier = std::make_shared<VolumeSpecifier>(fileservices::VTFileManager::make());
-  auto specifierArchive = Dictionary::make(true);
-  specifierArchive->set("vs00", String::make("NAS"));
-  specifier->applyArchiveDictionary(*specifierArchive);
+  specifier->applyArchiveDictionary(*dictionaryOf({{"vs00", String::make("NAS")}}));
   item->setLeftTargetVolumeSpecifier(specifier);
-  auto info = Dictionary::make(true);
-  info->set("result", String::make("ok"));
-  item->setLastSynchInfo(info);
+  item->setLastSynchInfo(dictionaryOf({{"result", String::make("ok")}}));
   item->setForceActive(true);
   item->setIsRunning(true);
   item->setIsComplete(true);
@@ -132,8 +122,7 @@ TEST(ScheduledItemCodingTest, LegacyRepeatIntervalAddsToTheMinuteSet) {
   };
   for (const LegacyCase& c : cases) {
     SCOPED_TRACE(c.name);
-    auto archive = Dictionary::make(true);
-    archive->set("repeatIntervalkey", c.interval);
+    auto archive = dictionaryOf({{"repeatIntervalkey", c.interval}});
     if (c.minutes) archive->set("scheduledMinuteskey", c.minutes);
     auto item = decodeItem(itemArchive(archive));
     ASSERT_TRUE(item);
@@ -142,39 +131,38 @@ TEST(ScheduledItemCodingTest, LegacyRepeatIntervalAddsToTheMinuteSet) {
 }
 
 struct WrongClassCase {
-  const char* name;
-  const char* key;
+  const char *name, *key;
   ObjectRef value;
-  std::function<bool(const KSScheduledItem&)> check;
   std::size_t logLines;
+  std::function<bool(const KSScheduledItem&)> check;
 };
 
 TEST(ScheduledItemCodingTest, ValuesOfTheWrongClassAreConvertedOrIgnored) {
   const WrongClassCase cases[] = {
-      {"type-from-string", "scheduleTypekey", String::make(" 7 days"), [](auto& i) { return i.scheduleType() == 7; },
-       0},
-      {"type-from-double", "scheduleTypekey", Number::fromDouble(6.9), [](auto& i) { return i.scheduleType() == 6; },
-       0},
-      {"type-from-array", "scheduleTypekey", Array::make(), [](auto& i) { return i.scheduleType() == 5; }, 1},
-      {"active-from-string-no", "activekey", String::make("NO"), [](auto& i) { return !i.active(); }, 0},
-      {"run-once-from-string-yes", "runOncekey", String::make("yes"), [](auto& i) { return i.runOnce(); }, 0},
-      {"mounts-from-null", "scheduledLeftTargetMountskey", std::make_shared<Null>(),
-       [](auto& i) { return i.scheduledLeftTargetMounts() == 0; }, 1},
-      {"description-from-number", "descriptionkey", Number::fromInt32(3),
-       [](auto& i) { return i.description() == "No description"; }, 1},
-      {"start-date-from-plain-date", "startDatekey", Date::make(1.0),
-       [](auto& i) { return i.startDate()->seconds == kFixedNow; }, 1},
-      {"minutes-from-number", "scheduledMinuteskey", Number::fromInt32(1),
-       [](auto& i) { return selectedMinutes(i) == "0"; }, 1},
-      {"alias-from-string", "documentAliaskey", String::make("/tmp"), [](auto& i) { return !i.documentAlias(); }, 1},
-      {"specifier-from-string", "leftTargetVolumeSpecifierkey", String::make("disk"),
-       [](auto& i) { return !i.leftTargetVolumeSpecifier(); }, 1},
-      {"sync-info-from-array", "lastSynchInfokey", Array::make(), [](auto& i) { return !i.lastSynchInfo(); }, 1},
+      {"type-from-string", "scheduleTypekey", String::make(" 7 days"), 0,
+       [](auto& i) { return i.scheduleType() == 7; }},
+      {"type-from-double", "scheduleTypekey", Number::fromDouble(6.9), 0,
+       [](auto& i) { return i.scheduleType() == 6; }},
+      {"type-from-array", "scheduleTypekey", Array::make(), 1, [](auto& i) { return i.scheduleType() == 5; }},
+      {"active-from-string-no", "activekey", String::make("NO"), 0, [](auto& i) { return !i.active(); }},
+      {"run-once-from-string-yes", "runOncekey", String::make("yes"), 0, [](auto& i) { return i.runOnce(); }},
+      {"mounts-from-null", "scheduledLeftTargetMountskey", std::make_shared<Null>(), 1,
+       [](auto& i) { return i.scheduledLeftTargetMounts() == 0; }},
+      {"description-from-number", "descriptionkey", Number::fromInt32(3), 1,
+       [](auto& i) { return i.description() == "No description"; }},
+      {"start-date-from-plain-date", "startDatekey", Date::make(1.0), 1,
+       [](auto& i) { return i.startDate()->seconds == kFixedNow; }},
+      {"minutes-from-number", "scheduledMinuteskey", Number::fromInt32(1), 1,
+       [](auto& i) { return selectedMinutes(i) == "0"; }},
+      {"alias-from-string", "documentAliaskey", String::make("/tmp"), 1, [](auto& i) { return !i.documentAlias(); }},
+      {"specifier-from-string", "leftTargetVolumeSpecifierkey", String::make("disk"), 1,
+       [](auto& i) { return !i.leftTargetVolumeSpecifier(); }},
+      {"sync-info-from-array", "lastSynchInfokey", Array::make(), 1, [](auto& i) { return !i.lastSynchInfo(); }},
   };
   for (const WrongClassCase& c : cases) {
     SCOPED_TRACE(c.name);
     LogCapture capture;
-    auto item = decodeEntries({{c.key, c.value}});
+    auto item = decodeItem(itemArchive(dictionaryOf({{c.key, c.value}})));
     ASSERT_TRUE(item);
     EXPECT_TRUE(c.check(*item));
     EXPECT_EQ(capture.lines().size(), c.logLines);
@@ -201,17 +189,12 @@ TEST(ScheduledItemCodingTest, ItemWithoutADictionaryKeepsItsDefaults) {
 TEST(ScheduledItemCodingTest, ValuesReadInPlaceAreMadeWhenReferredToLater) {
   auto description = String::make("Nightly");
   auto type = Number::fromInt32(7);
-  auto archive = Dictionary::make(true);
-  archive->set("descriptionkey", description);
-  archive->set("scheduleTypekey", type);
-  auto itemOf = [&] {
-    return std::make_shared<GenericObject>(rootedChain({{"KSScheduledItem", 0}}),
-                                           std::vector<Group>{{"@", {{"@", archive}}}});
-  };
+  auto archive = dictionaryOf({{"descriptionkey", description}, {"scheduleTypekey", type}});
   // The first key is the archive's first string: its contents introduce the
   // type string "+", which reading it again must not add twice.
   const ObjectRef firstKey = archive->entries.front().first;
-  const auto written = Array::make({itemOf(), itemOf(), description, type, archive, firstKey, description});
+  const auto written =
+      Array::make({itemObject(archive), itemObject(archive), description, type, archive, firstKey, description});
   auto root = Unarchiver::unarchiveRootObject(Archiver::archivedData(written), scheduleClassRegistry(fixedClock()));
   ASSERT_TRUE(root) << root.error().describe();
   const auto array = objectAs<Array>(*root);

@@ -105,38 +105,28 @@ TEST(ScheduledItemTest, CopyHasItsOwnLockAndSetsAndSharesTheSynchronizer) {
   EXPECT_NE(second->lock(), copy->lock());
 }
 
-// Each locked accessor, as the selector its guard names.
+// Each locked accessor, as the selector its guard names: a setter is called,
+// then the getter shows whether the set is unchanged; a getter answers absent.
 struct GuardedCall {
   const char* selector;
-  std::function<bool(KSScheduledItem&)> call;  // true when it answered absent
+  std::function<void(Item&)> set;  // null for a getter
+  std::function<bool(Item&)> answeredAbsent;
 };
 
 TEST(ScheduledItemTest, GuardLogsTheSelectorSwallowsAndReleasesTheLock) {
   const GuardedCall calls[] = {
-      {"scheduledMonths", [](KSScheduledItem& i) { return i.scheduledMonths() == nullptr; }},
-      {"setScheduledMonths:",
-       [](KSScheduledItem& i) {
-         i.setScheduledMonths("0");
-         return text(i.scheduledMonths()) != "0";
-       }},
-      {"setScheduledDaysOfWeek:",
-       [](KSScheduledItem& i) {
-         i.setScheduledDaysOfWeek("1");
-         return text(i.scheduledDaysOfWeek()) != "1";
-       }},
-      {"scheduledMinutes", [](KSScheduledItem& i) { return !i.minuteIsSelected(0); }},
-      {"leftTargetVolumeSpecifier", [](KSScheduledItem& i) { return i.leftTargetVolumeSpecifier() == nullptr; }},
-      {"setRightTargetVolumeSpecifier:",
-       [](KSScheduledItem& i) {
-         i.setRightTargetVolumeSpecifier(std::make_shared<Null>());
-         return i.rightTargetVolumeSpecifier() == nullptr;
-       }},
-      {"setSynchronizer:",
-       [](KSScheduledItem& i) {
-         i.setSynchronizer(std::make_shared<KSSynchronizer>());
-         return i.synchronizer() == nullptr;
-       }},
-      {"lastSynchInfo", [](KSScheduledItem& i) { return i.lastSynchInfo() == nullptr; }},
+      {"scheduledMonths", nullptr, [](Item& i) { return i.scheduledMonths() == nullptr; }},
+      {"setScheduledMonths:", [](Item& i) { i.setScheduledMonths("0"); },
+       [](Item& i) { return text(i.scheduledMonths()) != "0"; }},
+      {"setScheduledDaysOfWeek:", [](Item& i) { i.setScheduledDaysOfWeek("1"); },
+       [](Item& i) { return text(i.scheduledDaysOfWeek()) != "1"; }},
+      {"scheduledMinutes", nullptr, [](Item& i) { return !i.minuteIsSelected(0); }},
+      {"leftTargetVolumeSpecifier", nullptr, [](Item& i) { return i.leftTargetVolumeSpecifier() == nullptr; }},
+      {"setRightTargetVolumeSpecifier:", [](Item& i) { i.setRightTargetVolumeSpecifier(std::make_shared<Null>()); },
+       [](Item& i) { return i.rightTargetVolumeSpecifier() == nullptr; }},
+      {"setSynchronizer:", [](Item& i) { i.setSynchronizer(std::make_shared<KSSynchronizer>()); },
+       [](Item& i) { return i.synchronizer() == nullptr; }},
+      {"lastSynchInfo", nullptr, [](Item& i) { return i.lastSynchInfo() == nullptr; }},
   };
   for (const GuardedCall& c : calls) {
     SCOPED_TRACE(c.selector);
@@ -148,7 +138,8 @@ TEST(ScheduledItemTest, GuardLogsTheSelectorSwallowsAndReleasesTheLock) {
       if (s == selector) throw std::runtime_error("injected");
     });
     LogCapture capture;
-    EXPECT_TRUE(c.call(*item));
+    if (c.set) c.set(*item);
+    EXPECT_TRUE(c.answeredAbsent(*item));
     EXPECT_EQ(capture.lines(), std::vector<std::string>{"<Error:> Exception caught in " + selector});
     bool released = false;
     std::thread([&] {
@@ -172,8 +163,8 @@ TEST(ScheduledItemTest, FailedCopyIsReturnedWithoutALock) {
 }
 
 TEST(ScheduledItemTest, DocumentAliasSetsThePathItLeadsTo) {
-  ScratchFolder folder;
-  const std::string document = folder.emptyFile("Backup.halyard");
+  TestFolder folder;
+  const std::string document = folder.writeFile("Backup.halyard", "");
   auto item = newItem();
   item->setDocumentAlias(fileservices::createAliasObjectFromNSPath(document));
   EXPECT_EQ(item->documentPathName(), document);

@@ -4,11 +4,7 @@
 // private mount namespace), and the order of flushes, renames and removals
 // that strace sees.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -18,86 +14,27 @@
 
 #include "fileservices/private_mounts.h"
 #include "fileservices/test_folder.h"
+#include "halyardctl_run.h"
 
 namespace halyard::fileservices {
 namespace {
 
 namespace fs = std::filesystem;
 
-struct ChildRun {
-  int status = -1;  // the exit status, or 128 + the signal
-  std::string out;
-  std::string err;
-};
-
-std::string readAll(int fd) {
-  std::string text;
-  char chunk[4096];
-  for (ssize_t got; (got = read(fd, chunk, sizeof chunk)) > 0;) text.append(chunk, static_cast<std::size_t>(got));
-  return text;
-}
-
-// Runs `program` with `args` (and HOME set to `home` when given). With
-// `interrupt`, sends SIGINT as soon as the first line of output has come:
-// the command is then under way.
-ChildRun runChild(const std::vector<std::string>& args, bool interrupt = false, const std::string& home = "") {
-  int out[2], err[2];
-  if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return {};
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(out[1], STDOUT_FILENO);
-    dup2(err[1], STDERR_FILENO);
-    if (!home.empty()) setenv("HOME", home.c_str(), 1);
-    std::vector<char*> argv;
-    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
-    _exit(127);
-  }
-  close(out[1]);
-  close(err[1]);
-  ChildRun run;
-  if (interrupt) {
-    char byte = 0;
-    while (byte != '\n' && read(out[0], &byte, 1) == 1) run.out += byte;
-    kill(child, SIGINT);
-  }
-  run.out += readAll(out[0]);
-  run.err = readAll(err[0]);
-  close(out[0]);
-  close(err[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return run;
-}
-
-const std::string kHalyardctl = HALYARD_BINARY_DIR "/src/tools/halyardctl";
-
-ChildRun fsCommand(const std::string& verb, const std::string& a, const std::string& b = "") {
-  std::vector<std::string> args{kHalyardctl, "fs", verb, a};
-  if (!b.empty()) args.push_back(b);
-  return runChild(args);
-}
+using namespace halyard::testing;
 
 TEST(HalyardctlFs, RemoveRefusesTheRootTheHomeFolderAndDotComponents) {
   TestFolder folder;
-  folder.writeFile("home/keep", "k");
-  folder.writeFile("dir/sub/keep", "k");
-  folder.writeFile("sibling/keep", "k");
-  const std::string paths[] = {"/",
-                               folder.path("home"),
-                               folder.path("home/"),
-                               folder.path("dir/sub/.."),
-                               folder.path("dir/."),
-                               folder.path("dir/sub/../")};
-  for (const std::string& path : paths) {
+  const char* const kept[] = {"home/keep", "dir/sub/keep", "sibling/keep"};
+  for (const char* name : kept) folder.writeFile(name, "k");
+  for (std::string path : {"/", "home", "home/", "dir/sub/..", "dir/.", "dir/sub/../"}) {
+    if (path != "/") path = folder.path(path);
     SCOPED_TRACE(path);
-    const ChildRun run = runChild({kHalyardctl, "fs", "remove", path}, false, folder.path("home"));
+    const ChildRun run = halyardctl({"fs", "remove", path}, {"HOME=" + folder.path("home")});
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("refusing to remove " + path), std::string::npos) << run.err;
   }
-  for (const char* kept : {"home/keep", "dir/sub/keep", "sibling/keep"}) EXPECT_TRUE(fs::exists(folder.path(kept)));
+  for (const char* name : kept) EXPECT_TRUE(fs::exists(folder.path(name)));
 }
 
 TEST(HalyardctlFs, CopyAndMoveIntoAFolderAsCpAndMvDo) {
@@ -108,10 +45,9 @@ TEST(HalyardctlFs, CopyAndMoveIntoAFolderAsCpAndMvDo) {
       SCOPED_TRACE(std::string(verb) + " to " + dest);
       const std::string name = std::string(verb) + (dest[4] ? "-slash" : "-plain");
       folder.writeFile(name, name);
-      const ChildRun run = fsCommand(verb, folder.path(name), folder.path(dest));
+      const ChildRun run = halyardctl({"fs", verb, folder.path(name), folder.path(dest)});
       EXPECT_EQ(run.status, 0) << run.err;
-      std::ifstream in(folder.path("into/" + name));
-      EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), name);
+      EXPECT_EQ(contentsOf(folder.path("into/" + name)), name);
     }
   }
 }
@@ -119,21 +55,17 @@ TEST(HalyardctlFs, CopyAndMoveIntoAFolderAsCpAndMvDo) {
 TEST(HalyardctlFs, ErrorsNameTheirPathAndExitOne) {
   TestFolder folder;
   folder.writeFile("tree/file", "f");
-  struct Case {
-    const char* verb;
-    std::string a, b, named;
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{"fs", "copy", folder.path("missing"), folder.path("x")}, folder.path("missing")},
+      {{"fs", "copy", folder.path("tree"), folder.path("tree/inner")}, folder.path("tree/inner")},
+      {{"fs", "move", folder.path("tree"), folder.path("tree/inner")}, folder.path("tree/inner")},
+      {{"fs", "remove", folder.path("missing")}, folder.path("missing")},
   };
-  const Case cases[] = {
-      {"copy", folder.path("missing"), folder.path("x"), folder.path("missing")},
-      {"copy", folder.path("tree"), folder.path("tree/inner"), folder.path("tree/inner")},
-      {"move", folder.path("tree"), folder.path("tree/inner"), folder.path("tree/inner")},
-      {"remove", folder.path("missing"), "", folder.path("missing")},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.verb) + " " + c.a);
-    const ChildRun run = fsCommand(c.verb, c.a, c.b);
+  for (const auto& [args, named] : cases) {
+    SCOPED_TRACE(args[1] + " " + args[2]);
+    const ChildRun run = halyardctl(args);
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find(c.named), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find(named), std::string::npos) << run.err;
   }
   EXPECT_FALSE(fs::exists(folder.path("tree/inner")));
 }
@@ -141,7 +73,7 @@ TEST(HalyardctlFs, ErrorsNameTheirPathAndExitOne) {
 TEST(HalyardctlFs, ProgressComesAsLinesWhenTheOutputIsNotATerminal) {
   TestFolder folder;
   folder.writeFile("data", std::string(1 << 20, 'x'));
-  const ChildRun run = fsCommand("copy", folder.path("data"), folder.path("copy"));
+  const ChildRun run = halyardctl({"fs", "copy", folder.path("data"), folder.path("copy")});
   ASSERT_EQ(run.status, 0) << run.err;
   std::istringstream lines(run.out);
   std::vector<std::string> seen;
@@ -185,13 +117,13 @@ class HalyardctlFsMounted : public ::testing::Test {
 
 TEST_F(HalyardctlFsMounted, CtrlCDuringACopyExits130AndLeavesNothing) {
   fs::create_directories(a_ + "/into");
-  const ChildRun run = runChild({kHalyardctl, "fs", "copy", a_ + "/tree", a_ + "/into/tree"}, true);
+  const ChildRun run = runChild({kHalyardctl, "fs", "copy", a_ + "/tree", a_ + "/into/tree"}, {}, true);
   EXPECT_EQ(run.status, 130) << run.err;
   expectSourceWholeAndNothingAt(a_ + "/into");
 }
 
 TEST_F(HalyardctlFsMounted, CtrlCDuringAMoveAcrossFileSystemsExits130AndKeepsTheSource) {
-  const ChildRun run = runChild({kHalyardctl, "fs", "move", a_ + "/tree", b_ + "/tree"}, true);
+  const ChildRun run = runChild({kHalyardctl, "fs", "move", a_ + "/tree", b_ + "/tree"}, {}, true);
   EXPECT_EQ(run.status, 130) << run.err;
   expectSourceWholeAndNothingAt(b_);
 }
@@ -199,7 +131,7 @@ TEST_F(HalyardctlFsMounted, CtrlCDuringAMoveAcrossFileSystemsExits130AndKeepsThe
 TEST_F(HalyardctlFsMounted, ACopyWarnsOfEachAttributeTheDestinationCannotHold) {
   if (auto reason = mounts_.mount("ramfs", b_); !reason.empty()) GTEST_SKIP() << reason;
   ASSERT_EQ(setxattr((a_ + "/tree/small").c_str(), "user.note", "n", 1, 0), 0);
-  const ChildRun run = fsCommand("copy", a_ + "/tree/small", b_ + "/small");
+  const ChildRun run = halyardctl({"fs", "copy", a_ + "/tree/small", b_ + "/small"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.err.find("warning: " + b_ + "/small: could not keep the extended attribute user.note"),
             std::string::npos)

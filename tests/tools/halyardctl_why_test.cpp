@@ -4,49 +4,46 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
+#include <iterator>
+#include <sstream>
 
-#include "foundation/file_io.h"
+#include "fileservices/test_folder.h"
+#include "halyardctl_run.h"
 
 namespace halyard {
 namespace {
 
+using fileservices::TestFolder;
+using namespace halyard::testing;
+
 class HalyardctlWhyTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = (std::filesystem::temp_directory_path() / "halyardctl-why-XXXXXX").string();
-    folder_ = ::mkdtemp(pattern.data());
-    add("--description", "new item");
-    add("--description", "off", "--type", "4", "--inactive");
-    add("--description", "on mount", "--type", "6");
-    add("--description", "2 am", "--type", "4", "--hours", "2", "--minutes", "*");
+    run({"schedule", "add", "--description", "new item"});
+    run({"schedule", "add", "--description", "off", "--type", "4", "--inactive"});
+    run({"schedule", "add", "--description", "on mount", "--type", "6"});
+    run({"schedule", "add", "--description", "2 am", "--type", "4", "--hours", "2", "--minutes", "*"});
   }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
 
-  std::string halyardctl(const std::string& args) const {
-    const std::string out = (folder_ / "out").string();
-    const std::string command = "env TZ=America/New_York HALYARD_RESOURCE_DIR=" HALYARD_SOURCE_DIR
-                                "/resources XDG_DATA_HOME=" +
-                                folder_.string() + " XDG_CONFIG_HOME=" + folder_.string() +
-                                " " HALYARD_BINARY_DIR "/src/tools/halyardctl " + args + " >" + out + " 2>&1";
-    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 0) << command;
-    return readWholeFile(out).value();
+  // Standard output of a command that must succeed quietly.
+  std::string run(const std::vector<std::string>& args) const {
+    const std::string data = "XDG_DATA_HOME=" + folder_.root(), config = "XDG_CONFIG_HOME=" + folder_.root();
+    const ChildRun run = halyardctl(args, {"TZ=America/New_York", kResourceDir, data, config});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    return run.out;
   }
-  template <class... Args>
-  void add(const Args&... args) {
-    std::string line = "schedule add";
-    ((line += std::string(" '") + args + "'"), ...);
-    halyardctl(line);
+  std::string run(const char* line) const {
+    std::istringstream in(line);
+    return run(std::vector<std::string>(std::istream_iterator<std::string>(in), {}));
   }
   // The last line of `why`: the verdict at the moment.
-  std::string verdict(const std::string& args) {
-    const std::string out = halyardctl("why " + args);
-    const std::size_t start = out.rfind('\n', out.size() - 2);
-    return out.substr(start + 1);
+  std::string verdict(const std::string& args) const {
+    const std::string out = run(("why " + args).c_str());
+    return out.substr(out.rfind('\n', out.size() - 2) + 1);
   }
 
-  std::filesystem::path folder_;
+  TestFolder folder_;
 };
 
 TEST_F(HalyardctlWhyTest, NamesTheRuleThatDecides) {
@@ -71,20 +68,18 @@ TEST_F(HalyardctlWhyTest, NamesTheRuleThatDecides) {
     SCOPED_TRACE(args);
     EXPECT_EQ(verdict(args), expected);
   }
-  const std::string whole = halyardctl("why 1 --at 2026-03-04T09:00");
+  const std::string whole = run("why 1 --at 2026-03-04T09:00");
   EXPECT_NE(whole.find("item 1 \"new item\", type 5\nlast hand-over: "), std::string::npos) << whole;
   EXPECT_NE(whole.find("\nnext hand-over: "), std::string::npos) << whole;
   EXPECT_EQ(whole.find("never"), std::string::npos) << whole;
 }
 
 TEST_F(HalyardctlWhyTest, ASuspendedSchedulerIsTheFirstRule) {
-  std::filesystem::create_directories(folder_ / "vantrel");
-  ASSERT_TRUE(
-      writeFileAtomically((folder_ / "vantrel/halyard.conf").string(), "[General]\nSchedulerActivePrefKey=false\n"));
+  folder_.writeFile("vantrel/halyard.conf", "[General]\nSchedulerActivePrefKey=false\n");
   EXPECT_EQ(
       verdict("1 --at 2026-03-04T09:00"),
       "at 2026-03-04 09:00:00 -0500: not handed over: the scheduler is suspended: no check hands anything over\n");
-  EXPECT_EQ(halyardctl("schedule next 3"),
+  EXPECT_EQ(run("schedule next 3"),
             "never\na run missed during a sleep: not caught up, a volume-mount item runs only when its volume is "
             "mounted\n");
 }

@@ -16,11 +16,7 @@ const cctz::time_zone& newYork() {
 }
 
 TEST(IsoTime, ReadsEveryFormItAccepts) {
-  struct Case {
-    const char* text;
-    double unixSeconds;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, double> cases[] = {
       {"2026-03-08T02:30:00-05:00", 1772955000}, {"2026-03-08T07:30:00Z", 1772955000},
       {"2026-03-08T07:30Z", 1772955000},         {"2026-03-08T07:30:00.25z", 1772955000.25},
       {"2026-01-15T09:00", 1768485600},        // wall time, EST
@@ -28,10 +24,10 @@ TEST(IsoTime, ReadsEveryFormItAccepts) {
       {"9999-12-31T23:59:59Z", 253402300799},  // the last four-digit year
       {"0001-01-01T00:00:00Z", -62135596800},
   };
-  for (const Case& c : cases) {
-    auto read = parseIsoInstant(c.text, newYork());
-    ASSERT_TRUE(read) << c.text << ": " << read.error().describe();
-    EXPECT_DOUBLE_EQ(toUnixSeconds(*read), c.unixSeconds) << c.text;
+  for (const auto& [text, unixSeconds] : cases) {
+    auto read = parseIsoInstant(text, newYork());
+    ASSERT_TRUE(read) << text << ": " << read.error().describe();
+    EXPECT_DOUBLE_EQ(toUnixSeconds(*read), unixSeconds) << text;
   }
 }
 
@@ -46,16 +42,13 @@ TEST(IsoTime, RefusesTextNamingIt) {
 }
 
 TEST(IsoTime, WritesMillisecondsAndTheOffsetForAnyDateAFileCanHold) {
-  struct Case {
-    double unixSeconds;
-    const char* text;
-  };
-  const Case cases[] = {
+  const std::pair<double, const char*> cases[] = {
       {1772955000.05, "2026-03-08T03:30:00.050-04:00"},    // 0.05 is held as 0.04999...
       {1772954999.9996, "2026-03-08T03:29:59.999-04:00"},  // milliseconds are cut, not rounded
       {1768485600, "2026-01-15T09:00:00.000-05:00"},
   };
-  for (const Case& c : cases) EXPECT_EQ(formatIsoInstant(fromUnixSeconds(c.unixSeconds), newYork()), c.text);
+  for (const auto& [unixSeconds, text] : cases)
+    EXPECT_EQ(formatIsoInstant(fromUnixSeconds(unixSeconds), newYork()), text);
   // Far beyond any calendar a user types, yet held by a schedule file: it is
   // written, not wrapped.
   for (double far : {1e14, -1e14, 1e300}) EXPECT_FALSE(formatIsoInstant(far, newYork()).empty());

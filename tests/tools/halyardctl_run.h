@@ -1,0 +1,75 @@
+#pragma once
+// Runs the built halyardctl (or another program) as a user would: a child
+// process with its own environment additions, output and errors captured.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace halyard::testing {
+
+inline const std::string kHalyardctl = HALYARD_BINARY_DIR "/src/tools/halyardctl";
+// The environment entry that points halyardctl at the source tree's resources.
+inline const std::string kResourceDir = "HALYARD_RESOURCE_DIR=" HALYARD_SOURCE_DIR "/resources";
+
+struct ChildRun {
+  int status = -1;  // the exit status, or 128 + the signal
+  std::string out;
+  std::string err;
+};
+
+inline std::string readAll(int fd) {
+  std::string text;
+  char chunk[4096];
+  for (ssize_t got; (got = read(fd, chunk, sizeof chunk)) > 0;) text.append(chunk, static_cast<std::size_t>(got));
+  return text;
+}
+
+// Runs `args` (a program path first) with the "NAME=value" entries of `env`
+// added. With `interrupt`, sends SIGINT as soon as the first line of output
+// has come: the command is then under way.
+inline ChildRun runChild(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
+                         bool interrupt = false) {
+  int out[2], err[2];
+  if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return {};
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(out[1], STDOUT_FILENO);
+    dup2(err[1], STDERR_FILENO);
+    for (const std::string& entry : env) putenv(const_cast<char*>(entry.c_str()));
+    std::vector<char*> argv;
+    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  close(out[1]);
+  close(err[1]);
+  ChildRun run;
+  if (interrupt) {
+    char byte = 0;
+    while (byte != '\n' && read(out[0], &byte, 1) == 1) run.out += byte;
+    kill(child, SIGINT);
+  }
+  run.out += readAll(out[0]);
+  run.err = readAll(err[0]);
+  close(out[0]);
+  close(err[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return run;
+}
+
+// halyardctl with `args` after its path.
+inline ChildRun halyardctl(std::vector<std::string> args, const std::vector<std::string>& env = {}) {
+  args.insert(args.begin(), kHalyardctl);
+  return runChild(args, env);
+}
+
+}  // namespace halyard::testing
