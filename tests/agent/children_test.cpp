@@ -51,10 +51,6 @@ class InheritableState {
 class ChildrenTest : public DaemonFixture {
  protected:
   ChildrenTest() { makeDaemon(); }
-  std::string read(const std::string& relative) {
-    auto text = readWholeFile(path(relative));
-    return text ? *text : "";
-  }
 };
 
 TEST_F(ChildrenTest, TheApplicationStartsWithDefaultSignalsAnEmptyMaskAndOnlyTheStandardStreams) {
@@ -75,7 +71,7 @@ TEST_F(ChildrenTest, TheApplicationStartsWithDefaultSignalsAnEmptyMaskAndOnlyThe
       EXPECT_EQ(reapChild(*child), 0);
     }
     ASSERT_TRUE(waitUntil([&] { return QFile::exists(QString::fromStdString(report)); }));
-    EXPECT_EQ(read(report.substr(dir_.path().size() + 1)), "ignored:\nblocked:\nfds: 0 1 2\n");
+    EXPECT_EQ(*readWholeFile(report), "ignored:\nblocked:\nfds: 0 1 2\n");
   }
 }
 
