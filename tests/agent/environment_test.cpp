@@ -116,10 +116,10 @@ TEST_F(ZoneChangeTest, AfterTheLinkChangesA0900ItemRunsAt0900OfTheNewZone) {
   writeSchedule(path("ScheduleData.sched"), {makeItem("nine", 9, 0)});
   makeDaemon(zoneClock_, true);
   beatInZone("Europe/Berlin", 9, 0);  // 03:00 in New York: not yet
-  EXPECT_EQ(parked(), std::vector<std::string>{});
+  EXPECT_EQ(parked(), Names{});
   link("Europe/Berlin");
   beatInZone("Europe/Berlin", 9, 0);  // the same instant's beat, now in the new zone
-  EXPECT_EQ(parked(), std::vector<std::string>{"nine"});
+  EXPECT_EQ(parked(), Names{"nine"});
   EXPECT_EQ(zoneClock_.zone().name(), "Europe/Berlin");
 }
 

@@ -14,8 +14,6 @@
 namespace halyard::agent::testing {
 namespace {
 
-using Names = std::vector<std::string>;
-
 class LaunchTest : public DaemonFixture {
  protected:
   LaunchTest() { makeDaemon(); }

@@ -89,8 +89,6 @@ TEST_F(SimulationAgreesTest, TheDaemonHandsOverWhatTheSimulationSays) {
   }
 }
 
-using Names = std::vector<std::string>;
-
 class OptInSchedulingTest : public DaemonFixture {
  protected:
   OptInSchedulingTest() {

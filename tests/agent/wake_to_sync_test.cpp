@@ -75,13 +75,9 @@ TEST(LogindPower, NoSystemBusIsARegistrationFailure) {
 }
 
 TEST_F(SleepTest, AfterLogindOrTheSystemBusRestartsAWakeStillMakesAMissedCheck) {
-  struct Case {
-    const char* name;
-    bool busRestarts;
-  } cases[] = {{"logind restarts", false}, {"the system bus and logind restart", true}};
   writeSchedule(path("ScheduleData.sched"), {makeItem("asleep", 10, 2)});
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const bool busRestarts : {false, true}) {
+    SCOPED_TRACE(busRestarts ? "the system bus and logind restart" : "logind restarts");
     LogCapture log;
     auto logind = startLogind();
     makeDaemon();
@@ -93,10 +89,10 @@ TEST_F(SleepTest, AfterLogindOrTheSystemBusRestartsAWakeStillMakesAMissedCheck) 
     beatAt(10, 1, 0);
 
     logind.reset();
-    if (c.busRestarts) system_.restart();
+    if (busRestarts) system_.restart();
     logind = startLogind();
     ASSERT_TRUE(waitUntil([&] { return inhibitors() == 1; }));  // taken again from the new logind
-    EXPECT_EQ(power.resubscriptions(), c.busRestarts ? 1 : 0);
+    EXPECT_EQ(power.resubscriptions(), busRestarts ? 1 : 0);
     emitPrepareForSleep(true);
     ASSERT_TRUE(logind->waitForOutput("inhibitor released"));  // the signal reached the agent
     clock_.setCivil(2026, 3, 4, 10, 2, 40);
@@ -104,13 +100,13 @@ TEST_F(SleepTest, AfterLogindOrTheSystemBusRestartsAWakeStillMakesAMissedCheck) 
     ASSERT_TRUE(waitUntil([&] { return daemon_->awokeFromSleep(); }));
     beatAt(10, 2, 40);
     EXPECT_EQ(daemon_->status().lastCheckMode, HeartbeatMode::Missed);
-    EXPECT_EQ(parked(), std::vector<std::string>{"asleep"});
+    EXPECT_EQ(parked(), Names{"asleep"});
 
     std::string lines;
     for (const std::string& line : log.lines()) lines += line + "\n";
     EXPECT_NE(lines.find("taking the sleep delay inhibitor again"), std::string::npos) << lines;
-    EXPECT_EQ(lines.find("The system bus is gone") != std::string::npos, c.busRestarts) << lines;
-    EXPECT_EQ(lines.find("The system bus is back") != std::string::npos, c.busRestarts) << lines;
+    EXPECT_EQ(lines.find("The system bus is gone") != std::string::npos, busRestarts) << lines;
+    EXPECT_EQ(lines.find("The system bus is back") != std::string::npos, busRestarts) << lines;
   }
 }
 
