@@ -13,6 +13,7 @@
 
 #include "agent/status_service.h"
 #include "schedule/schedule_file.h"
+#include "simulation_support.h"
 
 namespace halyard::agent::testing {
 
@@ -37,8 +38,6 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
   }
   return true;
 }
-
-FakeClock::FakeClock(const std::string& zoneName) { cctz::load_time_zone(zoneName, &zone_); }
 
 TimeInterval FakeClock::civil(int y, int mo, int d, int h, int mi, int s, double fraction) const {
   return joinInstant(cctz::convert(cctz::civil_second(y, mo, d, h, mi, s), zone_), fraction);
@@ -100,12 +99,10 @@ void PrivateBus::restart() {
 
 PrivateBus::~PrivateBus() { stop(); }
 
-std::string PrivateBus::serviceDir() const { return dir_.path().toStdString() + "/services"; }
-
 QDBusConnection PrivateBus::connect(const QString& name) const { return QDBusConnection::connectToBus(address_, name); }
 
 void PrivateBus::addActivatableService(const std::string& busName, const std::string& exec) const {
-  QFile file(QString::fromStdString(serviceDir() + "/" + busName + ".service"));
+  QFile file(dir_.path() + QString::fromStdString("/services/" + busName + ".service"));
   file.open(QIODevice::WriteOnly);
   file.write(QString::fromStdString("[D-BUS Service]\nName=" + busName + "\nExec=" + exec + "\n").toUtf8());
 }
@@ -198,18 +195,9 @@ std::string fakeLogindPath() { return HALYARD_SOURCE_DIR "/tests/agent/fake_logi
 
 std::shared_ptr<KSScheduledItem> makeItem(const std::string& description, int hour, int minute, int type) {
   // 2001-01-01 00:00:00 UTC: a start date long before every test moment.
-  auto item = std::make_shared<KSScheduledItem>(CalendarDate::make(0, TimeZone::make("UTC")));
-  item->setDescription(description);
+  auto item = timedItem(description, type, oneHour(hour), minutes(minute, minute), 0);
   item->setDocumentPathName("/tmp/" + description + ".hsync");
-  item->setScheduleType(type);
   item->setScheduledMonths(std::string(12, '1'));
-  item->setScheduledDaysOfMonth(std::string(31, '1'));
-  item->setScheduledDaysOfWeek(std::string(7, '1'));
-  std::string hours(24, '0'), minutes(60, '0');
-  hours[static_cast<std::size_t>(hour)] = '1';
-  minutes[static_cast<std::size_t>(minute)] = '1';
-  item->setScheduledHours(hours);
-  item->setScheduledMinutes(minutes);
   return item;
 }
 

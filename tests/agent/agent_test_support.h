@@ -28,21 +28,20 @@ void ensureApplication();
 // Runs the event loop until `condition` holds or `timeout` passes; answers the condition.
 bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
-// The real time in a named zone, never the host's.
+// The real time in UTC, never the host's zone.
 class RealTimeClock final : public Clock {
  public:
-  explicit RealTimeClock(const std::string& zoneName = "UTC") { cctz::load_time_zone(zoneName, &zone_); }
   TimeInterval now() const override;
   const cctz::time_zone& zone() const override { return zone_; }
 
  private:
-  cctz::time_zone zone_;
+  cctz::time_zone zone_ = cctz::utc_time_zone();
 };
 
 // A clock the test sets; the zone is a named one, never the host's.
 class FakeClock final : public Clock {
  public:
-  explicit FakeClock(const std::string& zoneName = "Europe/Berlin");
+  FakeClock() { cctz::load_time_zone("Europe/Berlin", &zone_); }
   TimeInterval now() const override { return now_; }
   const cctz::time_zone& zone() const override { return zone_; }
   void set(TimeInterval t) { now_ = t; }
@@ -80,7 +79,6 @@ class PrivateBus {
   // Stops it and starts it again; a "system" bus keeps its address.
   void restart();
   const QString& address() const { return address_; }
-  std::string serviceDir() const;
   // A new connection of this test process to the bus.
   QDBusConnection connect(const QString& name) const;
   // Makes `busName` activatable: starts `exec` (a command line) when asked for.

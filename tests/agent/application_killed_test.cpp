@@ -12,32 +12,26 @@
 namespace halyard::agent::testing {
 namespace {
 
-using Names = std::vector<std::string>;
 using ApplicationKilledTest = DaemonFixture;
 
 TEST_F(ApplicationKilledTest, TheItemsOfTheInterruptedHandOverAreLostAndTheAgentGoesOn) {
-  struct Case {
-    const char* name;
-    // Killed after the agent last saw it running but before its post; else
-    // right after it received the post.
-    bool killedBeforeThePost;
-  } cases[] = {{"between the lookup and the post", true}, {"after receiving the hand-over", false}};
   writeSchedule(path("ScheduleData.sched"), {makeItem("interrupted", 10, 1), makeItem("next", 10, 2)});
   makeDaemon();
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  // Killed after the agent last saw it running but before its post; else right after it received the post.
+  for (const bool killedBeforeThePost : {true, false}) {
+    SCOPED_TRACE(killedBeforeThePost ? "between the lookup and the post" : "after receiving the hand-over");
     auto app = std::make_unique<TestProcess>(halyardctlPath(), std::vector<std::string>{"serve-app"}, bus_.address());
     ASSERT_TRUE(app->waitForOutput("running as"));
     ASSERT_TRUE(waitForApplication());
     const std::size_t postsBefore = seen(notifications::kAddScheduledItems).size();
     // Without the event loop turning, the agent's view of the bus is that of
     // its last lookup: the application still runs.
-    if (c.killedBeforeThePost) {
+    if (killedBeforeThePost) {
       app->process().kill();
       ASSERT_TRUE(app->process().waitForFinished());
     }
     beatAt(10, 1, 0);
-    if (!c.killedBeforeThePost) {
+    if (!killedBeforeThePost) {
       ASSERT_TRUE(app->waitForOutput("item \"interrupted\""));
       app->process().kill();
       ASSERT_TRUE(app->process().waitForFinished());

@@ -51,23 +51,15 @@ class InheritableState {
 class ChildrenTest : public DaemonFixture {
  protected:
   ChildrenTest() { makeDaemon(); }
-  std::string read(const std::string& relative) {
-    auto text = readWholeFile(path(relative));
-    return text ? *text : "";
-  }
 };
 
 TEST_F(ChildrenTest, TheApplicationStartsWithDefaultSignalsAnEmptyMaskAndOnlyTheStandardStreams) {
   InheritableState agentLike;
-  struct Case {
-    const char* name;
-    bool detached;
-  } cases[] = {{"the application, detached", true}, {"the opener, a direct child", false}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const std::string report = path(std::string("state-") + (c.detached ? "detached" : "child"));
+  for (const bool detached : {true, false}) {
+    SCOPED_TRACE(detached ? "the application, detached" : "the opener, a direct child");
+    const std::string report = path(std::string("state-") + (detached ? "detached" : "child"));
     const std::vector<std::string> argv{childStateProbePath(), report};
-    if (c.detached) {
+    if (detached) {
       ASSERT_EQ(spawnDetached(argv), launch_status::kNoError);
     } else {
       auto child = spawnChild(argv);
@@ -75,7 +67,7 @@ TEST_F(ChildrenTest, TheApplicationStartsWithDefaultSignalsAnEmptyMaskAndOnlyThe
       EXPECT_EQ(reapChild(*child), 0);
     }
     ASSERT_TRUE(waitUntil([&] { return QFile::exists(QString::fromStdString(report)); }));
-    EXPECT_EQ(read(report.substr(dir_.path().size() + 1)), "ignored:\nblocked:\nfds: 0 1 2\n");
+    EXPECT_EQ(*readWholeFile(report), "ignored:\nblocked:\nfds: 0 1 2\n");
   }
 }
 
@@ -104,7 +96,7 @@ TEST_F(ChildrenTest, TheOpenersEndIsReportedAndAFailureBeepsAndLogsOneLine) {
     daemon_->openSyncDocument(*makeItem("doc", 9, 0), false);
     EXPECT_TRUE(waitUntil([&] { return statusItem_.beeps == beeps + 1; }));
     const std::string said = "<Error:> Could not open \"/tmp/doc.hsync\": the opener ended with status ";
-    EXPECT_EQ(log.lines(), std::vector<std::string>{said + std::to_string(c.expected)});
+    EXPECT_EQ(log.lines(), Names{said + std::to_string(c.expected)});
   }
 }
 

@@ -91,6 +91,8 @@ class DaemonFixture : public ::testing::Test {
   std::unique_ptr<HalyardDaemon> daemon_;
 };
 
+using Names = std::vector<std::string>;
+
 // The descriptions of hand-over items, in order.
 std::vector<std::string> descriptions(const std::vector<ObjectRef>& items);
 

@@ -13,7 +13,6 @@
 namespace halyard::agent::testing {
 namespace {
 
-using Names = std::vector<std::string>;
 using DaemonTest = DaemonFixture;
 
 TEST_F(DaemonTest, FirstStartSeedsThePreferencesAndBroadcastsTheState) {

@@ -137,11 +137,7 @@ TEST(ExactlyOnce, ATypeThreeStartOnTheWholeMinuteRunsInThatMinute) {
               {"a start half a second before the minute", -0.5, true}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    auto item =
-        std::make_shared<KSScheduledItem>(CalendarDate::make(minute + row.startAfterMinute, TimeZone::make("UTC")));
-    item->setScheduleType(3);
-    item->setScheduledHours(std::string(9, '0') + "1" + std::string(14, '0'));
-    item->setScheduledMinutes(std::string(30, '0') + "1" + std::string(29, '0'));
+    auto item = timedItem("", 3, oneHour(9), minutes(30, 30), minute + row.startAfterMinute);
     ExactlyOnceWindow window;
     window.setCovered(civilMinuteAt(minute - 60, zone));
     EXPECT_EQ(window.check({item}, minute + 0.05, zone, true).size(), row.due ? 1u : 0u);

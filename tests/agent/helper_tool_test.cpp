@@ -11,6 +11,7 @@
 #include <fstream>
 
 #include "agent/helper_tool.h"
+#include "agent/wake_tool_process.h"
 #include "daemon_fixture.h"
 
 namespace halyard::agent::testing {
@@ -92,15 +93,6 @@ TEST_F(HelperToolTest, TurningWakeToSyncOnNeedsAValidTool) {
     EXPECT_EQ(seen(notifications::kWakeToSynchUpdated).back().value(notifications::kStateKey).toBool(), valid);
   }
 }
-
-}  // namespace
-}  // namespace halyard::agent::testing
-
-#include "agent/wake_tool_process.h"
-#include "helper/wake_request.h"
-
-namespace halyard::agent::testing {
-namespace {
 
 // The installed template is the real tool; the launcher stands in for pkexec.
 class WakeToolLauncherTest : public HelperToolTest {

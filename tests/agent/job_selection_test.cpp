@@ -1,10 +1,11 @@
-// The daemon's new, missed and mounted-volume checks over schedule files, and
-// schedule files that cannot be read.
+// The daemon's new, missed and mounted-volume checks over schedule files (the
+// volumes on a machine described in data), and schedule files that cannot be read.
 
 #include "agent/hand_over.h"
 #include "daemon_fixture.h"
 #include "foundation/file_io.h"
 #include "schedule/schedule_file.h"
+#include "volumes/volume_specifier.h"
 
 namespace halyard::agent::testing {
 namespace {
@@ -13,7 +14,12 @@ using Item = std::shared_ptr<KSScheduledItem>;
 
 class JobSelectionTest : public DaemonFixture {
  protected:
-  JobSelectionTest() { makeDaemon(); }
+  JobSelectionTest() {
+    machine_->volumes = allMounted();
+    fileManager_ = fileservices::VTFileManager::make();
+    fileManager_->setVolumeQueries(machine_);
+    makeDaemon();
+  }
   // 2026-03-04 is a Wednesday (day of week 3, day index 3, month index 2).
   TimeInterval at(int h, int m, int s, double fraction = 0) const {
     return clock_.civil(2026, 3, 4, h, m, s, fraction);
@@ -22,6 +28,20 @@ class JobSelectionTest : public DaemonFixture {
     writeSchedule(path("ScheduleData.sched"), {item});
     return daemon_->loadItems();
   }
+  // A type-6 item for the Left and Right volumes, run on the sides given.
+  Item volumeItem(bool onLeft, bool onRight, int type = 6) {
+    auto i = makeItem("mount", 0, 0, type);
+    i->setLeftTargetVolumeSpecifier(VolumeSpecifier::volumeSpecifierWithPath("/media/u/Left", fileManager_));
+    i->setRightTargetVolumeSpecifier(VolumeSpecifier::volumeSpecifierWithPath("/media/u/Right", fileManager_));
+    i->setScheduledLeftTargetMounts(onLeft);
+    i->setScheduledRightTargetMounts(onRight);
+    return i;
+  }
+  static std::vector<FakeVolume> allMounted() {
+    return {fakeVolume("Left", 1, "/media/u/Left"), fakeVolume("Right", 2, "/media/u/Right"),
+            fakeVolume("Other", 3, "/media/u/Other")};
+  }
+  std::shared_ptr<FakeVolumeQueries> machine_ = std::make_shared<FakeVolumeQueries>();
 };
 
 Item with(Item item, const std::function<void(KSScheduledItem&)>& change) {
@@ -78,6 +98,35 @@ TEST_F(JobSelectionTest, MissedCheckFindsRunsInsideTheGapOncePerItem) {
     ScheduleItems due;
     EXPECT_EQ(daemon_->checkForMissedJobs(roundTrip(c.item), c.lastChecked, &due), c.due);
     EXPECT_EQ(due.size(), c.due ? 1u : 0u);
+  }
+}
+
+TEST_F(JobSelectionTest, AMountedTargetMakesTheItemDueOnceBothWantedSidesAreMounted) {
+  struct Case {
+    const char* name;
+    std::shared_ptr<KSScheduledItem> item;
+    std::vector<std::string> mounted;
+    std::size_t due;
+    const char* absent = "";  // a volume not mounted on the machine
+  } cases[] = {
+      {"left volume mounted", volumeItem(true, false), {"/media/u/Left"}, 1},
+      {"an unrelated volume", volumeItem(true, true), {"/media/u/Other"}, 0},
+      {"right volume, but only the left side triggers", volumeItem(true, false), {"/media/u/Right"}, 0},
+      {"both sides wanted and both mounted", volumeItem(true, true), {"/media/u/Right"}, 1},
+      {"both sides wanted, the other not mounted yet", volumeItem(true, true), {"/media/u/Left"}, 0, "Right"},
+      {"both mounted in one beat: once per path", volumeItem(true, true), {"/media/u/Left", "/media/u/Right"}, 2},
+      {"no side triggers", volumeItem(false, false), {"/media/u/Left"}, 0},
+      {"not a volume-mount item", volumeItem(true, false, 5), {"/media/u/Left"}, 0},
+      {"a path that is gone", volumeItem(true, false), {"/media/u/Gone"}, 0},
+  };
+  for (Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    machine_->volumes = allMounted();
+    std::erase_if(machine_->volumes, [&](const FakeVolume& v) { return v.device.label == c.absent; });
+    ScheduleItems due;
+    EXPECT_EQ(daemon_->checkForMountedVolumeJobs(ScheduleItems{c.item}, &c.mounted, &due), c.due > 0);
+    EXPECT_EQ(due.size(), c.due);
+    EXPECT_TRUE(c.mounted.empty()) << "every path is consumed";
   }
 }
 

@@ -100,7 +100,7 @@ TEST_F(MountProbeLimitTest, EveryBeatDuringTheBlockComesWithinItsSecond) {
   ASSERT_TRUE(waitUntil([&] { return daemon_->pendingMountChecks() == 0; }));  // given up after the limit
   EXPECT_GE(daemon_->timings().beatLateness.count(), beatsBefore + 1) << "beats went on during the block";
   EXPECT_LT(*daemon_->timings().beatLateness.worst(realClock_.now()), 1.0);
-  EXPECT_EQ(parked(), std::vector<std::string>{"left-item"});
+  EXPECT_EQ(parked(), Names{"left-item"});
   int stuckLines = 0;
   for (const std::string& line : log.lines()) stuckLines += line.find("did not answer") != std::string::npos;
   EXPECT_EQ(stuckLines, 1);

@@ -42,20 +42,17 @@ class RecordingWakeTool final : public WakeTool {
     std::lock_guard lock(mutex_);
     badVolumes_.insert(type);
   }
-  std::vector<wake::WakeRequest> requests() {
-    std::lock_guard lock(mutex_);
-    return requests_;
-  }
-  std::vector<std::string> tools() {
-    std::lock_guard lock(mutex_);
-    return tools_;
-  }
-  std::vector<HelperFolderType> located() {
-    std::lock_guard lock(mutex_);
-    return located_;
-  }
+  std::vector<wake::WakeRequest> requests() { return locked(requests_); }
+  std::vector<std::string> tools() { return locked(tools_); }
+  std::vector<HelperFolderType> located() { return locked(located_); }
 
  private:
+  template <class T>
+  T locked(const T& recorded) {
+    std::lock_guard lock(mutex_);
+    return recorded;
+  }
+
   std::mutex mutex_;
   std::condition_variable answer_;
   bool open_ = false;

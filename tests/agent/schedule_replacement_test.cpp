@@ -12,8 +12,6 @@
 namespace halyard::agent::testing {
 namespace {
 
-using Names = std::vector<std::string>;
-
 // Copies FIRST and SECOND over TARGET in turn, COUNT times, 100 a second:
 // "rename" writes a temporary file and renames it over, "in-place" rewrites
 // the file itself (truncated, then written in pieces).

@@ -1,7 +1,7 @@
 #pragma once
-// What the simulation's tests share: civil moments of a named zone, the zones
-// whose daylight-saving changes they cross, and random draws from a seed for
-// schedules and periods.
+// What the Qt-free tests of the agent's rules share: civil moments of a named
+// zone, the zones whose daylight-saving changes they cross, items run at the
+// minutes given, and random draws from a seed for schedules and periods.
 
 #include <initializer_list>
 #include <random>
@@ -17,6 +17,25 @@ inline constexpr const char* kZones[] = {"America/New_York", "Europe/Berlin", "A
 inline TimeInterval wall(const cctz::time_zone& zone, int y, int mo, int d, int h, int mi, int s = 0,
                          double fraction = 0) {
   return joinInstant(cctz::convert(cctz::civil_second(y, mo, d, h, mi, s), zone), fraction);
+}
+
+// Selection sets of one hour, and of the minutes from `first` to `last`.
+inline std::string oneHour(int hour) { return std::string(hour, '0') + "1" + std::string(23 - hour, '0'); }
+inline std::string minutes(int first, int last) {
+  return std::string(first, '0') + std::string(last - first + 1, '1') + std::string(59 - last, '0');
+}
+
+// An item of `type`, every day, at the hours and minutes selected, from `start`.
+inline std::shared_ptr<KSScheduledItem> timedItem(const std::string& description, std::int32_t type, std::string hours,
+                                                  std::string minutes, TimeInterval start) {
+  auto made = std::make_shared<KSScheduledItem>(CalendarDate::make(start, TimeZone::make("UTC")));
+  made->setDescription(description);
+  made->setScheduleType(type);
+  made->setScheduledHours(std::move(hours));
+  made->setScheduledMinutes(std::move(minutes));
+  made->selectEveryDayOfWeek();
+  made->selectEveryDayOfMonth();
+  return made;
 }
 
 // Draws from a seeded generator: the same seed gives the same period.

@@ -14,23 +14,6 @@
 namespace halyard::agent::testing {
 namespace {
 
-std::shared_ptr<KSScheduledItem> item(const std::string& description, std::int32_t type, std::string hours,
-                                      std::string minutes, TimeInterval start) {
-  auto made = std::make_shared<KSScheduledItem>(CalendarDate::make(start, TimeZone::make("UTC")));
-  made->setDescription(description);
-  made->setScheduleType(type);
-  made->setScheduledHours(std::move(hours));
-  made->setScheduledMinutes(std::move(minutes));
-  made->selectEveryDayOfWeek();
-  made->selectEveryDayOfMonth();
-  return made;
-}
-
-std::string oneHour(int hour) { return std::string(hour, '0') + "1" + std::string(23 - hour, '0'); }
-std::string minutes(int first, int last) {
-  return std::string(first, '0') + std::string(last - first + 1, '1') + std::string(59 - last, '0');
-}
-
 // Each check as "HH:MM:SS.mmm+hh:mm new A,B".
 std::vector<std::string> run(const ScheduleItems& items, const std::vector<SimulationEvent>& events,
                              SimulationOptions options) {
@@ -52,8 +35,8 @@ std::vector<std::string> run(const ScheduleItems& items, const std::vector<Simul
 ScheduleItems randomItems(RandomDraws& random, TimeInterval around) {
   ScheduleItems made;
   for (int i = 0; i < 12; ++i) {
-    auto one = item("item" + std::to_string(i), random.pick({0, 3, 4, 5, 5, 6, 7, 9}), random.set(24, 0.3),
-                    random.set(60, 0.05), around + random.uniform(-86400, 86400));
+    auto one = timedItem("item" + std::to_string(i), random.pick({0, 3, 4, 5, 5, 6, 7, 9}), random.set(24, 0.3),
+                         random.set(60, 0.05), around + random.uniform(-86400, 86400));
     one->setScheduledDaysOfWeek(random.set(7, 0.6));
     one->setScheduledDaysOfMonth(random.set(31, 0.5));
     one->setActive(random.chance(0.9));
@@ -154,7 +137,7 @@ TEST(Simulation, NamedPeriodsShowEachHeartbeatRule) {
       // Type 3 starts at 09:32:00.5, after that minute's check; the missed
       // check counts from the start date, so minute 32 still runs after a wake.
       const TimeInterval start = type == 3 ? wall(zone, 2026, 3, 4, 9, 32, 0, 0.5) : wall(zone, 2026, 1, 1, 0, 0);
-      items.push_back(item(description, type, oneHour(hour), minutes(first, last), start));
+      items.push_back(timedItem(description, type, oneHour(hour), minutes(first, last), start));
     }
     std::vector<SimulationEvent> events;
     for (const auto& [kind, h, m, s, to] : period.events) {
@@ -172,9 +155,9 @@ TEST(Simulation, NamedPeriodsShowEachHeartbeatRule) {
 TEST(Simulation, BothDaylightSavingNightsOfNewYork) {
   const auto zone = loadTimeZone("America/New_York").value();
   const TimeInterval start = wall(zone, 2026, 1, 1, 0, 0);
-  const ScheduleItems items = {item("at 01:30", 4, oneHour(1), minutes(30, 30), start),
-                               item("at 02:30", 4, oneHour(2), minutes(30, 30), start),
-                               item("at 03:30", 4, oneHour(3), minutes(30, 30), start)};
+  const ScheduleItems items = {timedItem("at 01:30", 4, oneHour(1), minutes(30, 30), start),
+                               timedItem("at 02:30", 4, oneHour(2), minutes(30, 30), start),
+                               timedItem("at 03:30", 4, oneHour(3), minutes(30, 30), start)};
   SimulationOptions options{.from = wall(zone, 2026, 3, 8, 0, 0), .to = wall(zone, 2026, 3, 8, 4, 0), .zone = zone};
   // Spring: 02:00 becomes 03:00, and the 02:30 item does not run that night.
   EXPECT_EQ(run(items, {}, options),

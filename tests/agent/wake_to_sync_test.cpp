@@ -1,19 +1,114 @@
-// Wake-to-sync with a fake logind on a private system bus: the idle-sleep
-// veto as a block inhibitor, a sleep across a scheduled minute end to end,
-// and the wake tool's requests around a sleep when wake-to-sync is off, the
-// tool's folder is on a bad volume or the RTC cannot wake.
+// Power registration and wake-to-sync with a fake logind on a private system
+// bus: no bus, a wake after logind or the system bus restarted, the idle-sleep
+// veto as a block inhibitor, a sleep across a scheduled minute end to end, and
+// the wake tool's requests around a sleep when wake-to-sync is off, the tool's
+// folder is on a bad volume or the RTC cannot wake.
+
+#include <QDBusArgument>
+#include <QDBusMessage>
 
 #include <cerrno>
 #include <cstring>
 
+#include "agent/power_logind.h"
 #include "agent/wake_to_sync.h"
+#include "daemon_fixture.h"
 #include "foundation/log_sink.h"
 #include "foundation/strings_table.h"
 #include "recording_wake_tool.h"
-#include "sleep_fixture.h"
 
 namespace halyard::agent::testing {
 namespace {
+
+// A daemon in the test process beside a private system bus on which a fake
+// logind can run: the agent's power registration connects there.
+class SleepTest : public DaemonFixture {
+ protected:
+  // What the agent's power registration is given: a new connection to the
+  // private system bus each time, at its address of the moment.
+  LogindPower::Connector connector() {
+    return [this] { return system_.connect(QString("power-%1-%2").arg(agentName_).arg(++connections_)); };
+  }
+  void emitPrepareForSleep(bool start) {
+    const QDBusMessage call = QDBusMessage::createMethodCall("org.freedesktop.login1", "/org/freedesktop/login1",
+                                                             "test.FakeLogind", "EmitPrepareForSleep")
+                              << start;
+    ASSERT_EQ(callOnSystemBus(call).type(), QDBusMessage::ReplyMessage);
+  }
+  // How many inhibitors the logind of the moment holds (of that mode, when given).
+  int inhibitors(const QString& wantedMode = QString()) {
+    const QDBusMessage reply = callOnSystemBus(QDBusMessage::createMethodCall(
+        "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "ListInhibitors"));
+    if (reply.type() != QDBusMessage::ReplyMessage) return -1;
+    const QDBusArgument list = reply.arguments().value(0).value<QDBusArgument>();
+    int count = 0;
+    list.beginArray();
+    while (!list.atEnd()) {
+      QString what, who, why, mode;
+      uint uid = 0, pid = 0;
+      list.beginStructure();
+      list >> what >> who >> why >> mode >> uid >> pid;
+      list.endStructure();
+      if (wantedMode.isEmpty() || mode == wantedMode) ++count;
+    }
+    list.endArray();
+    return count;
+  }
+  // A call over a connection of its own, so that it works across restarts of the bus.
+  QDBusMessage callOnSystemBus(const QDBusMessage& call) {
+    const QString name = QString("call-%1-%2").arg(agentName_).arg(++connections_);
+    QDBusMessage reply = system_.connect(name).call(call);
+    QDBusConnection::disconnectFromBus(name);
+    return reply;
+  }
+  std::unique_ptr<TestProcess> startLogind() { return startFakeLogind(bus_, system_); }
+  PrivateBus system_{"system"};
+  int connections_ = 0;
+};
+
+TEST(LogindPower, NoSystemBusIsARegistrationFailure) {
+  ensureApplication();
+  LogindPower power(
+      [] { return QDBusConnection::connectToBus(QString("unix:path=/nonexistent/system_bus_socket"), "none"); },
+      [](PowerMessage) {});
+  EXPECT_FALSE(power.registerForSystemPower());
+}
+
+TEST_F(SleepTest, AfterLogindOrTheSystemBusRestartsAWakeStillMakesAMissedCheck) {
+  writeSchedule(path("ScheduleData.sched"), {makeItem("asleep", 10, 2)});
+  for (const bool busRestarts : {false, true}) {
+    SCOPED_TRACE(busRestarts ? "the system bus and logind restart" : "logind restarts");
+    LogCapture log;
+    auto logind = startLogind();
+    makeDaemon();
+    LogindPower power(connector(), [&](PowerMessage message) {
+      if (message == PowerMessage::HasPoweredOn) daemon_->setAwokeFromSleep(true);
+    });
+    ASSERT_TRUE(power.registerForSystemPower());
+    ASSERT_TRUE(waitUntil([&] { return power.holdsInhibitor(); }));
+    beatAt(10, 1, 0);
+
+    logind.reset();
+    if (busRestarts) system_.restart();
+    logind = startLogind();
+    ASSERT_TRUE(waitUntil([&] { return inhibitors() == 1; }));  // taken again from the new logind
+    EXPECT_EQ(power.resubscriptions(), busRestarts ? 1 : 0);
+    emitPrepareForSleep(true);
+    ASSERT_TRUE(logind->waitForOutput("inhibitor released"));  // the signal reached the agent
+    clock_.setCivil(2026, 3, 4, 10, 2, 40);
+    emitPrepareForSleep(false);
+    ASSERT_TRUE(waitUntil([&] { return daemon_->awokeFromSleep(); }));
+    beatAt(10, 2, 40);
+    EXPECT_EQ(daemon_->status().lastCheckMode, HeartbeatMode::Missed);
+    EXPECT_EQ(parked(), Names{"asleep"});
+
+    std::string lines;
+    for (const std::string& line : log.lines()) lines += line + "\n";
+    EXPECT_NE(lines.find("taking the sleep delay inhibitor again"), std::string::npos) << lines;
+    EXPECT_EQ(lines.find("The system bus is gone") != std::string::npos, busRestarts) << lines;
+    EXPECT_EQ(lines.find("The system bus is back") != std::string::npos, busRestarts) << lines;
+  }
+}
 
 class WakeToSyncTest : public SleepTest {
  protected:

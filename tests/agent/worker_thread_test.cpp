@@ -12,6 +12,7 @@
 #include "agent/rules/calendar_checks.h"
 #include "agent/rules/mounted_volume_jobs.h"
 #include "schedule/schedule_file.h"
+#include "simulation_support.h"
 #include "volumes/fake_volume_queries.h"
 #include "volumes/volume_specifier.h"
 
@@ -57,14 +58,9 @@ class OwnerQueue {
 // 2001-01-01 10:01:00 UTC, the minute the calendar items are due.
 constexpr TimeInterval kNow = 10 * 3600 + 60;
 
-std::shared_ptr<KSScheduledItem> item(int type, const std::shared_ptr<VolumeSpecifier>& left) {
-  auto made = std::make_shared<KSScheduledItem>(CalendarDate::make(0, TimeZone::make("UTC")));
-  made->setScheduleType(type);
+std::shared_ptr<KSScheduledItem> item(ScheduleType type, const std::shared_ptr<VolumeSpecifier>& left) {
+  auto made = testing::timedItem("", scheduleTypeNumber(type), testing::oneHour(10), testing::minutes(1, 1), 0);
   made->setScheduledMonths(std::string(12, '1'));
-  made->setScheduledDaysOfMonth(std::string(31, '1'));
-  made->setScheduledDaysOfWeek(std::string(7, '1'));
-  made->setScheduledHours(std::string(10, '0') + "1" + std::string(13, '0'));
-  made->setScheduledMinutes("01" + std::string(58, '0'));
   made->setLeftTargetVolumeSpecifier(left);
   made->setScheduledLeftTargetMounts(1);
   return made;
@@ -86,9 +82,9 @@ TEST(WorkerThreads, MountChecksOnTheirOwnThreadsMatchWhileTheOwnerChecksTheCalen
   constexpr std::size_t kEach = 10;
   ScheduleItems written;
   for (std::size_t i = 0; i < kEach; ++i) {
-    written.push_back(item(static_cast<int>(ScheduleType::OnVolumeMount), left));
-    written.push_back(item(static_cast<int>(ScheduleType::OnVolumeMount), other));
-    written.push_back(item(static_cast<int>(ScheduleType::Daily), left));
+    written.push_back(item(ScheduleType::OnVolumeMount, left));
+    written.push_back(item(ScheduleType::OnVolumeMount, other));
+    written.push_back(item(ScheduleType::Daily, left));
   }
   const std::string bytes = encodeScheduleData({nullptr, written});
 
