@@ -1,8 +1,10 @@
 // A volume-mount item end to end: the agent executable on private buses, in
 // a private mount namespace, watching the kernel's mount table. Mounting the
 // item's volume (btrfs, whose paths carry device numbers the mount table
-// does not show) hands the item to the running application within about a
-// second, once; mounting an unrelated volume hands nothing over.
+// does not show) hands the item to the running application once; mounting
+// an unrelated volume hands nothing over. Which beat runs the mounted-volume
+// check is the heartbeat's own test, on a fake clock: a wall-clock limit here
+// would measure the machine's load.
 
 #include <gtest/gtest.h>
 
@@ -14,8 +16,6 @@
 
 namespace halyard::agent::testing {
 namespace {
-
-using Seconds = std::chrono::duration<double>;
 
 TEST(MountTrigger, MountingTheItemsVolumeHandsItOverOnce) {
   RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE();
@@ -48,9 +48,7 @@ TEST(MountTrigger, MountingTheItemsVolumeHandsItOverOnce) {
 
   ASSERT_TRUE(scratch.mount("-o loop", scratch.path("other.img"), "other"));
   ASSERT_TRUE(scratch.mount("-o loop", scratch.path("wanted.img"), "again"));
-  const auto mounted = std::chrono::steady_clock::now();
   ASSERT_TRUE(app.waitForOutput("item \"on-mount\"", std::chrono::seconds(5))) << agent.output();
-  EXPECT_LT(Seconds(std::chrono::steady_clock::now() - mounted).count(), 1.5);
 
   // Stopping the agent flushes whatever it would still have handed over.
   TestProcess quit(halyardctlPath(), {"notify", "VTHalyardBackgrounderShouldQuit"}, session.address());
