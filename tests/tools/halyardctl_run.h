@@ -3,6 +3,7 @@
 // process with its own environment additions, output and errors captured.
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,11 +24,21 @@ struct ChildRun {
   std::string err;
 };
 
-inline std::string readAll(int fd) {
-  std::string text;
+// Drains both pipes to their ends together, so a child that fills one while
+// the other is being read never blocks.
+inline void readBoth(int outFd, std::string& out, int errFd, std::string& err) {
+  pollfd fds[2] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}};
+  std::string* texts[2] = {&out, &err};
   char chunk[4096];
-  for (ssize_t got; (got = read(fd, chunk, sizeof chunk)) > 0;) text.append(chunk, static_cast<std::size_t>(got));
-  return text;
+  while (fds[0].fd >= 0 || fds[1].fd >= 0) {
+    if (poll(fds, 2, -1) < 0) return;
+    for (int i = 0; i < 2; ++i) {
+      if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+      const ssize_t got = read(fds[i].fd, chunk, sizeof chunk);
+      if (got > 0) texts[i]->append(chunk, static_cast<std::size_t>(got));
+      else fds[i].fd = -1;
+    }
+  }
 }
 
 // Runs `args` (a program path first) with the "NAME=value" entries of `env`
@@ -56,8 +67,7 @@ inline ChildRun runChild(const std::vector<std::string>& args, const std::vector
     while (byte != '\n' && read(out[0], &byte, 1) == 1) run.out += byte;
     kill(child, SIGINT);
   }
-  run.out += readAll(out[0]);
-  run.err = readAll(err[0]);
+  readBoth(out[0], run.out, err[0], run.err);
   close(out[0]);
   close(err[0]);
   int status = 0;
