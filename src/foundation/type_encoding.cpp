@@ -95,7 +95,22 @@ std::size_t minimumEncodedSize(std::string_view type, std::size_t cap) {
   return 1;
 }
 
-bool isIntegerCode(char code) { return std::string_view("cCBsSiIlLqQ").find(code) != std::string_view::npos; }
-bool isUnsignedCode(char code) { return std::string_view("CBSILQ").find(code) != std::string_view::npos; }
+bool isUnsignedCode(char code) {
+  switch (code) {
+    case 'C': case 'B': case 'S': case 'I': case 'L': case 'Q':
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool isIntegerCode(char code) {
+  switch (code) {
+    case 'c': case 's': case 'i': case 'l': case 'q':
+      return true;
+    default:
+      return isUnsignedCode(code);
+  }
+}
 
 }  // namespace halyard

@@ -1,5 +1,6 @@
 #include "foundation/unarchiver.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -26,6 +27,29 @@ Unarchiver::Unarchiver(std::string_view bytes, const ClassRegistry& registry)
     : bytes_(bytes), registry_(registry), copyBudget_(16 * bytes.size() + 65536) {}
 
 Unarchiver::~Unarchiver() = default;
+
+namespace {
+
+// The head byte of a one-byte reference to the string table's entry `index`,
+// when there is one.
+std::optional<std::uint8_t> oneByteReferenceTo(std::size_t index) {
+  if (index > static_cast<std::size_t>(127 - kSmallestLiteral)) return std::nullopt;
+  return static_cast<std::uint8_t>(static_cast<std::int64_t>(index) - kReferenceBias);
+}
+
+}  // namespace
+
+void Unarchiver::addSharedString(std::string text) {
+  if (auto head = oneByteReferenceTo(sharedStrings_.size()); head && text.size() == 1) oneCharTypes_[*head] = text[0];
+  sharedStrings_.push_back(std::move(text));
+}
+
+void Unarchiver::forgetSharedStringsFrom(std::size_t count) {
+  for (std::size_t index = count; index < sharedStrings_.size(); ++index) {
+    if (auto head = oneByteReferenceTo(index)) oneCharTypes_[*head] = 0;
+  }
+  sharedStrings_.resize(std::min(count, sharedStrings_.size()));
+}
 
 Unarchiver::ClassEntry& Unarchiver::classAt(std::size_t number) { return classes_[objects_[number].index]; }
 
@@ -109,11 +133,11 @@ bool Unarchiver::atObjectEnd() const {
   return pos_ < bytes_.size() && static_cast<std::int8_t>(bytes_[pos_]) == kTagEnd;
 }
 
-Expected<std::string> Unarchiver::readRawBytes(std::size_t length) {
+Expected<std::string_view> Unarchiver::readRawBytes(std::size_t length) {
   if (length > bytes_.size() - pos_) {
     return failure("length " + std::to_string(length) + " runs past the end of the data");
   }
-  std::string out(bytes_.substr(pos_, length));
+  const std::string_view out = bytes_.substr(pos_, length);
   pos_ += length;
   return out;
 }
@@ -229,7 +253,7 @@ Expected<std::optional<std::size_t>> Unarchiver::readSharedStringIndex() {
     if (!text) return text.error();
     auto* literal = std::get_if<std::string>(&*text);
     if (!literal) return failure("nil literal in the string table");
-    sharedStrings_.push_back(std::move(*literal));
+    addSharedString(std::move(*literal));
     return std::optional<std::size_t>{sharedStrings_.size() - 1};
   }
   const std::size_t at = pos_;
@@ -301,6 +325,7 @@ std::shared_ptr<const ClassChain> Unarchiver::chainStartingAt(std::size_t number
       chain->push_back(classAt(*next).info);
     }
     entry.chainFromHere = std::move(chain);
+    if (auto head = oneByteReferenceTo(number)) builtClasses_[*head] = objects_[number].index + 1;
   }
   return entry.chainFromHere;
 }
@@ -532,7 +557,7 @@ Expected<TypedValue::Storage> Unarchiver::readArray(std::string_view type) {
   if (array->element == "c" || array->element == "C") {
     auto raw = readRawBytes(array->count);
     if (!raw) return raw.error();
-    return TypedValue::Storage{std::move(*raw)};
+    return TypedValue::Storage{std::string(*raw)};
   }
   const std::size_t elementSize = minimumEncodedSize(array->element, remaining + 1);
   const std::size_t limit = elementSize == 0 ? kMaxEmptyElements : remaining / elementSize;

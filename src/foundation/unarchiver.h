@@ -4,6 +4,7 @@
 // bytes that remain before anything is allocated, nesting is limited, every
 // reference is checked, and each failure is an Error with the byte offset.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -65,7 +66,7 @@ class Unarchiver {
   // Whether the next group has exactly the type string `type`; reads nothing.
   Expected<bool> nextGroupHasType(std::string_view type);
   // Gets each entry of a dictionary whose keys are strings.
-  using EntryVisitor = std::function<void(std::string_view key, ObjectView value)>;
+  using EntryVisitor = std::function<void(std::string_view key, const ObjectView& value)>;
   // For coders of classes archived as one dictionary: one "@" group. When it
   // holds a dictionary, each entry with a string key goes to `visit` (strings
   // and numbers as views that make no objects) and the answer has kind
@@ -134,7 +135,8 @@ class Unarchiver {
   Expected<std::int64_t> readInteger(bool isUnsigned);
   Expected<std::int64_t> readIntegerAfterHead(std::int8_t head, bool isUnsigned);
   Expected<double> readReal(bool isFloat);
-  Expected<std::string> readRawBytes(std::size_t length);
+  // The next `length` bytes where they lie.
+  Expected<std::string_view> readRawBytes(std::size_t length);
   Expected<TypedValue::Storage> readUnsharedString();
   // An unshared string's bytes where they lie; absent for nil.
   Expected<std::optional<std::string_view>> readUnsharedText();
@@ -168,15 +170,16 @@ class Unarchiver {
   Expected<ViewRead> readObjectView(const EntryVisitor* visit);
   Expected<ViewRead> readReferencedView(std::int8_t head, std::size_t at, const EntryVisitor* visit);
   Expected<ViewRead> readNewObjectView(std::size_t at, const EntryVisitor* visit);
-  // The class of the object at the head when it is a one-byte reference to a
-  // class whose chain is built: the common case, read without copying.
   // The class at `at` when it is a one-byte reference to a class whose chain
   // is built (nearly every object after the first of its class).
   const ClassEntry* knownClassAt(std::size_t at) const;
   // The common forms of a dictionary member, read straight from the bytes
-  // (unarchiver_plain.cpp); false, with nothing read, for any other form.
+  // (unarchiver_plain.cpp) into a fresh `out`; false, with nothing read, for
+  // any other form.
   bool readPlainMember(ViewRead& out);
-  const std::string* oneByteSharedString(std::size_t at) const;
+  // The one-character type string ("@", "+", "*", a number's code) that the
+  // byte at `at` names as a one-byte reference; 0 for anything else.
+  char oneCharTypeAt(std::size_t at) const { return at < bytes_.size() ? oneCharTypes_[std::uint8_t(bytes_[at])] : 0; }
   bool readPlainString(std::size_t at, bool isMutable, ViewRead& out);
   bool readPlainNumber(std::size_t at, ViewRead& out);
   Expected<ObjectView> readContentsAsView(std::size_t number, Shape shape, bool isMutable, const ClassChain& chain,
@@ -188,6 +191,10 @@ class Unarchiver {
   void keepAsLazy(std::size_t number, Entry::Kind kind, std::size_t index);
   // The text of a lazy string, read again from its contents.
   std::string_view lazyText(const Entry& entry);
+  // The string table grows and shrinks only through these, which keep
+  // oneCharTypes_ in step with it.
+  void addSharedString(std::string text);
+  void forgetSharedStringsFrom(std::size_t count);
   Status skipRemainingGroups();
   void resolveCycles();
   // Guards against archives that reference a long string many times: the
@@ -201,6 +208,12 @@ class Unarchiver {
   std::size_t depth_ = 0;
   std::size_t copyBudget_ = 0;
   std::vector<std::string> sharedStrings_;
+  // By head byte: the one-character shared string that byte refers to, so
+  // the plain lane tests a group's type with one load.
+  std::array<char, 256> oneCharTypes_{};
+  // By head byte: 1 + the index in classes_ of the class that byte refers to
+  // once its chain is built; 0 for anything else.
+  std::array<std::uint32_t, 256> builtClasses_{};
   std::vector<Entry> objects_;
   std::vector<ObjectRef> decodedObjects_;
   std::vector<ClassEntry> classes_;

@@ -54,7 +54,7 @@ Expected<bool> Unarchiver::readGroupTypeIf(std::string_view type) {
   if (!index) return index.error();
   if (*index && sharedStrings_[**index] == type) return true;
   pos_ = at;
-  sharedStrings_.resize(known);
+  forgetSharedStringsFrom(known);
   return false;
 }
 
@@ -86,7 +86,19 @@ Expected<ObjectRef> Unarchiver::decodeObject() {
   return std::get<ObjectRef>(value->value);
 }
 
+// Counts and flags: nearly always a group of one integer code whose type is
+// a one-byte reference, read without building a typed value.
 Expected<std::int64_t> Unarchiver::decodeInt(std::string_view type) {
+  if (type.size() == 1 && isIntegerCode(type[0]) && !atEnd() && !atObjectEnd()) {
+    auto found = readGroupTypeIf(type);
+    if (!found) return found.error();
+    if (*found) {
+      auto value = readNumberValue(type[0]);
+      if (!value) return value.error();
+      if (auto v = std::get_if<std::uint64_t>(&*value)) return static_cast<std::int64_t>(*v);
+      return std::get<std::int64_t>(*value);
+    }
+  }
   auto value = decodeValueOfType(type);
   if (!value) return value.error();
   if (auto v = std::get_if<std::int64_t>(&value->value)) return *v;

@@ -25,17 +25,8 @@ bool isLiteral(std::int8_t head) { return head >= kSmallestLiteral; }
 
 }  // namespace
 
-const std::string* Unarchiver::oneByteSharedString(std::size_t at) const {
-  if (at >= bytes_.size()) return nullptr;
-  const auto head = static_cast<std::int8_t>(bytes_[at]);
-  const auto number = static_cast<std::size_t>(head + kReferenceBias);
-  if (!isLiteral(head) || number >= sharedStrings_.size()) return nullptr;
-  return &sharedStrings_[number];
-}
-
 bool Unarchiver::readPlainMember(ViewRead& out) {
-  const std::string* group = oneByteSharedString(pos_);
-  if (!group || *group != "@" || depth_ >= kMaxDepth) return false;
+  if (oneCharTypeAt(pos_) != '@' || depth_ >= kMaxDepth) return false;
   const std::size_t at = pos_ + 1;
   if (at + 1 >= bytes_.size() || static_cast<std::int8_t>(bytes_[at]) != kTagNew) return false;
   const ClassEntry* known = knownClassAt(at + 1);
@@ -47,8 +38,7 @@ bool Unarchiver::readPlainMember(ViewRead& out) {
 
 // `at` is where the contents start: the "+" group.
 bool Unarchiver::readPlainString(std::size_t at, bool isMutable, ViewRead& out) {
-  const std::string* group = oneByteSharedString(at);
-  if (!group || *group != "+" || at + 1 >= bytes_.size() || at > UINT32_MAX) return false;
+  if (oneCharTypeAt(at) != '+' || at + 1 >= bytes_.size() || at > UINT32_MAX) return false;
   const auto length = static_cast<std::int8_t>(bytes_[at + 1]);
   if (length < 0) return false;
   const std::size_t textAt = at + 2, endAt = textAt + static_cast<std::size_t>(length);
@@ -56,41 +46,38 @@ bool Unarchiver::readPlainString(std::size_t at, bool isMutable, ViewRead& out) 
   const auto kind = isMutable ? Entry::Kind::LazyMutableString : Entry::Kind::LazyString;
   out.entry = static_cast<std::uint32_t>(objects_.size());
   objects_.push_back(Entry{kind, static_cast<std::uint32_t>(at)});
-  out.view = ObjectView{ObjectView::Kind::String, isMutable, bytes_.substr(textAt, endAt - textAt), {}, nullptr};
+  out.view.kind = ObjectView::Kind::String;
+  out.view.isMutable = isMutable;
+  out.view.text = bytes_.substr(textAt, endAt - textAt);
   pos_ = endAt + 1;
   return true;
 }
 
 // `at` is where the contents start: the "*" group. Only integer codes take
-// this lane; a real number is left to the general reader.
+// this lane; a real number is left to the general reader. The value is the
+// one byte written in place, as the general reader reads it: a raw byte for
+// "c", "C" and "B", a one-byte literal for the wider codes.
 bool Unarchiver::readPlainNumber(std::size_t at, ViewRead& out) {
-  const std::string* group = oneByteSharedString(at);
-  if (!group || *group != "*" || at + 4 >= bytes_.size()) return false;
+  if (oneCharTypeAt(at) != '*' || at + 4 >= bytes_.size() || copyBudget_ < 1) return false;
   const auto cString = static_cast<std::int8_t>(bytes_[at + 1]);
   const auto cStringNumber = static_cast<std::size_t>(cString + kReferenceBias);
   if (!isLiteral(cString) || cStringNumber >= objects_.size() || objects_[cStringNumber].kind != Entry::Kind::CString) {
     return false;
   }
   const std::string& code = cStrings_[objects_[cStringNumber].index];
-  const std::string* typed = oneByteSharedString(at + 2);
-  if (code.size() != 1 || !isIntegerCode(code[0]) || !typed || *typed != code || copyBudget_ < 1) return false;
+  const char c = oneCharTypeAt(at + 2);
+  if (code.size() != 1 || code[0] != c || !isIntegerCode(c)) return false;
   const auto raw = static_cast<std::int8_t>(bytes_[at + 3]);
-  const char c = code[0];
   const bool rawByte = c == 'c' || c == 'C' || c == 'B';
   if ((!rawByte && !isLiteral(raw)) || static_cast<std::int8_t>(bytes_[at + 4]) != kTagEnd) return false;
-  const std::size_t resumeAt = pos_;
-  pos_ = at + 3;
-  auto value = readNumberValue(c);  // one byte, checked above
-  if (!value) {
-    pos_ = resumeAt;
-    return false;
-  }
-  const NumberValue number{c, *value};
-  copyBudget_ -= code.size();  // the C string's reference, as the general reader charges it
+  const NumberValue number{c, isUnsignedCode(c) ? Number::Storage{std::uint64_t{static_cast<std::uint8_t>(raw)}}
+                                                : Number::Storage{std::int64_t{raw}}};
+  copyBudget_ -= 1;  // the C string's reference, as the general reader charges it
   out.entry = static_cast<std::uint32_t>(objects_.size());
   objects_.push_back(Entry{Entry::Kind::LazyNumber, static_cast<std::uint32_t>(lazyNumbers_.size())});
   lazyNumbers_.push_back(number);
-  out.view = ObjectView{ObjectView::Kind::Number, false, {}, number, nullptr};
+  out.view.kind = ObjectView::Kind::Number;
+  out.view.number = number;
   pos_ = at + 5;
   return true;
 }

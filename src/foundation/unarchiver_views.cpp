@@ -65,7 +65,7 @@ Expected<bool> Unarchiver::nextGroupHasType(std::string_view type) {
   const std::size_t knownStrings = sharedStrings_.size();
   auto found = readGroupTypeIf(type);
   pos_ = at;
-  sharedStrings_.resize(knownStrings);
+  forgetSharedStringsFrom(knownStrings);
   return found;
 }
 
@@ -136,12 +136,8 @@ Expected<Unarchiver::ViewRead> Unarchiver::readReferencedView(std::int8_t head, 
 
 const Unarchiver::ClassEntry* Unarchiver::knownClassAt(std::size_t at) const {
   if (at >= bytes_.size()) return nullptr;
-  const auto head = static_cast<std::int8_t>(bytes_[at]);
-  if (head < kSmallestLiteral) return nullptr;
-  const auto number = static_cast<std::size_t>(head + kReferenceBias);
-  if (number >= objects_.size() || objects_[number].kind != Entry::Kind::Class) return nullptr;
-  const ClassEntry& entry = classes_[objects_[number].index];
-  return entry.chainFromHere ? &entry : nullptr;
+  const std::uint32_t known = builtClasses_[static_cast<std::uint8_t>(bytes_[at])];
+  return known ? &classes_[known - 1] : nullptr;
 }
 
 Expected<Unarchiver::ViewRead> Unarchiver::readNewObjectView(std::size_t at, const EntryVisitor* visit) {
@@ -236,7 +232,7 @@ Expected<ObjectView> Unarchiver::readDictionaryMembers(std::size_t number, bool 
     }
     lazyMembers_.push_back(member.entry);
     if (i % 2 == 0) key = std::move(member.view);
-    else if (key.kind == ObjectView::Kind::String) visit(key.text, std::move(member.view));
+    else if (key.kind == ObjectView::Kind::String) visit(key.text, member.view);
   }
   if (auto skipped = skipRemainingGroups(); !skipped) return skipped.error();
   keepAsLazy(number, Entry::Kind::LazyDictionary, lazyDictionaries_.size());
@@ -262,7 +258,7 @@ std::string_view Unarchiver::lazyText(const Entry& entry) {
   pos_ = entry.index;
   auto text = decodeStringContents();
   pos_ = resumeAt;
-  sharedStrings_.resize(knownStrings);
+  forgetSharedStringsFrom(knownStrings);
   return text ? *text : std::string_view();
 }
 

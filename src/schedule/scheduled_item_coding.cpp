@@ -119,11 +119,11 @@ struct KSScheduledItem::ArchivedEntries {
   std::array<ObjectView, kKeyCount> values;
   std::array<bool, kKeyCount> seen{};
 
-  void add(std::string_view key, ObjectView value) {
+  void add(std::string_view key, const ObjectView& value) {
     if (key.size() >= kKeysByLength.size()) return;
     for (const std::int8_t k : kKeysByLength[key.size()]) {
       if (k < 0 || key != kKeyNames[static_cast<std::size_t>(k)]) continue;
-      if (!seen[static_cast<std::size_t>(k)]) values[static_cast<std::size_t>(k)] = std::move(value);
+      if (!seen[static_cast<std::size_t>(k)]) values[static_cast<std::size_t>(k)] = value;
       seen[static_cast<std::size_t>(k)] = true;
       return;
     }
@@ -189,7 +189,7 @@ Expected<ObjectRef> KSScheduledItem::initWithCoder(Unarchiver& coder, const Cale
   ArchivedEntries entries;
   const std::size_t at = coder.offset();
   auto archive = coder.decodeDictionaryEntries(
-      [&entries](std::string_view key, ObjectView value) { entries.add(key, std::move(value)); });
+      [&entries](std::string_view key, const ObjectView& value) { entries.add(key, value); });
   if (!archive) return archive.error();
   if (archive->kind != ObjectView::Kind::Dictionary && archive->kind != ObjectView::Kind::Nil) {
     return coder.failureAt(at, "a scheduled item holds " + archive->className() + ", not a dictionary");
