@@ -14,6 +14,8 @@
 #include "agent/status_service.h"
 #include "schedule/schedule_file.h"
 #include "simulation_support.h"
+#include "volumes/mount_namespace_support.h"
+#include "volumes/volume_specifier.h"
 
 namespace halyard::agent::testing {
 
@@ -198,6 +200,16 @@ std::shared_ptr<KSScheduledItem> makeItem(const std::string& description, int ho
   auto item = timedItem(description, type, oneHour(hour), minutes(minute, minute), 0);
   item->setDocumentPathName("/tmp/" + description + ".hsync");
   item->setScheduledMonths(std::string(12, '1'));
+  return item;
+}
+
+std::shared_ptr<KSScheduledItem> mountItemRecordedFrom(::halyard::testing::Scratch& scratch, const std::string& image) {
+  if (!scratch.mount("-o loop", scratch.path(image), "first")) return nullptr;
+  auto item = makeItem("on-mount", 0, 0, 6);
+  item->setScheduledLeftTargetMounts(1);
+  item->setLeftTargetVolumeSpecifier(
+      VolumeSpecifier::volumeSpecifierWithPath(scratch.path("first"), fileservices::VTFileManager::make()));
+  EXPECT_TRUE(scratch.unmount("first"));
   return item;
 }
 

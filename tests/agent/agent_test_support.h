@@ -20,6 +20,10 @@
 #include "schedule/scheduled_item.h"
 #include "volumes/fake_volume_queries.h"
 
+namespace halyard::testing {
+class Scratch;
+}
+
 namespace halyard::agent::testing {
 
 // The process's one QCoreApplication (made on first use).
@@ -147,6 +151,10 @@ std::string childStateProbePath();
 // A scheduled item for the tests: active, every day, month and weekday,
 // at one hour and minute, of `type`, with a start date long past.
 std::shared_ptr<KSScheduledItem> makeItem(const std::string& description, int hour, int minute, int type = 5);
+// A volume-mount item "on-mount" whose left target is the volume of the
+// image `image` in `scratch`, recorded from one mount of it; null when the
+// image cannot be mounted here.
+std::shared_ptr<KSScheduledItem> mountItemRecordedFrom(::halyard::testing::Scratch& scratch, const std::string& image);
 // Writes the items as a schedule file with the schedule library.
 void writeSchedule(const std::string& path, const std::vector<std::shared_ptr<KSScheduledItem>>& items);
 

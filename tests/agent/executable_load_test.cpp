@@ -20,7 +20,6 @@
 #include "agent/status_service.h"
 #include "agent_test_support.h"
 #include "volumes/mount_namespace_support.h"
-#include "volumes/volume_specifier.h"
 
 namespace halyard::agent::testing {
 namespace {
@@ -75,12 +74,8 @@ TEST(MountStorm, EveryMountOfTheItemsVolumeAmidTenThousandEventsIsHandedOver) {
   RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE();
   ::halyard::testing::Scratch scratch;
   if (!scratch.makeImage("wanted.img", "Wanted", 1600000000)) GTEST_SKIP() << "mkfs.ext4 cannot make an image here";
-  if (!scratch.mount("-o loop", scratch.path("wanted.img"), "first")) GTEST_SKIP() << "cannot loop-mount ext4 here";
-  auto item = makeItem("on-mount", 0, 0, 6);
-  item->setScheduledLeftTargetMounts(1);
-  item->setLeftTargetVolumeSpecifier(
-      VolumeSpecifier::volumeSpecifierWithPath(scratch.path("first"), fileservices::VTFileManager::make()));
-  ASSERT_TRUE(scratch.unmount("first"));
+  auto item = mountItemRecordedFrom(scratch, "wanted.img");
+  if (!item) GTEST_SKIP() << "cannot loop-mount ext4 here";
 
   AgentOnBuses onBuses;
   writeSchedule(onBuses.dataFolder() + "/ScheduleData.sched", {item});

@@ -12,49 +12,36 @@
 
 #include "agent/agent_test_support.h"
 #include "volumes/mount_namespace_support.h"
-#include "volumes/volume_specifier.h"
 
 namespace halyard::agent::testing {
 namespace {
 
 TEST(MountTrigger, MountingTheItemsVolumeHandsItOverOnce) {
   RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE();
-  ensureApplication();
   ::halyard::testing::Scratch scratch;
   if (!scratch.makeFileSystem("wanted.img", "128M", "mkfs.btrfs -q -f -L Wanted") ||
       !scratch.makeImage("other.img", "Other", 1600000001)) {
     GTEST_SKIP() << "mkfs.btrfs or mkfs.ext4 cannot make an image here";
   }
-  // The item's target volume, recorded while it is mounted once.
-  if (!scratch.mount("-o loop", scratch.path("wanted.img"), "first")) GTEST_SKIP() << "cannot loop-mount btrfs here";
-  auto item = makeItem("on-mount", 0, 0, 6);
-  item->setScheduledLeftTargetMounts(1);
-  item->setLeftTargetVolumeSpecifier(
-      VolumeSpecifier::volumeSpecifierWithPath(scratch.path("first"), fileservices::VTFileManager::make()));
-  ASSERT_TRUE(scratch.unmount("first"));
+  auto item = mountItemRecordedFrom(scratch, "wanted.img");
+  if (!item) GTEST_SKIP() << "cannot loop-mount btrfs here";
 
-  QTemporaryDir home;
-  writeSchedule(home.path().toStdString() + "/data/Halyard/ScheduleData.sched", {item});
-  const TestProcess::Environment environment{
-      {"XDG_DATA_HOME", home.path() + "/data"}, {"XDG_CONFIG_HOME", home.path() + "/config"}, {"TZ", "UTC"}};
-  PrivateBus session;
-  PrivateBus system("system");
-  TestProcess logind("/usr/bin/python3", {fakeLogindPath()}, session.address(), system.address());
-  ASSERT_TRUE(logind.waitForOutput("ready"));
-  TestProcess app(halyardctlPath(), {"serve-app"}, session.address());
-  ASSERT_TRUE(app.waitForOutput("running as"));
-  TestProcess agent(backgrounderPath(), {"--log-stderr"}, session.address(), system.address(), environment);
-  ASSERT_TRUE(agent.waitForOutput("Halyard Backgrounder v4.0.5 is running."));
+  AgentOnBuses onBuses;
+  writeSchedule(onBuses.dataFolder() + "/ScheduleData.sched", {item});
+  auto app = onBuses.spawn(halyardctlPath(), {"serve-app"});
+  ASSERT_TRUE(app->waitForOutput("running as"));
+  auto agent = onBuses.start();
+  ASSERT_TRUE(agent->waitForOutput("Halyard Backgrounder v4.0.5 is running."));
 
   ASSERT_TRUE(scratch.mount("-o loop", scratch.path("other.img"), "other"));
   ASSERT_TRUE(scratch.mount("-o loop", scratch.path("wanted.img"), "again"));
-  ASSERT_TRUE(app.waitForOutput("item \"on-mount\"", std::chrono::seconds(5))) << agent.output();
+  ASSERT_TRUE(app->waitForOutput("item \"on-mount\"", std::chrono::seconds(5))) << agent->output();
 
   // Stopping the agent flushes whatever it would still have handed over.
-  TestProcess quit(halyardctlPath(), {"notify", "VTHalyardBackgrounderShouldQuit"}, session.address());
-  ASSERT_TRUE(quit.waitForExit());
-  ASSERT_TRUE(agent.waitForExit());
-  EXPECT_EQ(occurrences(app.output(), "item \""), 1u) << app.output();
+  auto quit = onBuses.spawn(halyardctlPath(), {"notify", "VTHalyardBackgrounderShouldQuit"});
+  ASSERT_TRUE(quit->waitForExit());
+  ASSERT_TRUE(agent->waitForExit());
+  EXPECT_EQ(occurrences(app->output(), "item \""), 1u) << app->output();
 }
 
 }  // namespace
