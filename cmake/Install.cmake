@@ -4,7 +4,7 @@ include(GNUInstallDirs)
 
 set(HALYARD_DATA_DIR ${CMAKE_INSTALL_DATADIR}/halyard)
 set(HALYARD_LIBEXEC_DIR ${CMAKE_INSTALL_LIBEXECDIR}/halyard)
-# systemd and polkit look in /usr/lib and /usr/share whatever the prefix.
+# systemd looks for user units under /usr/local/lib as well as /usr/lib.
 set(HALYARD_USER_UNIT_DIR lib/systemd/user)
 set(HALYARD_DOC_DIR ${CMAKE_INSTALL_DATADIR}/doc/halyard-backgrounder)
 
@@ -31,11 +31,13 @@ install(CODE "
 # $XDG_CONFIG_DIRS) whatever the prefix.
 install(FILES resources/autostart/halyard-backgrounder.desktop DESTINATION /etc/xdg/autostart)
 # The action names the template where it is installed: written at install
-# time, as the package's prefix (/usr) is set only then.
+# time, as the package's prefix (/usr) is set only then. polkit reads actions
+# from /usr/share alone, so the action goes there whatever the prefix; under
+# /usr/local it would be ignored and pkexec would ask with its generic text.
 install(CODE "
   set(HALYARD_WAKE_TOOL_TEMPLATE_PATH \"\${CMAKE_INSTALL_PREFIX}/${HALYARD_LIBEXEC_DIR}/WakeToSyncToolTemplate\")
   configure_file(${CMAKE_SOURCE_DIR}/resources/polkit/com.vantrel.halyard.wake-to-sync.policy.in
-    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/polkit-1/actions/com.vantrel.halyard.wake-to-sync.policy\" @ONLY)
+    \"\$ENV{DESTDIR}/usr/share/polkit-1/actions/com.vantrel.halyard.wake-to-sync.policy\" @ONLY)
 ")
 install(FILES resources/completions/halyardctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME halyardctl)

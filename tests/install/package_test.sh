@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds the Debian package from the build folder, checks its control fields
 # and file list, runs lintian, validates the unit, the autostart entry and the
-# man pages, then runs the installed programs from a temporary root: their
-# versions, a schedule added and listed, and the agent's hand-over on private
-# buses. Exit 77 (skipped) where a packaging tool is missing.
+# man pages, checks where a /usr/local install puts the polkit action, then
+# runs the installed programs from a temporary root: their versions, a
+# schedule added and listed, and the agent's hand-over on private buses.
+# Exit 77 (skipped) where a packaging tool is missing.
 set -uo pipefail
 build=$1
 source=$2
@@ -66,6 +67,10 @@ template=/usr/libexec/halyard/WakeToSyncToolTemplate
 [ -x "$root$template" ] || fail "the package lacks $template"
 grep -q "exec.path\">$template<" "$root/usr/share/polkit-1/actions/com.vantrel.halyard.wake-to-sync.policy" \
   || fail "the polkit action does not name $template"
+# From source into /usr/local: polkit reads actions from /usr/share alone.
+DESTDIR=$work/local cmake --install "$build" --prefix /usr/local >"$work/local.log" 2>&1 || { cat "$work/local.log"; exit 1; }
+grep -q "exec.path\">/usr/local${template#/usr}<" "$work/local/usr/share/polkit-1/actions/com.vantrel.halyard.wake-to-sync.policy" \
+  || fail "a /usr/local install puts no polkit action where polkit reads it"
 for page in halyard-backgrounder halyardctl; do
   warnings=$(zcat "$root/usr/share/man/man1/$page.1.gz" | groff -ww -man -Tutf8 2>&1 >/dev/null)
   [ -z "$warnings" ] || fail "$page(1): $warnings"
