@@ -96,21 +96,11 @@ std::size_t minimumEncodedSize(std::string_view type, std::size_t cap) {
 }
 
 bool isUnsignedCode(char code) {
-  switch (code) {
-    case 'C': case 'B': case 'S': case 'I': case 'L': case 'Q':
-      return true;
-    default:
-      return false;
-  }
+  return code == 'C' || code == 'B' || code == 'S' || code == 'I' || code == 'L' || code == 'Q';
 }
 
 bool isIntegerCode(char code) {
-  switch (code) {
-    case 'c': case 's': case 'i': case 'l': case 'q':
-      return true;
-    default:
-      return isUnsignedCode(code);
-  }
+  return code == 'c' || code == 's' || code == 'i' || code == 'l' || code == 'q' || isUnsignedCode(code);
 }
 
 }  // namespace halyard
