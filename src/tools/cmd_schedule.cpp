@@ -50,7 +50,10 @@ Expected<ScheduleData> loadSchedule(const std::string& path, bool missingIsEmpty
 // The item number an action names (from 1).
 Expected<std::size_t> itemIndex(const Options& options, std::size_t count, bool optional) {
   if (options.operands.empty() && optional) return count;  // "all"
-  if (options.operands.size() != 1) return makeError(options.action + ": expects one item number");
+  if (options.operands.empty()) return makeError(options.action + ": expects one item number");
+  if (options.operands.size() > 1) {
+    return makeError(options.action + ": expects one item number, not also '" + options.operands[1] + "'");
+  }
   const std::string& text = options.operands[0];
   std::size_t number = 0;
   for (char c : text) {
