@@ -1,6 +1,5 @@
 #include "foundation/unarchiver.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -27,29 +26,6 @@ Unarchiver::Unarchiver(std::string_view bytes, const ClassRegistry& registry)
     : bytes_(bytes), registry_(registry), copyBudget_(16 * bytes.size() + 65536) {}
 
 Unarchiver::~Unarchiver() = default;
-
-namespace {
-
-// The head byte of a one-byte reference to the string table's entry `index`,
-// when there is one.
-std::optional<std::uint8_t> oneByteReferenceTo(std::size_t index) {
-  if (index > static_cast<std::size_t>(127 - kSmallestLiteral)) return std::nullopt;
-  return static_cast<std::uint8_t>(static_cast<std::int64_t>(index) - kReferenceBias);
-}
-
-}  // namespace
-
-void Unarchiver::addSharedString(std::string text) {
-  if (auto head = oneByteReferenceTo(sharedStrings_.size()); head && text.size() == 1) oneCharTypes_[*head] = text[0];
-  sharedStrings_.push_back(std::move(text));
-}
-
-void Unarchiver::forgetSharedStringsFrom(std::size_t count) {
-  for (std::size_t index = count; index < sharedStrings_.size(); ++index) {
-    if (auto head = oneByteReferenceTo(index)) oneCharTypes_[*head] = 0;
-  }
-  sharedStrings_.resize(std::min(count, sharedStrings_.size()));
-}
 
 Unarchiver::ClassEntry& Unarchiver::classAt(std::size_t number) { return classes_[objects_[number].index]; }
 

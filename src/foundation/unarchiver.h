@@ -192,7 +192,8 @@ class Unarchiver {
   // The text of a lazy string, read again from its contents.
   std::string_view lazyText(const Entry& entry);
   // The string table grows and shrinks only through these, which keep
-  // oneCharTypes_ in step with it.
+  // oneCharTypes_ in step with it (unarchiver_plain.cpp, with the tables).
+  static std::optional<std::uint8_t> oneByteReferenceTo(std::size_t index);
   void addSharedString(std::string text);
   void forgetSharedStringsFrom(std::size_t count);
   Status skipRemainingGroups();

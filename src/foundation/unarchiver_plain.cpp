@@ -9,7 +9,10 @@
 // integer code, and <length> and <value> one-byte literals. Each form leaves
 // the tables as the general reader would; anything else, malformed input
 // included, is left to the general reader with nothing read, so its checks
-// and messages stay the only ones.
+// and messages stay the only ones. The tables that let it test a type or a
+// class with one load are kept here too.
+
+#include <algorithm>
 
 #include "foundation/type_encoding.h"
 #include "foundation/typedstream_format.h"
@@ -24,6 +27,24 @@ namespace {
 bool isLiteral(std::int8_t head) { return head >= kSmallestLiteral; }
 
 }  // namespace
+
+// The head byte of a one-byte reference to table entry `index`, when there is one.
+std::optional<std::uint8_t> Unarchiver::oneByteReferenceTo(std::size_t index) {
+  if (index > static_cast<std::size_t>(127 - kSmallestLiteral)) return std::nullopt;
+  return static_cast<std::uint8_t>(static_cast<std::int64_t>(index) - kReferenceBias);
+}
+
+void Unarchiver::addSharedString(std::string text) {
+  if (auto head = oneByteReferenceTo(sharedStrings_.size()); head && text.size() == 1) oneCharTypes_[*head] = text[0];
+  sharedStrings_.push_back(std::move(text));
+}
+
+void Unarchiver::forgetSharedStringsFrom(std::size_t count) {
+  for (std::size_t index = count; index < sharedStrings_.size(); ++index) {
+    if (auto head = oneByteReferenceTo(index)) oneCharTypes_[*head] = 0;
+  }
+  sharedStrings_.resize(std::min(count, sharedStrings_.size()));
+}
 
 bool Unarchiver::readPlainMember(ViewRead& out) {
   if (oneCharTypeAt(pos_) != '@' || depth_ >= kMaxDepth) return false;
