@@ -445,40 +445,48 @@ Status Unarchiver::skipRemainingGroups() {
 
 // ---- typed values ----
 
-// One value of a one-code numeric type, held as a number holds it.
-Expected<Number::Storage> Unarchiver::readNumberValue(char code) {
+// A number of an integer code written in one byte: a raw byte for "c", "C"
+// and "B", a one-byte literal for the wider codes. Nearly every count, flag
+// and schedule type is one.
+std::optional<Number::Storage> Unarchiver::numberInPlace(char code, std::uint8_t byte) {
+  const auto head = static_cast<std::int8_t>(byte);
   switch (code) {
-    case 'c': {
-      auto b = readByte();
-      if (!b) return b.error();
-      return Number::Storage{std::int64_t{static_cast<std::int8_t>(*b)}};
-    }
+    case 'c':
+      return Number::Storage{std::int64_t{head}};
     case 'C':
-    case 'B': {
-      auto b = readByte();
-      if (!b) return b.error();
-      return Number::Storage{std::uint64_t{*b}};
-    }
+    case 'B':
+      return Number::Storage{std::uint64_t{byte}};
     case 'S':
     case 'I':
     case 'L':
-    case 'Q': {
-      auto v = readInteger(true);
-      if (!v) return v.error();
-      return Number::Storage{static_cast<std::uint64_t>(*v)};
-    }
-    case 'f':
-    case 'd': {
-      auto v = readReal(code == 'f');
-      if (!v) return v.error();
-      return Number::Storage{*v};
-    }
-    default: {  // 's', 'i', 'l', 'q'
-      auto v = readInteger(false);
-      if (!v) return v.error();
-      return Number::Storage{*v};
-    }
+    case 'Q':
+      if (head < kSmallestLiteral) return std::nullopt;
+      return Number::Storage{std::uint64_t{byte}};
+    case 's':
+    case 'i':
+    case 'l':
+    case 'q':
+      if (head < kSmallestLiteral) return std::nullopt;
+      return Number::Storage{std::int64_t{head}};
+    default:
+      return std::nullopt;
   }
+}
+
+// One value of a one-code numeric type, held as a number holds it.
+Expected<Number::Storage> Unarchiver::readNumberValue(char code) {
+  if (code == 'f' || code == 'd') {
+    auto v = readReal(code == 'f');
+    if (!v) return v.error();
+    return Number::Storage{*v};
+  }
+  auto head = readByte();
+  if (!head) return head.error();
+  if (auto number = numberInPlace(code, *head)) return *number;
+  const bool isUnsigned = isUnsignedCode(code);
+  auto v = readIntegerAfterHead(static_cast<std::int8_t>(*head), isUnsigned);
+  if (!v) return v.error();
+  return isUnsigned ? Number::Storage{static_cast<std::uint64_t>(*v)} : Number::Storage{*v};
 }
 
 Expected<TypedValue::Storage> Unarchiver::readValue(std::string_view type) {

@@ -157,6 +157,7 @@ class Unarchiver {
   Expected<ObjectRef> readNewObject();
   Expected<TypedValue::Storage> readValue(std::string_view type);
   Expected<Number::Storage> readNumberValue(char code);  // code: one of "cCBsilqSILQfd"
+  static std::optional<Number::Storage> numberInPlace(char code, std::uint8_t byte);
   Expected<TypedValue::Storage> readArray(std::string_view type);
   Expected<TypedValue::Storage> readStruct(std::string_view type);
   Expected<Group> readGroupWithTypes(std::string types);

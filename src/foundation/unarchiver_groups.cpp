@@ -9,6 +9,18 @@ namespace halyard {
 
 using namespace typedstream;
 
+namespace {
+
+// A count or flag from a number value or a typed value of an integer code.
+template <class Storage>
+std::optional<std::int64_t> integerIn(const Storage& storage) {
+  if (auto v = std::get_if<std::int64_t>(&storage)) return *v;
+  if (auto v = std::get_if<std::uint64_t>(&storage)) return static_cast<std::int64_t>(*v);
+  return std::nullopt;
+}
+
+}  // namespace
+
 Expected<Group> Unarchiver::readGroupWithTypes(std::string types) {
   auto split = splitTypeString(types);
   if (!split) return failure(split.error().message);
@@ -95,14 +107,12 @@ Expected<std::int64_t> Unarchiver::decodeInt(std::string_view type) {
     if (*found) {
       auto value = readNumberValue(type[0]);
       if (!value) return value.error();
-      if (auto v = std::get_if<std::uint64_t>(&*value)) return static_cast<std::int64_t>(*v);
-      return std::get<std::int64_t>(*value);
+      return *integerIn(*value);
     }
   }
   auto value = decodeValueOfType(type);
   if (!value) return value.error();
-  if (auto v = std::get_if<std::int64_t>(&value->value)) return *v;
-  if (auto v = std::get_if<std::uint64_t>(&value->value)) return static_cast<std::int64_t>(*v);
+  if (auto integer = integerIn(value->value)) return *integer;
   return failure("expected an integer of type \"" + std::string(type) + "\"");
 }
 

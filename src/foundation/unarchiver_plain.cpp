@@ -14,7 +14,6 @@
 
 #include <algorithm>
 
-#include "foundation/type_encoding.h"
 #include "foundation/typedstream_format.h"
 #include "foundation/unarchiver.h"
 
@@ -74,10 +73,9 @@ bool Unarchiver::readPlainString(std::size_t at, bool isMutable, ViewRead& out) 
   return true;
 }
 
-// `at` is where the contents start: the "*" group. Only integer codes take
-// this lane; a real number is left to the general reader. The value is the
-// one byte written in place, as the general reader reads it: a raw byte for
-// "c", "C" and "B", a one-byte literal for the wider codes.
+// `at` is where the contents start: the "*" group. Only an integer written
+// in one byte takes this lane; anything longer, and every real number, is
+// left to the general reader.
 bool Unarchiver::readPlainNumber(std::size_t at, ViewRead& out) {
   if (oneCharTypeAt(at) != '*' || at + 4 >= bytes_.size() || copyBudget_ < 1) return false;
   const auto cString = static_cast<std::int8_t>(bytes_[at + 1]);
@@ -87,12 +85,10 @@ bool Unarchiver::readPlainNumber(std::size_t at, ViewRead& out) {
   }
   const std::string& code = cStrings_[objects_[cStringNumber].index];
   const char c = oneCharTypeAt(at + 2);
-  if (code.size() != 1 || code[0] != c || !isIntegerCode(c)) return false;
-  const auto raw = static_cast<std::int8_t>(bytes_[at + 3]);
-  const bool rawByte = c == 'c' || c == 'C' || c == 'B';
-  if ((!rawByte && !isLiteral(raw)) || static_cast<std::int8_t>(bytes_[at + 4]) != kTagEnd) return false;
-  const NumberValue number{c, isUnsignedCode(c) ? Number::Storage{std::uint64_t{static_cast<std::uint8_t>(raw)}}
-                                                : Number::Storage{std::int64_t{raw}}};
+  if (code.size() != 1 || code[0] != c || static_cast<std::int8_t>(bytes_[at + 4]) != kTagEnd) return false;
+  const auto value = numberInPlace(c, static_cast<std::uint8_t>(bytes_[at + 3]));
+  if (!value) return false;
+  const NumberValue number{c, *value};
   copyBudget_ -= 1;  // the C string's reference, as the general reader charges it
   out.entry = static_cast<std::uint32_t>(objects_.size());
   objects_.push_back(Entry{Entry::Kind::LazyNumber, static_cast<std::uint32_t>(lazyNumbers_.size())});
