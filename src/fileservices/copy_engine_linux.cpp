@@ -80,13 +80,14 @@ int flushFolder(const CopyEngineSetup& setup, int folderFd, const std::string& p
 }
 
 // Copies into a partial and renames it to `dest`, flushed before and after.
-// A move (`lossIsFailure`) also checks the copy against the source's count.
-int copyDurably(const std::string& src, const std::string& dest, const CopyEngineSetup& setup, bool lossIsFailure) {
+// A move passes the record of what it copies, and checks the copy against
+// the source's count.
+int copyDurably(const std::string& src, const std::string& dest, const CopyEngineSetup& setup, CopiedItems* moved) {
   UniqueFd srcFolder, destFolder;
   if (int rc = openFolder(parentOf(src), srcFolder)) return rc;
   if (int rc = openFolder(parentOf(dest), destFolder)) return rc;
   removeStalePartials(destFolder.get(), parentOf(dest), nameOf(dest), setup);
-  TreeCopier copier(setup, lossIsFailure);
+  TreeCopier copier(setup, moved);
   int rc = copier.copyToPartial(srcFolder.get(), src, destFolder.get(), dest);
   if (rc == 0) rc = engineStep(setup, EngineStep::Rename, dest);
   if (rc == 0) rc = renameNoReplace(destFolder.get(), copier.partialName(), destFolder.get(), nameOf(dest));
@@ -101,7 +102,7 @@ int copyDurably(const std::string& src, const std::string& dest, const CopyEngin
   }
   if ((rc = flushFolder(setup, destFolder.get(), parentOf(dest))) != 0) return rc;
   if ((rc = copier.applyTopFlags(destFolder.get(), nameOf(dest), dest)) != 0) return rc;
-  if (!lossIsFailure) return 0;
+  if (!moved) return 0;
   TreeCount copied;
   if ((rc = countTree(destFolder.get(), nameOf(dest), dest, setup, copied)) != 0) return rc;
   if (copied == copier.count()) return 0;
@@ -119,19 +120,32 @@ int flushBoth(const CopyEngineSetup& setup, int srcFolder, const std::string& sr
   return flushFolder(setup, srcFolder, srcPath);
 }
 
-int removeSource(const std::string& src, const CopyEngineSetup& setup) {
+// Removes what the move copied of its source, and only while it is as it
+// was copied; whatever changed or appeared meanwhile stays, and is named.
+int removeSource(const std::string& src, const CopyEngineSetup& setup, CopiedItems& copied) {
   UniqueFd folder;
   if (int rc = openFolder(parentOf(src), folder)) return rc;
-  if (int rc = removeEntry(folder.get(), nameOf(src), src, setup, {.clearLocks = true})) return rc;
-  return flushFolder(setup, folder.get(), parentOf(src));
+  if (int rc = removeEntry(folder.get(), nameOf(src), src, setup, {.clearLocks = true, .only = &copied})) return rc;
+  if (int rc = flushFolder(setup, folder.get(), parentOf(src))) return rc;
+  if (copied.left().empty()) return 0;
+  reportFailure(setup, "the copy is complete, but what changed or appeared in " + src +
+                           " during the move stays there, such as " + copied.left().front());
+  return EAGAIN;
 }
 
-// The destination holds all that is left of the source: an earlier move
-// copied it and failed part-way through removing the source.
-bool finishedEarlier(const std::string& src, const std::string& dest) {
+// The destination holds all that is left of the source, byte for byte: an
+// earlier move copied it and failed part-way through removing the source.
+bool finishedEarlier(const std::string& src, const std::string& dest, CopiedItems& covered) {
   UniqueFd srcFolder, destFolder;
   if (openFolder(parentOf(src), srcFolder) != 0 || openFolder(parentOf(dest), destFolder) != 0) return false;
-  return coveredBy(srcFolder.get(), nameOf(src), destFolder.get(), nameOf(dest));
+  return coveredBy(srcFolder.get(), nameOf(src), destFolder.get(), nameOf(dest), covered);
+}
+
+// Two names of one item (a hard link, or the same item seen through a bind
+// mount): a move would take the copy for the item and remove both.
+int refuseSameItem(const CopyEngineSetup& setup, const std::string& src, const std::string& dest) {
+  reportFailure(setup, src + " and " + dest + " are the same item");
+  return EEXIST;
 }
 
 }  // namespace
@@ -142,7 +156,7 @@ int copyItem(const std::string& src, const std::string& dest, const CopyEngineSe
   if (lstat(src.c_str(), &st) != 0) return errno;
   if (lstat(dest.c_str(), &existing) == 0) return EEXIST;
   if (S_ISDIR(st.st_mode) && destinationInside(st, dest)) return refuseInside(setup, src, dest);
-  return copyDurably(src, dest, setup, false);
+  return copyDurably(src, dest, setup, nullptr);
 }
 
 int moveItem(const std::string& src, const std::string& dest, const CopyEngineSetup& setup) {
@@ -150,15 +164,19 @@ int moveItem(const std::string& src, const std::string& dest, const CopyEngineSe
   }, existing{};
   if (lstat(src.c_str(), &st) != 0) return errno;
   if (S_ISDIR(st.st_mode) && destinationInside(st, dest)) return refuseInside(setup, src, dest);
+  if (lstat(dest.c_str(), &existing) == 0 && sameItem(st, existing)) return refuseSameItem(setup, src, dest);
   UniqueFd srcFolder, destFolder;
   if (int rc = openFolder(parentOf(src), srcFolder)) return rc;
   if (int rc = openFolder(parentOf(dest), destFolder)) return rc;
   int rc = renameNoReplace(srcFolder.get(), nameOf(src), destFolder.get(), nameOf(dest));
   if (rc == 0) return flushBoth(setup, srcFolder.get(), parentOf(src), destFolder.get(), parentOf(dest));
   if (rc != EXDEV) return rc;
-  if (lstat(dest.c_str(), &existing) == 0) return finishedEarlier(src, dest) ? removeSource(src, setup) : EEXIST;
-  rc = copyDurably(src, dest, setup, true);
-  return rc != 0 ? rc : removeSource(src, setup);
+  CopiedItems copied;
+  if (lstat(dest.c_str(), &existing) == 0) {
+    return finishedEarlier(src, dest, copied) ? removeSource(src, setup, copied) : EEXIST;
+  }
+  rc = copyDurably(src, dest, setup, &copied);
+  return rc != 0 ? rc : removeSource(src, setup, copied);
 }
 
 int removeItem(const std::string& path, const CopyEngineSetup& setup) {

@@ -4,7 +4,8 @@
 // setup's buffer size with holes kept, hard links inside the tree stay hard
 // links, and every item keeps its extended attributes, owner, group, mode,
 // times and inode flags; what the destination cannot hold is reported as a
-// loss, or fails the copy when losses are not allowed (a move).
+// loss, or fails the copy when losses are not allowed (a move). A file that
+// changes while it is copied fails the copy: its copy would be torn.
 
 #include <sys/stat.h>
 
@@ -29,7 +30,9 @@ std::string partialPrefixFor(const std::string& destName);
 
 class TreeCopier {
  public:
-  TreeCopier(const CopyEngineSetup& setup, bool lossIsFailure) : setup_(setup), lossIsFailure_(lossIsFailure) {}
+  // A move passes the record of what it copies: its losses are failures.
+  TreeCopier(const CopyEngineSetup& setup, CopiedItems* moved)
+      : setup_(setup), lossIsFailure_(moved != nullptr), moved_(moved) {}
 
   // Copies the source to a new partial in the destination's folder and
   // flushes it to the disk. The partial's name is chosen afresh when another
@@ -62,9 +65,13 @@ class TreeCopier {
   int keepFlags(unsigned wanted, int destFd, const std::string& destPath);
   int flushPartial(int destParentFd, const std::string& partialPath, const struct stat& st);
   int loss(const std::string& path, const std::string& what);
+  void copied(const struct stat& st) {
+    if (moved_) moved_->add(st);
+  }
 
   const CopyEngineSetup& setup_;
   const bool lossIsFailure_;
+  CopiedItems* const moved_;
   bool madeTop_ = false;
   std::string partialName_;
   int rootFd_ = -1;  // the partial folder, while its tree is copied

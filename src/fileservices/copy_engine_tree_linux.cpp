@@ -134,7 +134,10 @@ int TreeCopier::copyItemAt(const Item& src, const Item& dest, const std::string&
     if (st.st_nlink > 1 && !relative.empty()) {
       auto [at, first] = linked_.try_emplace({st.st_dev, st.st_ino}, relative);
       if (!first) {
-        if (linkat(rootFd_, at->second.c_str(), dest.dirFd, dest.name.c_str(), 0) == 0) return 0;
+        if (linkat(rootFd_, at->second.c_str(), dest.dirFd, dest.name.c_str(), 0) == 0) {
+          copied(st);
+          return 0;
+        }
         if (errno != EPERM) return errno;
         // A locked or append-only file takes no new links: this name gets
         // a copy of its own, and the link is reported.
@@ -158,6 +161,14 @@ int TreeCopier::copyFile(const Item& src, const Item& dest, const struct stat& s
   if (opened.st_size > static_cast<off_t>(setup_.bufferSize)) posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   if (int rc = copyFileData(in.get(), out.get(), opened, setup_)) return rc;
   if (int rc = applyMetadata(in.get(), out.get(), st, dest.path, relative.empty())) return rc;
+  struct stat after {};
+  if (fstat(in.get(), &after) != 0) return errno;
+  if (after.st_size != opened.st_size || !sameTime(after.st_mtim, opened.st_mtim) ||
+      !sameTime(after.st_ctim, opened.st_ctim)) {
+    reportFailure(setup_, src.path + " changed while it was being copied");
+    return EAGAIN;
+  }
+  copied(after);
   if (relative.empty()) {
     if (int rc = engineStep(setup_, EngineStep::FlushFile, dest.path)) return rc;
     if (fsync(out.get()) != 0) return errno;
@@ -181,6 +192,7 @@ int TreeCopier::copyFolder(const Item& src, const Item& dest, const struct stat&
         copyNode({in.get(), name, joinPath(src.path, name)}, {out.get(), name, joinPath(dest.path, name)}, inner);
     if (rc != 0) return rc;
   }
+  copied(st);
   return applyMetadata(in.get(), out.get(), st, dest.path, relative.empty());
 }
 
@@ -198,6 +210,7 @@ int TreeCopier::copyOther(const Item& src, const Item& dest, const struct stat& 
     rc = mknodat(dest.dirFd, dest.name.c_str(), st.st_mode, st.st_rdev) == 0 ? 0 : errno;
   }
   if ((rc = created(rc)) != 0) return rc;
+  copied(st);
   rc = keepOwner(st, dest.path, [&](uid_t uid, gid_t gid) {
     return fchownat(dest.dirFd, dest.name.c_str(), uid, gid, AT_SYMLINK_NOFOLLOW);
   });

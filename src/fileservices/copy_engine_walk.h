@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fileservices/copy_engine.h"
@@ -41,14 +43,42 @@ struct TreeCount {
 int countTree(int parentFd, const std::string& name, const std::string& path, const CopyEngineSetup& setup,
               TreeCount& count);
 
+bool sameTime(const timespec& a, const timespec& b);
+
+// The source items a move has copied, each as it was when it was copied.
+// The move removes only these, and each only while it is unchanged, so that
+// an item added or changed while the copy ran stays where it is.
+class CopiedItems {
+ public:
+  void add(const struct stat& st);
+  // A folder counts by its identity alone: removing what it held changes it.
+  bool holds(const struct stat& st) const;
+  bool unchanged(const struct stat& st) const;
+  void leave(const std::string& path) { left_.push_back(path); }
+  const std::vector<std::string>& left() const { return left_; }
+
+ private:
+  struct Stamp {
+    mode_t kind;
+    off_t size;
+    timespec modified;
+    timespec changed;
+  };
+  std::map<std::pair<dev_t, ino_t>, Stamp> items_;
+  std::vector<std::string> left_;
+};
+
 // True when everything at `srcName` also stands at `destName`, alike in kind,
-// size and modification time: what an earlier move left behind after
-// copying it completely.
-bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName);
+// size, modification time and contents: what an earlier move left behind
+// after copying it completely. What it compared goes into `covered`.
+bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName,
+               CopiedItems& covered);
 
 struct RemovalOptions {
   bool clearLocks = false;    // a moved item's flags went with its copy
   bool makeWritable = false;  // our own partial, made with read-only folders
+  // A move's source: only these items go; the others are left and listed.
+  CopiedItems* only = nullptr;
 };
 // Removes an item and all it holds, by descriptor; stops at the first item
 // that cannot be removed and names it in the report.

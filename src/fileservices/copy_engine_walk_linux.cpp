@@ -7,8 +7,10 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "fileservices/copy_engine_walk.h"
 #include "fileservices/file_metadata.h"
@@ -86,15 +88,85 @@ int countTree(int parentFd, const std::string& name, const std::string& path, co
   return 0;
 }
 
-bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName) {
+bool sameTime(const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; }
+
+namespace {
+
+bool readAt(int fd, char* into, std::size_t size, off_t at) {
+  for (std::size_t done = 0; done < size;) {
+    const ssize_t got = pread(fd, into + done, size - done, at + static_cast<off_t>(done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return false;
+    done += static_cast<std::size_t>(got);
+  }
+  return true;
+}
+
+// Two files of `size` bytes hold the same bytes.
+bool sameBytes(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName, off_t size) {
+  const int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  UniqueFd src(openat(srcParentFd, srcName.c_str(), flags)), dest(openat(destParentFd, destName.c_str(), flags));
+  if (!src.valid() || !dest.valid()) return false;
+  constexpr std::size_t kBlock = 64 * 1024;
+  std::vector<char> a(kBlock), b(kBlock);
+  for (off_t at = 0; at < size;) {
+    const auto length = static_cast<std::size_t>(std::min<off_t>(size - at, kBlock));
+    if (!readAt(src.get(), a.data(), length, at) || !readAt(dest.get(), b.data(), length, at)) return false;
+    if (std::memcmp(a.data(), b.data(), length) != 0) return false;
+    at += static_cast<off_t>(length);
+  }
+  return true;
+}
+
+std::optional<std::string> linkTarget(int parentFd, const std::string& name) {
+  std::string target(4096, '\0');
+  const ssize_t size = readlinkat(parentFd, name.c_str(), target.data(), target.size());
+  if (size < 0 || static_cast<std::size_t>(size) == target.size()) return std::nullopt;
+  target.resize(static_cast<std::size_t>(size));
+  return target;
+}
+
+bool sameLeaf(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName,
+              const struct stat& src, const struct stat& dest) {
+  if (src.st_size != dest.st_size || !sameTime(src.st_mtim, dest.st_mtim)) return false;
+  if (S_ISREG(src.st_mode)) return sameBytes(srcParentFd, srcName, destParentFd, destName, src.st_size);
+  if (S_ISLNK(src.st_mode)) {
+    const auto a = linkTarget(srcParentFd, srcName), b = linkTarget(destParentFd, destName);
+    return a && b && *a == *b;
+  }
+  return true;
+}
+
+}  // namespace
+
+void CopiedItems::add(const struct stat& st) {
+  items_[{st.st_dev, st.st_ino}] = Stamp{st.st_mode & S_IFMT, st.st_size, st.st_mtim, st.st_ctim};
+}
+
+bool CopiedItems::holds(const struct stat& st) const {
+  const auto found = items_.find({st.st_dev, st.st_ino});
+  return found != items_.end() && found->second.kind == (st.st_mode & S_IFMT);
+}
+
+bool CopiedItems::unchanged(const struct stat& st) const {
+  const auto found = items_.find({st.st_dev, st.st_ino});
+  if (found == items_.end()) return false;
+  const Stamp& was = found->second;
+  return was.kind == (st.st_mode & S_IFMT) && was.size == st.st_size && sameTime(was.modified, st.st_mtim) &&
+         sameTime(was.changed, st.st_ctim);
+}
+
+bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName,
+               CopiedItems& covered) {
   struct stat src {
   }, dest{};
   if (fstatat(srcParentFd, srcName.c_str(), &src, AT_SYMLINK_NOFOLLOW) != 0) return false;
   if (fstatat(destParentFd, destName.c_str(), &dest, AT_SYMLINK_NOFOLLOW) != 0) return false;
   if ((src.st_mode & S_IFMT) != (dest.st_mode & S_IFMT)) return false;
   if (!S_ISDIR(src.st_mode)) {
-    return src.st_size == dest.st_size && src.st_mtim.tv_sec == dest.st_mtim.tv_sec &&
-           src.st_mtim.tv_nsec == dest.st_mtim.tv_nsec;
+    if (!sameLeaf(srcParentFd, srcName, destParentFd, destName, src, dest)) return false;
+    covered.add(src);
+    return true;
   }
   UniqueFd srcFolder, destFolder;
   std::vector<std::string> names;
@@ -103,8 +175,9 @@ bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, co
     return false;
   }
   for (const std::string& child : names) {
-    if (!coveredBy(srcFolder.get(), child, destFolder.get(), child)) return false;
+    if (!coveredBy(srcFolder.get(), child, destFolder.get(), child, covered)) return false;
   }
+  covered.add(src);
   return true;
 }
 
@@ -156,6 +229,10 @@ int removeEntry(int parentFd, const std::string& name, const std::string& path, 
                 RemovalOptions options) {
   struct stat st {};
   if (fstatat(parentFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return failRemoval(setup, path, errno);
+  if (options.only && !(S_ISDIR(st.st_mode) ? options.only->holds(st) : options.only->unchanged(st))) {
+    options.only->leave(path);
+    return 0;
+  }
   bool wasFolder = false;
   if (S_ISDIR(st.st_mode)) {
     if (int rc = removeFolderContents(parentFd, name, path, setup, options, wasFolder)) return rc;
@@ -163,8 +240,13 @@ int removeEntry(int parentFd, const std::string& name, const std::string& path, 
     clearItemLocks(parentFd, name);
   }
   if (int rc = engineStep(setup, EngineStep::Remove, path)) return failRemoval(setup, path, rc);
-  if (unlinkat(parentFd, name.c_str(), wasFolder ? AT_REMOVEDIR : 0) != 0) return failRemoval(setup, path, errno);
-  return 0;
+  if (unlinkat(parentFd, name.c_str(), wasFolder ? AT_REMOVEDIR : 0) == 0) return 0;
+  // A folder that still holds what was left (or what appeared since).
+  if (options.only && wasFolder && (errno == ENOTEMPTY || errno == EEXIST)) {
+    options.only->leave(path);
+    return 0;
+  }
+  return failRemoval(setup, path, errno);
 }
 
 }  // namespace halyard::fileservices

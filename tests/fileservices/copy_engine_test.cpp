@@ -6,12 +6,14 @@
 
 #include <gtest/gtest.h>
 #include <linux/fs.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -327,6 +329,113 @@ TEST_F(CrossFileSystem, ALockedItemInsideATreeMovesWithItsLock) {
   expectTreeWhole(folder_, "other/tree");
   EXPECT_TRUE(isLocked(other_ + "/tree/sub/c.txt"));
   setLocked(other_ + "/tree/sub/c.txt", false);
+}
+
+// What a move did not copy as it is now stays in the source: an item that
+// appeared, or changed, after its copy was made, or while it was copied.
+TEST_F(CrossFileSystem, WhatChangedOrAppearedDuringAMoveStaysInTheSource) {
+  struct Case {
+    const char* name;
+    EngineStep when;  // the change is made before this step
+    std::function<void(const TestFolder&)> change;
+    const char* stays;  // in the source afterwards
+    const char* message;
+  };
+  const Case cases[] = {
+      {"a file added after its folder was copied", EngineStep::Rename,
+       [](const TestFolder& f) { f.writeFile("tree/sub/new.txt", "new"); }, "tree/sub/new.txt",
+       "during the move stays there, such as"},
+      {"a copied file rewritten with its old size and time", EngineStep::Rename,
+       [](const TestFolder& f) {
+         struct stat was {};
+         stat(f.path("tree/sub/c.txt").c_str(), &was);
+         f.writeFile("tree/sub/c.txt", "GAMMA");
+         const timespec times[2] = {was.st_atim, was.st_mtim};
+         utimensat(AT_FDCWD, f.path("tree/sub/c.txt").c_str(), times, 0);
+       },
+       "tree/sub/c.txt", "during the move stays there, such as"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    fs::remove_all(folder_.path("tree"));
+    fs::remove_all(other_ + "/tree");
+    makeTree(folder_, "tree");
+    Engine engine;
+    bool changed = false;
+    engine.log.action = [&](EngineStep step, const std::string&) {
+      if (step == c.when && !changed) c.change(folder_);
+      changed = changed || step == c.when;
+      return 0;
+    };
+    EXPECT_EQ(moveItem(folder_.path("tree"), other_ + "/tree", engine.setup), EAGAIN);
+    EXPECT_NE(engine.report.failure.find(c.message), std::string::npos) << engine.report.failure;
+    EXPECT_TRUE(fs::exists(folder_.path(c.stays)));
+    EXPECT_FALSE(fs::exists(folder_.path("tree/a.txt"))) << "what was copied unchanged goes";
+    EXPECT_EQ(contentsOf(other_ + "/tree/a.txt"), "alpha");
+  }
+}
+
+// The progress of a copy, changing its source after the first block.
+struct ChangingSource final : CopyProgress {
+  bool blockCopied(std::int64_t) override {
+    if (path.empty()) return true;
+    std::ofstream(path, std::ios::app) << "more";
+    path.clear();
+    return true;
+  }
+  std::string path;
+};
+
+TEST_F(CrossFileSystem, AFileChangedWhileItIsCopiedFailsTheCopyAndTheMove) {
+  for (const bool move : {false, true}) {
+    SCOPED_TRACE(move ? "move" : "copy");
+    Engine engine;
+    ChangingSource changing;
+    changing.path = folder_.path("tree/sub/b.txt");
+    engine.setup.progress = &changing;
+    const std::string dest = other_ + "/tree";
+    EXPECT_EQ(
+        move ? moveItem(folder_.path("tree"), dest, engine.setup) : copyItem(folder_.path("tree"), dest, engine.setup),
+        EAGAIN);
+    EXPECT_EQ(engine.report.failure, folder_.path("tree/sub/b.txt") + " changed while it was being copied");
+    EXPECT_TRUE(namesIn(other_).empty()) << "a torn copy was kept";
+    EXPECT_EQ(contentsOf(folder_.path("tree/sub/b.txt")).size(), move ? 200008u : 200004u);
+  }
+}
+
+TEST_F(CrossFileSystem, AnExistingDestinationEndsAMoveOnlyWhenItHoldsTheSameBytes) {
+  const std::string src = folder_.writeFile("r.txt", "new version"), dest = other_ + "/r.txt";
+  std::ofstream(dest) << "old version";
+  struct stat st {};
+  stat(src.c_str(), &st);
+  const timespec times[2] = {st.st_atim, st.st_mtim};
+  utimensat(AT_FDCWD, dest.c_str(), times, 0);
+  Engine differs;
+  EXPECT_EQ(moveItem(src, dest, differs.setup), EEXIST);
+  EXPECT_EQ(contentsOf(src), "new version");
+
+  std::ofstream(dest) << "new version";
+  utimensat(AT_FDCWD, dest.c_str(), times, 0);
+  Engine same;
+  EXPECT_EQ(moveItem(src, dest, same.setup), 0) << same.report.failure;
+  EXPECT_FALSE(fs::exists(src));
+  EXPECT_EQ(contentsOf(dest), "new version");
+}
+
+TEST_F(CrossFileSystem, AnItemSeenAgainThroughABindMountIsNotMovedOntoItself) {
+  const std::string view = folder_.path("view");
+  fs::create_directories(view);
+  if (::mount(folder_.path("tree").c_str(), view.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+    GTEST_SKIP() << "cannot bind-mount here: " << std::strerror(errno);
+  }
+  for (const char* item : {"a.txt", "sub"}) {
+    SCOPED_TRACE(item);
+    Engine engine;
+    EXPECT_EQ(moveItem(folder_.path("tree/") + item, view + "/" + item, engine.setup), EEXIST);
+    EXPECT_NE(engine.report.failure.find("are the same item"), std::string::npos) << engine.report.failure;
+  }
+  umount2(view.c_str(), MNT_DETACH);
+  expectTreeWhole(folder_, "tree");
 }
 
 class WithoutAttributes : public CrossFileSystem {
