@@ -254,7 +254,8 @@ int TreeCopier::copyAttributes(int srcFd, int destFd, const std::string& destPat
     }
     if (fsetxattr(destFd, name.c_str(), value.data(), value.size(), 0) == 0) continue;
     const int rc = errno;
-    if (!cannotHold(rc)) return rc;
+    // ENOSPC and E2BIG: a value larger than the destination keeps for an item.
+    if (!cannotHold(rc) && rc != ENOSPC && rc != E2BIG) return rc;
     if (int failed = loss(destPath, attributeDescription(name))) return failed;
   }
   return 0;

@@ -127,12 +127,9 @@ ErrorCode VTFileManager::copyPath(const std::string& src, const std::string& des
   // Reading needs no write permission, so only the destination's folder is
   // raised, and only when this process could not write to it otherwise.
   const RaisedPermissions parent(parentFolder(dest));
+  // A locked item can be read as it is: the source is never unlocked, so a
+  // copy that is killed cannot leave it unlocked.
   const bool locked = isLocked(src);
-  if (locked) setLocked(src, false);
-  // The source gets its lock back on every path out, as a copy must not change it.
-  const ScopeGuard relock([&] {
-    if (locked) setLocked(src, true);
-  });
   const ErrorCode code = [&] {
     const CommentsUnwanted scope(!preserveComments);
     return copyPathHandler(src, dest);

@@ -89,8 +89,20 @@ int report(VTFileManager& fm, ErrorCode status, const std::string& what) {
   return status == kUserCanceledErr ? 130 : 1;
 }
 
-int transfer(const std::string& verb, const std::string& src, const std::string& given) {
-  const std::string dest = destinationFor(src, given);
+int transfer(const std::string& verb, const std::string& named, const std::string& given) {
+  const std::string dest = destinationFor(named, given);
+  // "LINK/" names the folder behind the link: a copy takes that folder under
+  // the link's name, as cp does; a move would have to choose between moving
+  // the link and moving the folder out from under it, so it asks.
+  std::string src = named;
+  if (const auto folder = folderBehindLink(named)) {
+    if (verb == "move") {
+      std::cerr << "halyardctl: refusing to move " << named << ": it is a link to the folder " << *folder
+                << "; name the link without the final \"/\" to move the link, or the folder itself\n";
+      return 1;
+    }
+    src = *folder;
+  }
   VTFileManager& fm = VTFileManager::sharedFileManager();
   const bool terminal = isatty(STDOUT_FILENO) == 1;
   auto progress = std::make_shared<FsProgress>(fm, treeSize(src), stdout, terminal);

@@ -45,6 +45,19 @@ std::string destinationFor(const std::string& src, const std::string& dest) {
   return withoutTrailingSlashes(dest) + "/" + lastComponent(src);
 }
 
+std::optional<std::string> folderBehindLink(const std::string& src) {
+  if (src.size() < 2 || src.back() != '/') return std::nullopt;
+  struct stat st {};
+  if (lstat(withoutTrailingSlashes(src).c_str(), &st) != 0 || !S_ISLNK(st.st_mode) || !isFolder(src)) {
+    return std::nullopt;
+  }
+  char* resolved = realpath(src.c_str(), nullptr);
+  if (!resolved) return std::nullopt;
+  std::string folder = resolved;
+  std::free(resolved);
+  return folder;
+}
+
 std::optional<std::string> refusalToRemove(const std::string& path) {
   const std::string last = lastComponent(path);
   if (last == "." || last == "..") return "its last component is \"" + last + "\"";

@@ -52,6 +52,23 @@ TEST(HalyardctlFs, CopyAndMoveIntoAFolderAsCpAndMvDo) {
   }
 }
 
+TEST(HalyardctlFs, ALinkNamedWithAFinalSlashIsCopiedAsItsFolderAndNotMoved) {
+  TestFolder folder;
+  folder.writeFile("real/data", "d");
+  fs::create_directory_symlink("real", folder.path("Docs"));
+  fs::create_directories(folder.path("backup"));
+  const ChildRun copy = halyardctl({"fs", "copy", folder.path("Docs") + "/", folder.path("backup") + "/"});
+  EXPECT_EQ(copy.status, 0) << copy.err;
+  EXPECT_EQ(contentsOf(folder.path("backup/Docs/data")), "d");
+  EXPECT_FALSE(fs::is_symlink(folder.path("backup/Docs")));
+
+  const ChildRun move = halyardctl({"fs", "move", folder.path("Docs") + "/", folder.path("elsewhere")});
+  EXPECT_EQ(move.status, 1);
+  EXPECT_NE(move.err.find("it is a link to the folder " + folder.path("real")), std::string::npos) << move.err;
+  EXPECT_TRUE(fs::is_symlink(folder.path("Docs")));
+  EXPECT_EQ(contentsOf(folder.path("real/data")), "d");
+}
+
 TEST(HalyardctlFs, ErrorsNameTheirPathAndExitOne) {
   TestFolder folder;
   folder.writeFile("tree/file", "f");
