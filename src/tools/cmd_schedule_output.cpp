@@ -1,6 +1,6 @@
 // What `halyardctl schedule` prints: items as text or JSON, and the coming
 // hand-overs by the agent's minute check ("never" when no minute can ever
-// be selected), with whether a run missed during a sleep is caught up.
+// be selected), with whether a sleep across them is caught up.
 
 #include <algorithm>
 #include <cmath>
@@ -109,10 +109,10 @@ void collectRuns(const KSScheduledItem& item, std::size_t index, int count, Time
   }
 }
 
-// Why a run missed while the machine slept cannot be caught up, or nothing
-// when it can: the missed check finds a run by the item's run dates, which
-// need every set to have something selected, whatever the type.
-std::optional<std::string> whyNotCaughtUp(const KSScheduledItem& item) {
+// Why no run missed while the machine slept can be caught up, or nothing
+// when runs can be: the missed check finds a run by the item's run dates,
+// which need every set to have something selected, whatever the type.
+std::optional<std::string> whyNeverCaughtUp(const KSScheduledItem& item) {
   if (!item.active()) return "the item is inactive";
   if (item.type() == ScheduleType::OnVolumeMount) return "a volume-mount item runs only when its volume is mounted";
   const std::pair<bool, const char*> emptySets[] = {{item.noMinuteIsSelected(), "minute"},
@@ -123,7 +123,43 @@ std::optional<std::string> whyNotCaughtUp(const KSScheduledItem& item) {
   for (const auto& [empty, name] : emptySets) {
     if (empty) return std::string("no ") + name + " is selected, and the missed check needs one in every set";
   }
+  if (!item.startDate()) return "the item has no start date, and the missed check needs one";
   return std::nullopt;
+}
+
+// Whether a sleep from just before the run to half a minute after it is
+// caught up at the wake: the missed check's search, from the last beat
+// before the run, finds it.
+bool caughtUpAfterSleep(const KSScheduledItem& item, TimeInterval run, const cctz::time_zone& zone) {
+  const TimeInterval wake = run + 30.5;
+  return item.previousScheduledDateBefore(wake, run - 0.5, wake, zone).has_value();
+}
+
+// Why the missed check does not find this run of an item it can catch up.
+std::string whyRunNotCaughtUp(const KSScheduledItem& item, TimeInterval run, const cctz::time_zone& zone) {
+  if (item.startDate() && item.startDate()->seconds > run) {
+    return "the missed check looks back no further than the start date, " +
+           formatInstant(item.startDate()->seconds, zone);
+  }
+  if (item.everyDayOfMonthIsSelected() || item.everyDayOfWeekIsSelected()) {
+    return "the missed check takes a day only when both its day of week and its day of month are selected";
+  }
+  return "the missed check's run dates do not include it";
+}
+
+// What a sleep across the runs listed for one item does.
+std::string catchUpLine(const KSScheduledItem& item, const std::vector<Run>& runs, const cctz::time_zone& zone) {
+  if (const auto reason = whyNeverCaughtUp(item)) return "not caught up, " + *reason;
+  std::vector<TimeInterval> missed;
+  for (const Run& run : runs) {
+    if (!caughtUpAfterSleep(item, run.date, zone)) missed.push_back(run.date);
+  }
+  if (missed.empty()) return "caught up at the wake";
+  const std::string reason = whyRunNotCaughtUp(item, missed.front(), zone);
+  if (missed.size() == runs.size()) return "not caught up, " + reason;
+  return "caught up at the wake, except at " + formatInstant(missed.front(), zone) +
+         (missed.size() > 1 ? " and " + std::to_string(missed.size() - 1) + " more of the runs above" : "") + ": " +
+         reason;
 }
 
 }  // namespace
@@ -181,10 +217,8 @@ void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index,
     std::cout << formatInstant(run.date, zone) << "  " << run.index + 1 << ". "
               << items[run.index]->description().value_or("") << "\n";
   }
-  if (!index) return;
-  const auto reason = whyNotCaughtUp(*items[*index]);
-  std::cout << "a run missed during a sleep: " << (reason ? "not caught up, " + *reason : "caught up at the wake")
-            << "\n";
+  if (!index || (runs.empty() && !whyNeverCaughtUp(*items[*index]))) return;
+  std::cout << "a run missed during a sleep: " << catchUpLine(*items[*index], runs, zone) << "\n";
 }
 
 }  // namespace halyard::tools::schedule
