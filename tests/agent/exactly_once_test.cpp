@@ -144,4 +144,15 @@ TEST(ExactlyOnce, ATypeThreeStartOnTheWholeMinuteRunsInThatMinute) {
   }
 }
 
+// In the hour that autumn repeats, a start in its second pass reads earlier
+// than the first pass's minutes: the item still waits for its start.
+TEST(ExactlyOnce, ATypeThreeItemIsNotHandedOverBeforeItsStartInARepeatedHour) {
+  const cctz::time_zone zone = loadTimeZone("Europe/Berlin").value();
+  const TimeInterval firstPass = wall(zone, 2026, 10, 25, 2, 30);                         // 02:30 CEST
+  auto item = timedItem("", 3, oneHour(2), minutes(30, 30), firstPass + 3600 - 20 * 60);  // 02:10 CET
+  ExactlyOnceWindow window;
+  window.setCovered(civilMinuteAt(firstPass - 60, zone));
+  EXPECT_TRUE(window.check({item}, firstPass + 0.05, zone, true).empty());
+}
+
 }  // namespace halyard::agent::testing

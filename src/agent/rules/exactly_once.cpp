@@ -14,6 +14,15 @@ CivilMinute toCivilMinute(const cctz::civil_second& civil) {
          civil.minute();
 }
 
+// A type-3 item is never handed over before its start date, whatever the
+// civil minutes say: in an hour that autumn repeats, a start in the second
+// pass reads earlier than the minutes of the first.
+bool begunBy(const KSScheduledItem& item, TimeInterval now) {
+  if (item.type() != ScheduleType::FromStartDate) return true;
+  const auto start = item.startDate();
+  return start && start->seconds < now;
+}
+
 }  // namespace
 
 CivilMinute civilMinuteAt(TimeInterval t, const cctz::time_zone& zone) {
@@ -47,7 +56,7 @@ ScheduleItems ExactlyOnceWindow::check(const ScheduleItems& items, TimeInterval 
   ScheduleItems due;
   if (active) {
     for (const auto& item : items) {
-      if (item && selectsCivilMinuteIn(*item, first, current, zone)) due.push_back(item);
+      if (item && begunBy(*item, now) && selectsCivilMinuteIn(*item, first, current, zone)) due.push_back(item);
     }
   }
   covered_ = std::max(covered_.value_or(current), current);
