@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "agent/preferences.h"
 #include "fileservices/document_alias.h"
 #include "foundation/file_io.h"
 #include "tools/cmd_schedule.h"
@@ -118,7 +119,13 @@ int runAction(const Options& options, const std::string& path, const cctz::time_
   if (action == "next") {
     const std::optional<std::size_t> one = index < items.size() ? std::optional(index) : std::nullopt;
     // Whole seconds: the listed dates then carry no stray fraction.
-    printNextRuns(items, one, options.count.value_or(one ? 5 : 10), options.json, std::floor(systemNow()), zone);
+    agent::Preferences preferences(agent::Preferences::defaultFilePath());
+    const NextRunsRequest request{
+        .index = one,
+        .count = options.count.value_or(one ? 5 : 10),
+        .json = options.json,
+        .exactlyOnce = preferences.boolValue(agent::prefs::kExactlyOnceScheduling).value_or(false)};
+    printNextRuns(items, request, std::floor(systemNow()), zone);
     return 0;
   }
   if (action == "add") items.push_back(std::make_shared<KSScheduledItem>(dateInUserZone(systemNow(), zone)));

@@ -46,8 +46,15 @@ void applyEdits(const ItemEdits& edits, KSScheduledItem& item, const cctz::time_
 // Output, in the user's zone.
 void printItems(const ScheduleItems& items, std::size_t first, std::size_t last, bool json, bool detailed,
                 const cctz::time_zone& zone);
-// The coming runs of one item (index given) or of the whole schedule.
-void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index, int count, bool json, TimeInterval now,
+// What `schedule next` lists: the coming runs of one item (index given) or
+// of the whole schedule.
+struct NextRunsRequest {
+  std::optional<std::size_t> index;
+  int count = 10;
+  bool json = false;
+  bool exactlyOnce = false;  // the agent's mode: a repeated minute runs at its first pass only
+};
+void printNextRuns(const ScheduleItems& items, const NextRunsRequest& request, TimeInterval now,
                    const cctz::time_zone& zone);
 
 }  // namespace halyard::tools::schedule

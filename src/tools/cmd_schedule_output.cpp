@@ -6,6 +6,7 @@
 #include <cmath>
 #include <iostream>
 
+#include "agent/rules/exactly_once.h"
 #include "foundation/json_writer.h"
 #include "schedule/minute_check.h"
 #include "tools/cmd_schedule.h"
@@ -96,16 +97,19 @@ struct Run {
 constexpr TimeInterval kBeatAfterSecond = 0.005;
 
 // Up to `count` minutes at which the agent's minute check will hand the item
-// over, from the whole minute `start`.
-void collectRuns(const KSScheduledItem& item, std::size_t index, int count, TimeInterval start,
+// over, from the whole minute `start`; in exactly-once mode a repeated
+// minute at its first pass only.
+void collectRuns(const KSScheduledItem& item, std::size_t index, const NextRunsRequest& request, TimeInterval start,
                  const cctz::time_zone& zone, std::vector<Run>& runs) {
   const MinuteCheckSearch search(item);
   TimeInterval after = start + kBeatAfterSecond;
-  for (int i = 0; i < count; ++i) {
+  for (int i = 0; i < request.count;) {
     auto beat = search.next(after, kDistantFuture, zone);
     if (!beat) return;
-    runs.push_back({std::floor(*beat), index});
     after = *beat + 60.0;
+    if (request.exactlyOnce && agent::firstPassOf(*beat, zone) < *beat) continue;
+    runs.push_back({std::floor(*beat), index});
+    ++i;
   }
 }
 
@@ -178,8 +182,10 @@ void printItems(const ScheduleItems& items, std::size_t first, std::size_t last,
   std::cout << writer.take() << "\n";
 }
 
-void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index, int count, bool json, TimeInterval now,
+void printNextRuns(const ScheduleItems& items, const NextRunsRequest& request, TimeInterval now,
                    const cctz::time_zone& zone) {
+  const std::optional<std::size_t> index = request.index;
+  const int count = request.count;
   // Runs are asked from now when its second of the minute is 0, else from
   // the next minute: add one minute, subtract the seconds (the fraction stays).
   const double unix = toUnixSeconds(now);
@@ -187,13 +193,13 @@ void printNextRuns(const ScheduleItems& items, std::optional<std::size_t> index,
   const TimeInterval start = second == 0 ? now : now + 60.0 - second;
   std::vector<Run> runs;
   for (std::size_t i = index.value_or(0); i < (index ? *index + 1 : items.size()); ++i) {
-    collectRuns(*items[i], i, count, start, zone, runs);
+    collectRuns(*items[i], i, request, start, zone, runs);
   }
   // The schedule's next runs: earliest first, and at the same minute the
   // item earlier in the schedule first.
   std::stable_sort(runs.begin(), runs.end(), [](const Run& a, const Run& b) { return a.date < b.date; });
   if (runs.size() > static_cast<std::size_t>(count)) runs.resize(static_cast<std::size_t>(count));
-  if (json) {
+  if (request.json) {
     JsonWriter writer;
     writer.beginArray();
     for (const Run& run : runs) {

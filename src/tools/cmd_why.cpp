@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "agent/preferences.h"
+#include "agent/rules/exactly_once.h"
 #include "agent/rules/run_explanation.h"
 #include "schedule/minute_check.h"
 #include "schedule/schedule_file.h"
@@ -40,6 +41,18 @@ bool namesSkippedWallTime(const std::string& text, const cctz::time_zone& zone) 
 
 std::string dateOrText(const std::optional<TimeInterval>& t, const cctz::time_zone& zone, const char* none) {
   return t ? formatInstant(std::floor(*t), zone) : none;
+}
+
+// The next minute-check hand-over from `after`; the exactly-once mode skips
+// the second pass of a repeated minute.
+std::optional<TimeInterval> nextHandOver(const KSScheduledItem& item, TimeInterval after, const cctz::time_zone& zone,
+                                         const agent::ExplanationContext& context) {
+  const MinuteCheckSearch search(item);
+  auto next = search.next(after, kDistantFuture, zone);
+  while (context.exactlyOnce && next && agent::firstPassOf(*next, zone) < *next) {
+    next = search.next(*next + 60, kDistantFuture, zone);
+  }
+  return next;
 }
 
 }  // namespace
@@ -86,17 +99,19 @@ int runWhy(const Arguments& args) {
   }
   const KSScheduledItem& item = *(*items)[index - 1];
   agent::Preferences preferences(agent::Preferences::defaultFilePath());
-  const bool schedulerActive = preferences.boolValue(agent::prefs::kSchedulerActive).value_or(true);
+  const agent::ExplanationContext context{
+      .schedulerActive = preferences.boolValue(agent::prefs::kSchedulerActive).value_or(true),
+      .exactlyOnce = preferences.boolValue(agent::prefs::kExactlyOnceScheduling).value_or(false),
+      .skippedMinute = at && namesSkippedWallTime(*at, zone)};
   const TimeInterval beat = minuteBeat(moment);
-  const auto explanation =
-      agent::explainMinuteCheck(item, beat, zone, schedulerActive, at && namesSkippedWallTime(*at, zone));
+  const auto explanation = agent::explainMinuteCheck(item, beat, zone, context);
   std::cout << "item " << index << " \"" << item.description().value_or("") << "\", type " << item.scheduleType()
             << "\n"
             << "last hand-over: "
-            << dateOrText(agent::lastMinuteCheckHandOver(item, minuteBeat(now), zone), zone, "none in the past year")
+            << dateOrText(agent::lastMinuteCheckHandOver(item, minuteBeat(now), zone, context.exactlyOnce), zone,
+                          "none in the past year")
             << "\n"
-            << "next hand-over: "
-            << dateOrText(MinuteCheckSearch(item).next(minuteBeat(now) + 60, kDistantFuture, zone), zone, "never")
+            << "next hand-over: " << dateOrText(nextHandOver(item, minuteBeat(now) + 60, zone, context), zone, "never")
             << "\n"
             << "at " << formatInstant(std::floor(beat), zone) << ": "
             << (explanation.handedOver ? "handed over: " : "not handed over: ") << explanation.rule << "\n";

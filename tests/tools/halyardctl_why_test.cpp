@@ -1,6 +1,7 @@
 // `halyardctl why` and `schedule next` as a user asks them about the items
 // people trip over: the default weekday item, an inactive one, a suspended
-// scheduler, a volume-mount item, a minute that daylight saving time skips.
+// scheduler, a volume-mount item, a minute that daylight saving time skips
+// or repeats.
 
 #include <gtest/gtest.h>
 
@@ -72,6 +73,22 @@ TEST_F(HalyardctlWhyTest, NamesTheRuleThatDecides) {
   EXPECT_NE(whole.find("item 1 \"new item\", type 5\nlast hand-over: "), std::string::npos) << whole;
   EXPECT_NE(whole.find("\nnext hand-over: "), std::string::npos) << whole;
   EXPECT_EQ(whole.find("never"), std::string::npos) << whole;
+}
+
+// The hour that autumn repeats runs at both passes, or in the exactly-once
+// mode at its first pass only; `schedule next` lists what the mode runs.
+TEST_F(HalyardctlWhyTest, ARepeatedHourRunsTwiceOrInTheExactlyOnceModeOnce) {
+  run("schedule add --description 1am --type 4 --hours 1 --minutes 30");
+  const std::string rule =
+      "handed over: the minute check hands it over (type 4: minute, hour and month selected, "
+      "every day); this minute occurs twice that night, and ";
+  EXPECT_EQ(verdict("5 --at 2026-11-01T01:30-05:00"), "at 2026-11-01 01:30:00 -0500: " + rule + "it runs at both\n");
+  run("config exactly-once on");
+  EXPECT_EQ(verdict("5 --at 2026-11-01T01:30-04:00"),
+            "at 2026-11-01 01:30:00 -0400: " + rule + "the exactly-once mode hands it over at this first pass only\n");
+  EXPECT_EQ(verdict("5 --at 2026-11-01T01:30-05:00"),
+            "at 2026-11-01 01:30:00 -0500: not handed over: this minute occurs twice that night, and the exactly-once "
+            "mode hands it over at its first pass only, an hour earlier\n");
 }
 
 TEST_F(HalyardctlWhyTest, ASuspendedSchedulerIsTheFirstRule) {

@@ -29,6 +29,13 @@ CivilMinute civilMinuteAt(TimeInterval t, const cctz::time_zone& zone) {
   return toCivilMinute(cctz::convert(splitInstant(t).seconds, zone));
 }
 
+TimeInterval firstPassOf(TimeInterval t, const cctz::time_zone& zone) {
+  const SplitInstant split = splitInstant(t);
+  const auto lookup = zone.lookup(cctz::convert(split.seconds, zone));
+  if (lookup.kind != cctz::time_zone::civil_lookup::REPEATED) return t;
+  return joinInstant(std::min(lookup.pre, lookup.post), split.fraction);
+}
+
 bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilMinute last,
                           const cctz::time_zone& zone) {
   const auto pattern = minuteCheckPattern(item);

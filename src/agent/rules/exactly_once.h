@@ -45,6 +45,11 @@ class ExactlyOnceWindow {
   std::optional<CivilMinute> covered_;
 };
 
+// The first instant that reads the same wall-clock minute and second as `t`:
+// `t` itself unless the zone repeats that minute (an autumn change). The
+// exactly-once mode hands a repeated minute over at its first pass only.
+TimeInterval firstPassOf(TimeInterval t, const cctz::time_zone& zone);
+
 // Whether the minute check's pattern of the item selects any civil minute in
 // [first, last].
 bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilMinute last,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "agent/rules/exactly_once.h"
 #include "schedule/minute_check.h"
 #include "volumes/volume_specifier.h"
 
@@ -82,15 +83,19 @@ RunExplanation volumeMountRule(const KSScheduledItem& item, TimeInterval at) {
 }  // namespace
 
 RunExplanation explainMinuteCheck(const KSScheduledItem& item, TimeInterval at, const cctz::time_zone& zone,
-                                  bool schedulerActive, bool skippedMinute) {
-  if (!schedulerActive) return {false, "the scheduler is suspended: no check hands anything over"};
+                                  const ExplanationContext& context) {
+  if (!context.schedulerActive) return {false, "the scheduler is suspended: no check hands anything over"};
   if (!item.active()) return {false, "the item is inactive"};
   if (item.type() == ScheduleType::OnVolumeMount) return volumeMountRule(item, at);
   if (!isNamedScheduleType(item.type())) {
     return {false, "type " + std::to_string(item.scheduleType()) +
                        " is none of 3 to 7: the minute check never selects it (a missed check after a sleep can)"};
   }
-  if (skippedMinute) return {false, "that minute does not occur: daylight saving time skips it"};
+  if (context.skippedMinute) {
+    return {false, context.exactlyOnce ? "that minute does not occur: daylight saving time skips it, and the "
+                                         "exactly-once mode hands what it selects over right after the change"
+                                       : "that minute does not occur: daylight saving time skips it"};
+  }
   const cctz::civil_second civil = cctz::convert(splitInstant(at).seconds, zone);
   if (item.type() == ScheduleType::FromStartDate) {
     const auto start = item.startDate();
@@ -102,14 +107,20 @@ RunExplanation explainMinuteCheck(const KSScheduledItem& item, TimeInterval at, 
   std::string rule = "the minute check hands it over (" + typeRule(item.type()) + ")";
   const auto lookup =
       zone.lookup(cctz::civil_second(civil.year(), civil.month(), civil.day(), civil.hour(), civil.minute(), 0));
-  if (lookup.kind == cctz::time_zone::civil_lookup::REPEATED) {
-    rule += "; this minute occurs twice that night, and it runs at both";
+  if (lookup.kind != cctz::time_zone::civil_lookup::REPEATED) return {true, rule};
+  if (!context.exactlyOnce) return {true, rule + "; this minute occurs twice that night, and it runs at both"};
+  if (firstPassOf(at, zone) < at) {
+    return {false,
+            "this minute occurs twice that night, and the exactly-once mode hands it over at its first "
+            "pass only, an hour earlier"};
   }
-  return {true, rule};
+  return {true, rule +
+                    "; this minute occurs twice that night, and the exactly-once mode hands it over at this "
+                    "first pass only"};
 }
 
 std::optional<TimeInterval> lastMinuteCheckHandOver(const KSScheduledItem& item, TimeInterval now,
-                                                    const cctz::time_zone& zone) {
+                                                    const cctz::time_zone& zone, bool exactlyOnce) {
   auto pattern = minuteCheckPattern(item);
   if (!pattern) return std::nullopt;
   const auto start = item.startDate();
@@ -118,7 +129,7 @@ std::optional<TimeInterval> lastMinuteCheckHandOver(const KSScheduledItem& item,
   pattern->startDate = item.type() == ScheduleType::FromStartDate ? std::max(start->seconds, yearAgo) : yearAgo;
   const auto found = previousScheduledDateBefore(*pattern, now, std::nullopt, now, zone);
   if (!found || *found <= *pattern->startDate) return std::nullopt;
-  return found;
+  return exactlyOnce ? firstPassOf(*found, zone) : *found;
 }
 
 }  // namespace halyard::agent

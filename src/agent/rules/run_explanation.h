@@ -19,14 +19,21 @@ struct RunExplanation {
   std::string rule;  // one sentence, no final full stop
 };
 
-// Whether the minute check at the beat of `at`'s minute hands the item over.
-// `at` is an instant; `skippedMinute` says that the wall time the user named
-// does not occur in the zone (it lies in a skipped hour).
-RunExplanation explainMinuteCheck(const KSScheduledItem& item, TimeInterval at, const cctz::time_zone& zone,
-                                  bool schedulerActive, bool skippedMinute);
+// How the agent is set, and what the user named.
+struct ExplanationContext {
+  bool schedulerActive = true;
+  bool exactlyOnce = false;
+  bool skippedMinute = false;  // the wall time named does not occur in the zone
+};
 
-// The last minute-check hand-over before `now` (within about a year), or absent.
+// Whether the minute check at the beat of `at`'s minute hands the item over
+// (`at` an instant).
+RunExplanation explainMinuteCheck(const KSScheduledItem& item, TimeInterval at, const cctz::time_zone& zone,
+                                  const ExplanationContext& context);
+
+// The last hand-over by the minute check before `now` (within about a year),
+// or absent; in exactly-once mode a repeated minute's first pass.
 std::optional<TimeInterval> lastMinuteCheckHandOver(const KSScheduledItem& item, TimeInterval now,
-                                                    const cctz::time_zone& zone);
+                                                    const cctz::time_zone& zone, bool exactlyOnce);
 
 }  // namespace halyard::agent
