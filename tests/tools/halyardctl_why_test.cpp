@@ -83,6 +83,12 @@ TEST_F(HalyardctlWhyTest, ARepeatedHourRunsTwiceOrInTheExactlyOnceModeOnce) {
       "handed over: the minute check hands it over (type 4: minute, hour and month selected, "
       "every day); this minute occurs twice that night, and ";
   EXPECT_EQ(verdict("5 --at 2026-11-01T01:30-05:00"), "at 2026-11-01 01:30:00 -0500: " + rule + "it runs at both\n");
+  run({"schedule", "add", "--description", "starts between", "--type", "3", "--hours", "1", "--minutes", "30",
+       "--start-date", "2026-11-01 01:45"});
+  EXPECT_EQ(verdict("6 --at 2026-11-01T01:30-05:00"),
+            "at 2026-11-01 01:30:00 -0500: handed over: the minute check hands it over (type 3: minute, hour and "
+            "month selected, after the start date); this minute occurs twice that night, and it runs at this second "
+            "pass only: the first comes before its start date\n");
   run("config exactly-once on");
   EXPECT_EQ(verdict("5 --at 2026-11-01T01:30-04:00"),
             "at 2026-11-01 01:30:00 -0400: " + rule + "the exactly-once mode hands it over at this first pass only\n");

@@ -108,7 +108,14 @@ RunExplanation explainMinuteCheck(const KSScheduledItem& item, TimeInterval at, 
   const auto lookup =
       zone.lookup(cctz::civil_second(civil.year(), civil.month(), civil.day(), civil.hour(), civil.minute(), 0));
   if (lookup.kind != cctz::time_zone::civil_lookup::REPEATED) return {true, rule};
-  if (!context.exactlyOnce) return {true, rule + "; this minute occurs twice that night, and it runs at both"};
+  if (!context.exactlyOnce) {
+    const auto start = item.startDate();
+    const bool firstPassBeforeStart =
+        item.type() == ScheduleType::FromStartDate && start && !(start->seconds < firstPassOf(at, zone));
+    return {true, rule + (firstPassBeforeStart ? "; this minute occurs twice that night, and it runs at this second "
+                                                 "pass only: the first comes before its start date"
+                                               : "; this minute occurs twice that night, and it runs at both")};
+  }
   if (firstPassOf(at, zone) < at) {
     return {false,
             "this minute occurs twice that night, and the exactly-once mode hands it over at its first "
