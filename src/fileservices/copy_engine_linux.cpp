@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -46,8 +47,19 @@ int refuseInside(const CopyEngineSetup& setup, const std::string& src, const std
   return kDestinationInsideSourceErr;
 }
 
-// A partial ".NAME.halyard-partial-PID-..." whose process is gone was left
-// by a copy that was killed: the next copy to NAME removes it.
+// Whether another copy holds the partial's lock. Only files and folders are
+// opened to ask: opening a device can act on it.
+bool lockedByItsCopy(int folderFd, const std::string& name) {
+  struct stat st {};
+  if (fstatat(folderFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) return false;
+  UniqueFd item(openat(folderFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  return item.valid() && flock(item.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+// A partial ".NAME.halyard-partial-PID-..." whose process is gone and whose
+// lock nobody holds was left by a copy that was killed: the next copy to
+// NAME removes it.
 void removeStalePartials(int folderFd, const std::string& folderPath, const std::string& destName,
                          const CopyEngineSetup& setup) {
   const std::string prefix = partialPrefixFor(destName);
@@ -57,6 +69,7 @@ void removeStalePartials(int folderFd, const std::string& folderPath, const std:
     if (name.compare(0, prefix.size(), prefix) != 0) continue;
     const long pid = std::strtol(name.c_str() + prefix.size(), nullptr, 10);
     if (pid <= 0 || pid == getpid() || kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) continue;
+    if (lockedByItsCopy(folderFd, name)) continue;
     CopyEngineSetup quiet = setup;
     quiet.report = nullptr;
     (void)removeEntry(folderFd, name, joinPath(folderPath, name), quiet, {.clearLocks = true, .makeWritable = true});

@@ -26,6 +26,10 @@ int copyFileData(int in, int out, const struct stat& st, const CopyEngineSetup& 
 
 // The hidden name ".NAME.halyard-partial-" that every partial of a
 // destination named NAME starts with; the owner's process id follows it.
+// The owner also holds an exclusive flock on the partial (a file or a
+// folder): a process id names no process in another PID namespace or on
+// another host sharing the folder, a held lock tells the partial is in use
+// anywhere.
 std::string partialPrefixFor(const std::string& destName);
 
 class TreeCopier {
@@ -55,6 +59,7 @@ class TreeCopier {
   int copyNode(const Item& src, const Item& dest, const std::string& relative);
   int copyItemAt(const Item& src, const Item& dest, const std::string& relative);
   int created(int rc);
+  void holdPartial(int fd);
   int copyFile(const Item& src, const Item& dest, const struct stat& st, const std::string& relative);
   int copyFolder(const Item& src, const Item& dest, const struct stat& st, const std::string& relative);
   int copyOther(const Item& src, const Item& dest, const struct stat& st);
@@ -74,7 +79,8 @@ class TreeCopier {
   CopiedItems* const moved_;
   bool madeTop_ = false;
   std::string partialName_;
-  int rootFd_ = -1;  // the partial folder, while its tree is copied
+  int rootFd_ = -1;       // the partial folder, while its tree is copied
+  UniqueFd partialLock_;  // an exclusive flock on the partial while this copy lives
   unsigned topFlags_ = 0;
   TreeCount count_;
   std::map<std::pair<dev_t, ino_t>, std::string> linked_;  // first copy of each hard-linked file

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -116,6 +117,11 @@ int TreeCopier::created(int rc) {
   return rc;
 }
 
+void TreeCopier::holdPartial(int fd) {
+  partialLock_ = UniqueFd(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+  if (partialLock_.valid()) (void)flock(partialLock_.get(), LOCK_EX | LOCK_NB);
+}
+
 // The first item that fails is the one the failure names (a name taken by
 // another item is not a failure yet: the partial gets another name).
 int TreeCopier::copyNode(const Item& src, const Item& dest, const std::string& relative) {
@@ -158,6 +164,7 @@ int TreeCopier::copyFile(const Item& src, const Item& dest, const struct stat& s
   if (!S_ISREG(opened.st_mode)) return ENOENT;  // replaced since it was examined
   UniqueFd out(openat(dest.dirFd, dest.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (int rc = created(out.valid() ? 0 : errno)) return rc;
+  if (relative.empty()) holdPartial(out.get());
   if (opened.st_size > static_cast<off_t>(setup_.bufferSize)) posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   if (int rc = copyFileData(in.get(), out.get(), opened, setup_)) return rc;
   if (int rc = applyMetadata(in.get(), out.get(), st, dest.path, relative.empty())) return rc;
@@ -183,7 +190,10 @@ int TreeCopier::copyFolder(const Item& src, const Item& dest, const struct stat&
   if (int rc = created(mkdirat(dest.dirFd, dest.name.c_str(), S_IRWXU) == 0 ? 0 : errno)) return rc;
   UniqueFd out;
   if (int rc = openFolderAt(dest.dirFd, dest.name, out)) return rc;
-  if (relative.empty()) rootFd_ = out.get();
+  if (relative.empty()) {
+    rootFd_ = out.get();
+    holdPartial(out.get());
+  }
   std::vector<std::string> names;
   if (int rc = listFolder(in.get(), names)) return rc;
   for (const std::string& name : names) {

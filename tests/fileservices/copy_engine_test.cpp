@@ -4,8 +4,10 @@
 // refusals, temporary names, and walks that meet a folder swapped for a
 // symbolic link.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -24,6 +26,7 @@
 #include "fileservices/test_folder.h"
 #include "fileservices/vt_file_manager.h"
 #include "foundation/log_sink.h"
+#include "foundation/unique_handle.h"
 
 namespace halyard::fileservices {
 namespace {
@@ -199,10 +202,17 @@ TEST(CopyEngineTemporary, AStalePartialOfADeadProcessIsRemovedByTheNextCopy) {
   folder.writeFile(fs::path(stale).filename().string() + "/ro/x", "partial");
   chmod((stale + "/ro").c_str(), 0555);
   folder.writeFile(fs::path(alive).filename(), "pid 1 is alive");
+  // A copy in another PID namespace: its process id names nobody here, but
+  // it holds the partial's lock.
+  const std::string elsewhere = folder.path(".b.txt.halyard-partial-" + std::to_string(child) + "-8899aabbccddeeff");
+  folder.writeFile(fs::path(elsewhere).filename(), "copying");
+  UniqueFd held(open(elsewhere.c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
   Engine engine;
   ASSERT_EQ(copyItem(folder.path("a.txt"), folder.path("b.txt"), engine.setup), 0);
   EXPECT_FALSE(fs::exists(stale));
   EXPECT_TRUE(fs::exists(alive));
+  EXPECT_TRUE(fs::exists(elsewhere));
 }
 
 // The hook swaps the folder for a link to a folder outside the tree after
