@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 
 #include "fileservices/copy_engine.h"
 #include "fileservices/copy_engine_tree.h"
@@ -161,9 +163,23 @@ int refuseSameItem(const CopyEngineSetup& setup, const std::string& src, const s
   return EEXIST;
 }
 
+// A walk holds two descriptors per level of the tree: a tree some 500
+// folders deep needs more than the usual soft limit of 1,024, and the hard
+// limit, far higher, is the process's to take.
+void allowDeepTrees() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max) return;
+    limit.rlim_cur = limit.rlim_max;
+    (void)setrlimit(RLIMIT_NOFILE, &limit);
+  });
+}
+
 }  // namespace
 
 int copyItem(const std::string& src, const std::string& dest, const CopyEngineSetup& setup) {
+  allowDeepTrees();
   struct stat st {
   }, existing{};
   if (lstat(src.c_str(), &st) != 0) return errno;
@@ -173,6 +189,7 @@ int copyItem(const std::string& src, const std::string& dest, const CopyEngineSe
 }
 
 int moveItem(const std::string& src, const std::string& dest, const CopyEngineSetup& setup) {
+  allowDeepTrees();
   struct stat st {
   }, existing{};
   if (lstat(src.c_str(), &st) != 0) return errno;
@@ -193,6 +210,7 @@ int moveItem(const std::string& src, const std::string& dest, const CopyEngineSe
 }
 
 int removeItem(const std::string& path, const CopyEngineSetup& setup) {
+  allowDeepTrees();
   struct stat st {};
   if (lstat(path.c_str(), &st) != 0) return errno;
   UniqueFd folder;

@@ -9,6 +9,7 @@
 #include <linux/fs.h>
 #include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -170,6 +171,33 @@ TEST(CopyEngineTree, SparseHardLinkedAndLockedItemsInsideATreeAreKept) {
     EXPECT_TRUE(isLocked(folder.path("copy/deep/locked")));
   }
   EXPECT_TRUE(engine.report.losses.empty()) << engine.report.losses.front();
+}
+
+// Two descriptors stay open per level of a walk: 700 levels need more than
+// a soft limit of 1,024. The child process lowers its own limit to that.
+TEST(CopyEngineTree, ATreeDeeperThanTheSoftLimitOfDescriptorsAllowsIsCopiedAndRemoved) {
+  TestFolder folder;
+  std::string deep = "tree";
+  for (int level = 0; level < 700; ++level) deep += "/d";
+  folder.writeFile(deep + "/leaf", "leaf");
+  const pid_t child = fork();
+  if (child == 0) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_max < 2048) _exit(2);
+    limit.rlim_cur = 1024;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    Engine engine;
+    const bool done = copyItem(folder.path("tree"), folder.path("copy"), engine.setup) == 0 &&
+                      removeItem(folder.path("tree"), engine.setup) == 0;
+    _exit(done ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (WEXITSTATUS(status) == 2) GTEST_SKIP() << "the hard limit of open files is below 2,048 here";
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(contentsOf(folder.path("copy" + deep.substr(4) + "/leaf")), "leaf");
+  EXPECT_FALSE(fs::exists(folder.path("tree")));
 }
 
 TEST(CopyEngineTemporary, ACollisionKeepsWhatWasThereAndAFailureRemovesOnlyItsOwnPartial) {
