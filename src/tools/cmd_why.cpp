@@ -113,8 +113,10 @@ int runWhy(const Arguments& args) {
             << "\n"
             << "next hand-over: " << dateOrText(nextHandOver(item, minuteBeat(now) + 60, zone, context), zone, "never")
             << "\n"
-            << "at " << formatInstant(std::floor(beat), zone) << ": "
-            << (explanation.handedOver ? "handed over: " : "not handed over: ") << explanation.rule << "\n";
+            << "at "
+            << (context.skippedMinute ? *at + ", a wall time that does not occur here"
+                                      : formatInstant(std::floor(beat), zone))
+            << ": " << (explanation.handedOver ? "handed over: " : "not handed over: ") << explanation.rule << "\n";
   return 0;
 }
 

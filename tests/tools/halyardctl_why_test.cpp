@@ -60,7 +60,8 @@ TEST_F(HalyardctlWhyTest, NamesTheRuleThatDecides) {
        "at 2026-03-04 09:00:00 -0500: not handed over: a volume-mount item (type 6) runs when a target volume is "
        "mounted, never by the minute; neither mount trigger is set, so it never runs\n"},
       {"4 --at 2026-03-08T02:30",
-       "at 2026-03-08 03:30:00 -0400: not handed over: that minute does not occur: daylight saving time skips it\n"},
+       "at 2026-03-08T02:30, a wall time that does not occur here: not handed over: that minute does not occur: the "
+       "zone's clocks skip it\n"},
       {"4 --at 2026-11-01T02:30",
        "at 2026-11-01 02:30:00 -0500: handed over: the minute check hands it over (type 4: "
        "minute, hour and month selected, every day)\n"},

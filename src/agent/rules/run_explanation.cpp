@@ -92,9 +92,9 @@ RunExplanation explainMinuteCheck(const KSScheduledItem& item, TimeInterval at, 
                        " is none of 3 to 7: the minute check never selects it (a missed check after a sleep can)"};
   }
   if (context.skippedMinute) {
-    return {false, context.exactlyOnce ? "that minute does not occur: daylight saving time skips it, and the "
+    return {false, context.exactlyOnce ? "that minute does not occur: the zone's clocks skip it, and the "
                                          "exactly-once mode hands what it selects over right after the change"
-                                       : "that minute does not occur: daylight saving time skips it"};
+                                       : "that minute does not occur: the zone's clocks skip it"};
   }
   const cctz::civil_second civil = cctz::convert(splitInstant(at).seconds, zone);
   if (item.type() == ScheduleType::FromStartDate) {

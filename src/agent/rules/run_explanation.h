@@ -2,7 +2,7 @@
 // Why the agent would or would not hand an item over at a moment, by the
 // rule that decides: the scheduler suspended, the item inactive, its type,
 // its start date, a set with nothing or not that value selected, the day
-// rule of its type, a minute that daylight saving time skips; and, for a
+// rule of its type, a minute that the zone's clocks skip; and, for a
 // volume-mount item, whether its target volumes are mounted.
 
 #include <optional>
