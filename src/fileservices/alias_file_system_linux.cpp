@@ -40,7 +40,7 @@ class LinuxAliasFileSystem final : public AliasFileSystem {
   std::optional<AliasVolume> volumeOf(const std::string& path) const override {
     const auto place = machine_->placeOf(path);
     if (!place) return std::nullopt;
-    const auto table = machine_->mountTable();
+    const auto table = mountsInReach(machine_->mountTable());
     const MountEntry* mount = mountHolding(table, *place);
     if (!mount) return std::nullopt;
     const std::string below = withoutLeadingSlash(place->resolvedPath.substr(
@@ -52,7 +52,7 @@ class LinuxAliasFileSystem final : public AliasFileSystem {
   std::optional<std::string> pathOnVolume(const std::string& uuid, const std::string& relativePath) const override {
     const std::string onTop = "/" + relativePath;
     std::map<std::uint64_t, std::optional<std::string>> uuids;
-    for (const MountEntry& mount : machine_->mountTable()) {
+    for (const MountEntry& mount : mountsInReach(machine_->mountTable())) {
       if (!isWithinFolder(onTop, mount.root)) continue;
       auto known = uuids.find(mount.sourceDevice);
       if (known == uuids.end()) known = uuids.emplace(mount.sourceDevice, uuidOf(*machine_, mount)).first;

@@ -3,6 +3,7 @@
 // volumes that can, with their identity fields as the agent's mount check
 // sees them.
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 
@@ -94,9 +95,10 @@ struct Verdict {
   std::string whyNot;  // empty when the mount can start an item
 };
 
-// A mount event comes only for a volume's first mount, and a volume is
-// recognised again only by a record with a name.
-Verdict verdictOf(const std::vector<MountEntry>& table, const MountEntry& mount,
+// A mount event comes only for a volume's first mount in reach, and a
+// volume is recognised again only by a record with a name. `reachable` is
+// the table's mounts in reach.
+Verdict verdictOf(const std::vector<MountEntry>& reachable, const MountEntry& mount,
                   const std::shared_ptr<fileservices::VTFileManager>& fileManager) {
   switch (kindOfMount(mount)) {
     case MountKind::PseudoFileSystem:
@@ -106,7 +108,10 @@ Verdict verdictOf(const std::vector<MountEntry>& table, const MountEntry& mount,
     case MountKind::Volume:
       break;
   }
-  if (const MountEntry& standing = canonicalMount(table, mount); standing.mountID != mount.mountID) {
+  const bool inReach = std::any_of(reachable.begin(), reachable.end(),
+                                   [&](const MountEntry& entry) { return entry.mountID == mount.mountID; });
+  if (!inReach) return {nullptr, "out of reach: a later mount covers it"};
+  if (const MountEntry& standing = canonicalMount(reachable, mount); standing.mountID != mount.mountID) {
     return {nullptr, "another mount of the volume at " + standing.mountPoint};
   }
   auto record = VolumeSpecifier::volumeSpecifierWithPath(mount.mountPoint, fileManager);
@@ -150,8 +155,9 @@ int runVolumes(const Arguments& args) {
   JsonWriter writer;
   if (json) writer.beginArray();
   const auto table = linuxVolumeQueries()->mountTable();
+  const auto reachable = mountsInReach(table);
   for (const MountEntry& mount : table) {
-    const auto verdict = volumes::verdictOf(table, mount, fileManager);
+    const auto verdict = volumes::verdictOf(reachable, mount, fileManager);
     if (json) {
       volumes::writeVerdict(writer, mount, verdict);
     } else {

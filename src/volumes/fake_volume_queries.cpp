@@ -2,6 +2,8 @@
 
 #include <cerrno>
 
+#include "volumes/mount_table.h"
+
 namespace halyard {
 namespace {
 
@@ -12,11 +14,6 @@ std::string parentOf(const std::string& path) {
 }
 
 std::string nameOf(const std::string& path) { return path.substr(path.find_last_of('/') + 1); }
-
-bool isWithin(const std::string& path, const std::string& folder) {
-  if (folder == "/") return !path.empty() && path.front() == '/';
-  return path.compare(0, folder.size(), folder) == 0 && (path.size() == folder.size() || path[folder.size()] == '/');
-}
 
 }  // namespace
 
@@ -39,10 +36,20 @@ FakeVolume fakeVolume(const std::string& label, std::uint64_t device, const std:
 
 std::vector<MountEntry> FakeVolumeQueries::mountTable() const {
   ++mountTableReads;
+  return table();
+}
+
+std::vector<MountEntry> FakeVolumeQueries::table() const {
   std::vector<MountEntry> table;
   for (const FakeVolume& volume : volumes) {
-    table.push_back(volume.mount);
-    table.back().mountID = mountIDOf(volume);
+    MountEntry entry = volume.mount;
+    entry.mountID = mountIDOf(volume);
+    if (entry.parentID == 0) {
+      const auto reachable = mountsInReach(table);
+      const MountEntry* parent = mountHolding(reachable, {std::nullopt, entry.mountPoint});
+      entry.parentID = parent ? parent->mountID : 0;
+    }
+    table.push_back(std::move(entry));
   }
   return table;
 }
@@ -71,12 +78,13 @@ const FakeVolume* FakeVolumeQueries::volumeOfDevice(std::uint64_t device) const 
 
 const FakeVolume* FakeVolumeQueries::holderOf(const std::string& path) const {
   if (!exists(path)) return nullptr;
-  const FakeVolume* holder = nullptr;
+  const auto reachable = mountsInReach(table());
+  const MountEntry* mount = mountHolding(reachable, {std::nullopt, path});
+  if (!mount) return nullptr;
   for (const FakeVolume& volume : volumes) {
-    if (!isWithin(path, volume.mount.mountPoint)) continue;
-    if (!holder || volume.mount.mountPoint.size() > holder->mount.mountPoint.size()) holder = &volume;
+    if (mountIDOf(volume) == mount->mountID) return &volume;
   }
-  return holder;
+  return nullptr;
 }
 
 std::optional<PathPlace> FakeVolumeQueries::placeOf(const std::string& path) const {
@@ -100,10 +108,9 @@ std::optional<FileSystemStats> FakeVolumeQueries::fileSystemStats(const std::str
 }
 
 std::optional<KernelTime> FakeVolumeQueries::birthTime(const std::string& path) const {
-  for (const FakeVolume& volume : volumes) {
-    if (volume.mount.mountPoint == path) return volume.birth;
-  }
-  return std::nullopt;
+  const FakeVolume* holder = holderOf(path);
+  if (!holder || holder->mount.mountPoint != path) return std::nullopt;
+  return holder->birth;
 }
 
 DeviceProperties FakeVolumeQueries::deviceProperties(const MountEntry& mount) const {

@@ -3,12 +3,14 @@
 // the volume logic. Each volume is one mount with its file-system statistics,
 // root birth time and device properties; `files` gives the paths that exist
 // beside the mount points, with their file numbers (folders are the parents
-// of the files listed). A path belongs to the volume with the longest mount
-// point that holds it; its st_dev can be told to differ from the mount
-// table's device number, as btrfs and overlayfs do. Mounts without a mount
-// ID get one from their place in the list. It counts how often the mount
-// table is read, so that a test can tell whether a check looked at the
-// machine.
+// of the files listed). The volumes are mounted in the list's order, as the
+// kernel mounts: each on the mount its mount point reached then, so that a
+// later one at the same point or at a folder above covers it. A path belongs
+// to the mount in reach with the longest mount point that holds it; its
+// st_dev can be told to differ from the mount table's device number, as
+// btrfs and overlayfs do. Mounts without a mount ID get one from their place
+// in the list. It counts how often the mount table is read, so that a test
+// can tell whether a check looked at the machine.
 //
 //   auto machine = std::make_shared<FakeVolumeQueries>();
 //   machine->volumes.push_back({.mount = {.source = "/dev/sdb1", .mountPoint = "/media/u/Backup", ...}});
@@ -51,6 +53,7 @@ class FakeVolumeQueries final : public VolumeQueries {
   std::string defaultUserPath() const override { return home; }
 
  private:
+  std::vector<MountEntry> table() const;
   bool exists(const std::string& path) const;
   const FakeVolume* volumeOfDevice(std::uint64_t device) const;
   const FakeVolume* holderOf(const std::string& path) const;

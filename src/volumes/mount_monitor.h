@@ -1,9 +1,11 @@
 #pragma once
 // MountMonitor: watches the kernel's mount table through libmount's monitor
-// and reports the volumes that appear: each new mount point that
-// mountedLocalVolumePaths would list (pseudo file systems and second mounts
-// of a mounted file system never count). The owner waits on fd() in its
-// event loop and calls takeNewMountPoints() when it becomes readable.
+// and reports the volumes that appear: each volume that mountedLocalVolumePaths
+// lists now and that was mounted nowhere at the previous look, at its mount
+// point (pseudo file systems, second mounts of a mounted file system, and a
+// volume left at one of its mount points or moved never count). The owner
+// waits on fd() in its event loop and calls takeNewMountPoints() when it
+// becomes readable.
 //
 //   auto monitor = MountMonitor::open(linuxVolumeQueries());
 //   if (monitor) loop.watch((*monitor)->fd(), [&] { for (auto& p : (*monitor)->takeNewMountPoints()) use(p); });

@@ -1,12 +1,16 @@
 #include "volumes/mount_table.h"
 
+#include <algorithm>
 #include <charconv>
+#include <unordered_map>
 
 namespace halyard {
 namespace {
 
 // A table with more lines than this is not the kernel's; the rest is dropped.
 constexpr std::size_t kMaxMounts = 1 << 16;
+// Mounts stacked deeper than this are not followed further up.
+constexpr std::size_t kMaxMountDepth = 256;
 
 std::vector<std::string_view> splitFields(std::string_view line) {
   std::vector<std::string_view> fields;
@@ -47,7 +51,10 @@ std::optional<MountEntry> parseLine(std::string_view line) {
   while (dash < fields.size() && fields[dash] != "-") ++dash;
   if (dash + 2 >= fields.size()) return std::nullopt;
   MountEntry entry;
-  if (!parseNumber(fields[0], entry.mountID) || !parseDevice(fields[2], entry.device)) return std::nullopt;
+  if (!parseNumber(fields[0], entry.mountID) || !parseNumber(fields[1], entry.parentID) ||
+      !parseDevice(fields[2], entry.device)) {
+    return std::nullopt;
+  }
   entry.root = unescapeMountField(fields[3]);
   entry.mountPoint = unescapeMountField(fields[4]);
   entry.fsType = unescapeMountField(fields[dash + 1]);
@@ -60,7 +67,60 @@ std::optional<MountEntry> parseLine(std::string_view line) {
   return entry;
 }
 
+using MountsByID = std::unordered_map<std::uint64_t, const MountEntry*>;
+using MountsByPoint = std::unordered_multimap<std::string_view, const MountEntry*>;
+
+// The IDs of `mount` and of the mounts it was mounted on, up to a parent
+// the table does not show (the root's); an ID met twice ends the walk.
+std::vector<std::uint64_t> ancestryOf(const MountsByID& byID, const MountEntry& mount) {
+  std::vector<std::uint64_t> ancestry{mount.mountID};
+  for (auto parent = byID.find(mount.parentID); parent != byID.end() && ancestry.size() < kMaxMountDepth;
+       parent = byID.find(parent->second->parentID)) {
+    if (std::find(ancestry.begin(), ancestry.end(), parent->first) != ancestry.end()) break;
+    ancestry.push_back(parent->first);
+  }
+  return ancestry;
+}
+
+// "/", "/a" and "/a/b" for "/a/b": the folders whose mounts cover it.
+std::vector<std::string_view> foldersHolding(std::string_view path) {
+  std::vector<std::string_view> folders{"/"};
+  for (std::size_t slash = path.find('/', 1); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
+    folders.push_back(path.substr(0, slash));
+  }
+  if (path.size() > 1) folders.push_back(path);
+  return folders;
+}
+
+bool isCovered(const MountsByID& byID, const MountsByPoint& byPoint, const MountEntry& mount) {
+  const auto ancestry = ancestryOf(byID, mount);
+  const auto inAncestry = [&](std::uint64_t id) {
+    return std::find(ancestry.begin(), ancestry.end(), id) != ancestry.end();
+  };
+  for (std::string_view folder : foldersHolding(mount.mountPoint)) {
+    const auto [first, last] = byPoint.equal_range(folder);
+    for (auto other = first; other != last; ++other) {
+      if (!inAncestry(other->second->mountID) && inAncestry(other->second->parentID)) return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
+
+std::vector<MountEntry> mountsInReach(const std::vector<MountEntry>& table) {
+  MountsByID byID;
+  MountsByPoint byPoint;
+  for (const MountEntry& entry : table) {
+    byID.emplace(entry.mountID, &entry);
+    byPoint.emplace(entry.mountPoint, &entry);
+  }
+  std::vector<MountEntry> reachable;
+  for (const MountEntry& entry : table) {
+    if (!isCovered(byID, byPoint, entry)) reachable.push_back(entry);
+  }
+  return reachable;
+}
 
 std::string unescapeMountField(std::string_view field) {
   std::string out;

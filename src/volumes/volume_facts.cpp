@@ -78,7 +78,7 @@ std::optional<VolumeLocation> locateMount(const VolumeQueries& queries, const st
 std::optional<VolumeLocation> locateVolume(const VolumeQueries& queries, const std::string& path) {
   const auto place = queries.placeOf(path);
   if (!place) return std::nullopt;
-  const auto table = queries.mountTable();
+  const auto table = mountsInReach(queries.mountTable());
   const MountEntry* mount = mountHolding(table, *place);
   if (!mount) return std::nullopt;
   return locateMount(queries, table, *mount);

@@ -5,6 +5,8 @@
 #include <set>
 #include <utility>
 
+#include "volumes/mount_table.h"
+
 namespace halyard {
 namespace {
 
@@ -94,12 +96,13 @@ const MountEntry& canonicalMount(const std::vector<MountEntry>& table, const Mou
 }
 
 std::vector<MountEntry> localVolumeMounts(const std::vector<MountEntry>& table) {
+  const std::vector<MountEntry> reachable = mountsInReach(table);
   std::vector<MountEntry> volumes;
   std::set<std::pair<std::uint64_t, std::string>> seen;
-  for (const MountEntry& entry : table) {
+  for (const MountEntry& entry : reachable) {
     if (kindOfMount(entry) != MountKind::Volume) continue;
     if (!seen.emplace(entry.device, volumeRootOf(entry)).second) continue;
-    volumes.push_back(canonicalMount(table, entry));
+    volumes.push_back(canonicalMount(reachable, entry));
   }
   std::stable_partition(volumes.begin(), volumes.end(), [](const MountEntry& e) { return e.mountPoint == "/"; });
   return volumes;
@@ -115,9 +118,8 @@ std::vector<MountEntry> newlyMountedVolumes(const std::vector<MountEntry>& previ
                                             const std::vector<MountEntry>& current) {
   std::vector<MountEntry> appeared;
   for (const MountEntry& entry : current) {
-    const bool known = std::any_of(previous.begin(), previous.end(), [&](const MountEntry& old) {
-      return old.mountPoint == entry.mountPoint && isSameVolume(old, entry);
-    });
+    const bool known =
+        std::any_of(previous.begin(), previous.end(), [&](const MountEntry& old) { return isSameVolume(old, entry); });
     if (!known) appeared.push_back(entry);
   }
   return appeared;

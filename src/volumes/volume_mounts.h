@@ -31,8 +31,9 @@ MountKind kindOfMount(const MountEntry& mount);
 // file system, the subvolume for a btrfs subvolume ("subvol=/@home").
 std::string volumeRootOf(const MountEntry& mount);
 
-// The mounts that are volumes, each volume once (at its first mount
-// point), the root folder first, then in the table's order.
+// The mounts that are volumes, each volume once (at its first mount point
+// in reach), the root folder first, then in the table's order. Mounts that a
+// later mount covers are left out (mountsInReach).
 std::vector<MountEntry> localVolumeMounts(const std::vector<MountEntry>& table);
 
 // The mount points of localVolumeMounts.
@@ -40,11 +41,14 @@ std::vector<std::string> mountedLocalVolumePaths(const VolumeQueries& queries);
 
 // The mount that stands for the volume `mount` shows: the volume's first
 // mount of its whole root, else its first mount (`mount` itself when the
-// table does not hold it).
+// table does not hold it). `table` is in reach (mountsInReach): a covered
+// mount of the volume shows another volume at its mount point.
 const MountEntry& canonicalMount(const std::vector<MountEntry>& table, const MountEntry& mount);
 
-// The volumes of `current` that `previous` did not have (a mount point that
-// now holds another file system counts as new).
+// The volumes of `current` that were mounted nowhere in `previous`, both
+// lists of localVolumeMounts. A volume is told by its device and subvolume,
+// never by its mount point: one of its mounts going away, or moving, leaves
+// it mounted; a mount point that now holds another file system is new.
 std::vector<MountEntry> newlyMountedVolumes(const std::vector<MountEntry>& previous,
                                             const std::vector<MountEntry>& current);
 

@@ -30,6 +30,7 @@ struct MountEntry {
   std::uint64_t device = 0;  // the file system's device number in the table (not always a path's st_dev)
   bool sourceIsBlockDevice = false;
   std::uint64_t mountID = 0;       // the table's first field; statx STATX_MNT_ID of the paths under it
+  std::uint64_t parentID = 0;      // the mount it was mounted on (the table's second field)
   std::uint64_t sourceDevice = 0;  // the source block device's own number (st_rdev), 0 when none
 };
 

@@ -6,6 +6,7 @@
 
 #include "foundation/log_sink.h"
 #include "foundation/text_case.h"
+#include "volumes/mount_table.h"
 #include "volumes/volume_mounts.h"
 #include "volumes/volume_specifier.h"
 
@@ -144,11 +145,13 @@ bool VolumeSpecifier::nameAgrees(const VolumeLocation& volume) const {
 }
 
 // One reading of the mount table, and of each volume's statistics; device
-// facts and full records only as far as the cheaper fields agree.
+// facts and full records only as far as the cheaper fields agree. A mount
+// that a later mount covers is no candidate: read through its mount point,
+// it would be the covering volume under the covered one's name.
 bool VolumeSpecifier::isMounted(TimeInterval now) {
   if (!_fileManager->isConnected()) return false;
   const auto machine = queries();
-  const auto table = machine->mountTable();
+  const auto table = mountsInReach(machine->mountTable());
   for (const MountEntry& mount : localVolumeMounts(table)) {
     auto volume = locateMountStatistics(*machine, table, mount);
     if (!volume || !statisticsAgree(*volume)) continue;

@@ -2,7 +2,7 @@
 // images in a private mount namespace: the listing marks which mounts can
 // start an item and why the others cannot, with each volume's identity; the
 // check says where a target is mounted or which identity check each mounted
-// volume fails.
+// volume fails, and a volume covered by a later mount is mounted nowhere.
 
 #include <gtest/gtest.h>
 
@@ -61,6 +61,14 @@ TEST(HalyardctlVolumes, CheckTellsWhyAMountDidNotMatch) {
   ASSERT_TRUE(scratch.mount("-o loop", scratch.path("a.img"), "again"));
   check = halyardctl("volumes check 1 --file " + schedule);
   EXPECT_NE(check.find("mounted at " + scratch.path("again")), std::string::npos) << check;
+
+  // Covered by a second mount of b, the volume is out of reach.
+  ASSERT_TRUE(scratch.mount("-o loop", scratch.path("b.img"), "again"));
+  check = halyardctl("volumes check 1 --file " + schedule);
+  EXPECT_EQ(check.find("mounted at "), std::string::npos) << check;
+  EXPECT_NE(halyardctl("volumes").find(scratch.path("again") +
+                                       " (ext4): cannot start an item: out of reach: a later mount covers it\n"),
+            std::string::npos);
   EXPECT_NE(halyardctl("volumes check 2 --file " + schedule).find("has no item 2"), std::string::npos);
 }
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "volumes/mount_table.h"
 #include "volumes/volume_mounts.h"
 
@@ -39,6 +41,8 @@ TEST(MountTable, LinesAreParsedAndUnescaped) {
   const auto entries = table();
   ASSERT_EQ(entries.size(), 9u);
   EXPECT_EQ(entries[0].mountID, 22u);
+  EXPECT_EQ(entries[0].parentID, 1u);
+  EXPECT_EQ(entries[5].parentID, 40u);
   EXPECT_EQ(entries[0].device, (254u << 8));
   EXPECT_EQ(entries[1].fsType, "btrfs");
   EXPECT_EQ(entries[1].source, "/dev/loop0");
@@ -89,6 +93,95 @@ TEST(MountTable, VolumesAreDevicesAndSubvolumesNotImagesOrPseudoFileSystems) {
   EXPECT_EQ(volumeRootOf(entries[3]), "/") << "a bind mount of a folder is its subvolume's";
   EXPECT_EQ(canonicalMount(entries, entries[3]).mountPoint, "/data");
   EXPECT_EQ(canonicalMount(entries, entries[2]).mountPoint, "/home");
+}
+
+// The root (22) and then the lines given, as mountinfo: "id parent
+// major:minor mount-point", each an ext4 file system on /dev/sd<minor>.
+std::vector<MountEntry> tableOf(std::initializer_list<const char*> lines) {
+  std::string text = "22 1 254:0 / / rw - ext4 /dev/vda rw\n";
+  for (const char* line : lines) {
+    std::istringstream fields(line);
+    std::string id, parent, device, point;
+    fields >> id >> parent >> device >> point;
+    text += id + " " + parent + " " + device + " / " + point + " rw - ext4 /dev/sd" +
+            device.substr(device.find(':') + 1) + " rw\n";
+  }
+  auto entries = parseMountTable(text);
+  for (MountEntry& e : entries) e.sourceIsBlockDevice = true;
+  return entries;
+}
+
+// Each volume as "source at mount point".
+std::vector<std::string> placesOf(const std::vector<MountEntry>& volumes) {
+  std::vector<std::string> places;
+  for (const MountEntry& e : volumes) places.push_back(e.source + " at " + e.mountPoint);
+  return places;
+}
+
+TEST(MountTable, AMountALaterMountCoversIsNoVolume) {
+  struct Case {
+    const char* name;
+    std::vector<MountEntry> table;
+    std::vector<std::string> volumes;
+  } cases[] = {
+      {"mounted over at its mount point",
+       tableOf({"60 22 8:1 /m/a", "61 60 8:2 /m/a"}),
+       {"/dev/vda at /", "/dev/sd2 at /m/a"}},
+      {"mounted over twice",
+       tableOf({"60 22 8:1 /m/a", "61 60 8:2 /m/a", "62 61 8:3 /m/a"}),
+       {"/dev/vda at /", "/dev/sd3 at /m/a"}},
+      {"covered by a later mount at a folder above",
+       tableOf({"60 22 8:1 /m/a/in", "61 22 8:2 /m/a"}),
+       {"/dev/vda at /", "/dev/sd2 at /m/a"}},
+      {"covered with the mount it holds",
+       tableOf({"60 22 8:1 /m/a", "61 60 8:3 /m/a/in", "62 60 8:2 /m/a"}),
+       {"/dev/vda at /", "/dev/sd2 at /m/a"}},
+      {"mounted inside a mount made before it",
+       tableOf({"60 22 8:2 /m/a", "61 60 8:1 /m/a/in"}),
+       {"/dev/vda at /", "/dev/sd2 at /m/a", "/dev/sd1 at /m/a/in"}},
+      {"mounted inside the mount that covers another",
+       tableOf({"60 22 8:1 /m/a", "61 60 8:2 /m/a", "62 61 8:3 /m/a/in"}),
+       {"/dev/vda at /", "/dev/sd2 at /m/a", "/dev/sd3 at /m/a/in"}},
+      {"covered at one mount point, reached at another",
+       tableOf({"60 22 8:1 /m/a", "61 22 8:1 /m/b", "62 60 8:2 /m/a"}),
+       {"/dev/vda at /", "/dev/sd1 at /m/b", "/dev/sd2 at /m/a"}},
+      {"beside a mount point its own begins with",
+       tableOf({"60 22 8:1 /m/ab", "61 22 8:2 /m/a"}),
+       {"/dev/vda at /", "/dev/sd1 at /m/ab", "/dev/sd2 at /m/a"}},
+      {"parents in a loop",
+       tableOf({"60 61 8:1 /m/a", "61 60 8:2 /m/b"}),
+       {"/dev/vda at /", "/dev/sd1 at /m/a", "/dev/sd2 at /m/b"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(placesOf(localVolumeMounts(c.table)), c.volumes);
+  }
+}
+
+// The monitor compares the volumes of two looks at the table.
+TEST(MountTable, AVolumeIsNewOnlyWhereItWasMountedNowhereBefore) {
+  struct Case {
+    const char* name;
+    std::vector<MountEntry> before, after;
+    std::vector<std::string> appeared;
+  } cases[] = {
+      {"first mount", tableOf({}), tableOf({"60 22 8:1 /m/a"}), {"/dev/sd1 at /m/a"}},
+      {"a second mount", tableOf({"60 22 8:1 /m/a"}), tableOf({"60 22 8:1 /m/a", "61 22 8:1 /m/b"}), {}},
+      {"the first of two mounts unmounted",
+       tableOf({"60 22 8:1 /m/a", "61 22 8:1 /m/b"}),
+       tableOf({"61 22 8:1 /m/b"}),
+       {}},
+      {"moved", tableOf({"60 22 8:1 /m/b"}), tableOf({"60 22 8:1 /m/c"}), {}},
+      {"another file system at the same mount point",
+       tableOf({"60 22 8:1 /m/a"}),
+       tableOf({"61 22 8:2 /m/a"}),
+       {"/dev/sd2 at /m/a"}},
+      {"uncovered", tableOf({"60 22 8:1 /m/a", "61 60 8:2 /m/a"}), tableOf({"60 22 8:1 /m/a"}), {"/dev/sd1 at /m/a"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(placesOf(newlyMountedVolumes(localVolumeMounts(c.before), localVolumeMounts(c.after))), c.appeared);
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <functional>
+#include <set>
 
 #include "foundation/log_sink.h"
 #include "foundation/strings_table.h"
@@ -197,6 +198,40 @@ TEST(MountCheck, APathsVolumeIsFoundByItsMountNotItsDeviceNumber) {
   machine->volumes[2].mount.mountPoint = "/mnt/pool";
   EXPECT_TRUE(deep->isMounted(1.0));
   EXPECT_EQ(deep->volumePath(), "/mnt/pool");
+}
+
+// Backup's record is made where it is mounted alone; then the volumes are
+// mounted in a row's order. Data is Backup's twin but for its name, so that
+// a covered Backup read through its mount point would pass for itself.
+TEST(MountCheck, AVolumeALaterMountCoversIsNotMounted) {
+  const FakeVolume root = diskVolume("/", 1, "root");
+  const auto backupAt = [](const char* point) { return diskVolume(point, 2, "Backup"); };
+  const auto dataAt = [](const char* point) { return diskVolume(point, 3, "Data"); };
+  struct Case {
+    const char* name;
+    std::vector<FakeVolume> mounted;
+    std::optional<std::string> backupAt;
+  } cases[] = {
+      {"Data mounted over it", {root, backupAt("/m/A"), dataAt("/m/A")}, std::nullopt},
+      {"Data mounted at a folder above it", {root, backupAt("/m/A/in"), dataAt("/m/A")}, std::nullopt},
+      {"Data mounted first, it over Data", {root, dataAt("/m/A"), backupAt("/m/A")}, "/m/A"},
+      {"inside Data mounted before it", {root, dataAt("/m/A"), backupAt("/m/A/in")}, "/m/A/in"},
+      {"covered at one mount point, reached at another",
+       {root, backupAt("/m/A"), backupAt("/m/B"), dataAt("/m/A")},
+       "/m/B"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto machine = machineOf({root, backupAt("/m/A")});
+    auto backup = recordOn(machine, "/m/A");
+    machine->volumes = c.mounted;
+    EXPECT_EQ(backup->isMounted(1.0), c.backupAt.has_value());
+    if (c.backupAt) {
+      EXPECT_EQ(backup->volumePath(), c.backupAt);
+    }
+    const auto paths = mountedLocalVolumePaths(*machine);
+    EXPECT_EQ(std::set<std::string>(paths.begin(), paths.end()).size(), paths.size()) << "each path once";
+  }
 }
 
 TEST(MountCheck, CoalescedRemembersOnlyAPositiveAnswerForOneSecond) {
