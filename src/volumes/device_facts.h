@@ -3,10 +3,12 @@
 // database and one without it give the same answer: the label and UUID from
 // udev's record of the file system when there is one (its ID_FS_LABEL_ENC
 // decoded to the raw label, never the mangled ID_FS_LABEL), else from the
-// superblock through libblkid; the model, bus and removability from sysfs,
-// which every Linux machine has. udev's ID_MODEL and ID_BUS are not used:
-// for ATA disks udev reads the drive's full model while sysfs shows the
-// 16-character SCSI view, and a record must not depend on which was read.
+// superblock through libblkid (the volume queries ask a mounted file system
+// for its label where the device node cannot be read); the model, bus and
+// removability from sysfs, which every Linux machine has. udev's ID_MODEL
+// and ID_BUS are not used: for ATA disks udev reads the drive's full model
+// while sysfs shows the 16-character SCSI view, and a record must not depend
+// on which was read.
 //
 //   DeviceProperties facts = readDeviceFacts("/dev/sdb1", device, {systemUdevDatabase()});
 
@@ -43,6 +45,11 @@ struct DeviceFactSources {
 // The facts of the block device `device` (its number) at `devicePath`,
 // which libblkid probes when udev has no record of its file system.
 DeviceProperties readDeviceFacts(const std::string& devicePath, std::uint64_t device, const DeviceFactSources& sources);
+
+// The label a mounted file system gives through a folder of it
+// (FS_IOC_GETFSLABEL: ext4, btrfs, xfs, f2fs), which needs no read access to
+// the device; absent when the file system keeps none or does not tell.
+std::optional<std::string> labelOfMountedFileSystem(const std::string& folder);
 
 // The machine's volume queries with device facts from these sources
 // (linuxVolumeQueries() uses the machine's udev database and /sys).

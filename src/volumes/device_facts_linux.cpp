@@ -1,10 +1,17 @@
 // Device facts on Linux: the udev database through libudev, the superblock
-// through libblkid, and the disk's model, bus and removability through sysfs
+// through libblkid, the label of a mounted file system through the file
+// system itself, and the disk's model, bus and removability through sysfs
 // (/sys/dev/block/MAJOR:MINOR leads to the device in the device tree).
 
 #include <blkid/blkid.h>
+#include <fcntl.h>
 #include <libudev.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <array>
 
 #include <filesystem>
 
@@ -105,6 +112,13 @@ void fillFromSysfs(std::uint64_t device, const std::string& sysfsRoot, DevicePro
 std::shared_ptr<const UdevDatabase> systemUdevDatabase() {
   static const auto database = std::make_shared<const LibudevDatabase>();
   return database;
+}
+
+std::optional<std::string> labelOfMountedFileSystem(const std::string& folder) {
+  const UniqueFd opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::array<char, FSLABEL_MAX + 1> label{};
+  if (!opened || ::ioctl(opened.get(), FS_IOC_GETFSLABEL, label.data()) != 0 || label[0] == '\0') return std::nullopt;
+  return std::string(label.data());
 }
 
 DeviceProperties readDeviceFacts(const std::string& devicePath, std::uint64_t device,

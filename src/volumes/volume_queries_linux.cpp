@@ -1,7 +1,8 @@
 // The machine's volumes: the mount table from /proc/self/mountinfo, where
 // a path is mounted from statx (STATX_MNT_ID), file-system statistics from
 // statfs/statvfs, the root folder's birth time from statx, and the device's
-// identity facts from udev, libblkid and sysfs (device_facts_linux.cpp).
+// identity facts from udev, libblkid, the mounted file system and sysfs
+// (device_facts_linux.cpp).
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -97,9 +98,13 @@ class LinuxVolumeQueries final : public VolumeQueries {
     return KernelTime{info.stx_btime.tv_sec, info.stx_btime.tv_nsec};
   }
 
+  // Without udev's record the superblock is read from the device node, which
+  // only root may read; the mounted file system tells anyone its label.
   DeviceProperties deviceProperties(const MountEntry& mount) const override {
     if (!mount.sourceIsBlockDevice) return {};
-    return readDeviceFacts(mount.source, mount.sourceDevice, sources_);
+    DeviceProperties facts = readDeviceFacts(mount.source, mount.sourceDevice, sources_);
+    if (!facts.label) facts.label = labelOfMountedFileSystem(mount.mountPoint);
+    return facts;
   }
 
   std::optional<std::vector<std::string>> listDirectory(const std::string& path) const override {

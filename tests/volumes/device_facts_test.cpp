@@ -1,7 +1,8 @@
 // Device facts read the same with and without udev: udev's encoded label
-// decoded, else the superblock (a real ext4 image probed by libblkid); the
-// model, bus and removability from a sysfs tree laid out as the kernel lays
-// out a USB stick.
+// decoded, else the superblock (a real ext4 image probed by libblkid), else,
+// for a user who cannot read the device, the mounted file system; the model,
+// bus and removability from a sysfs tree laid out as the kernel lays out a
+// USB stick.
 
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>
@@ -140,6 +141,24 @@ TEST(DeviceFacts, ARecordMadeWithUdevEqualsOneMadeWithout) {
   EXPECT_TRUE(withUdev->strictVolumeIdentification());
   EXPECT_EQ(withUdev->identityMismatch(*withoutUdev), IdentityMismatch::None);
   EXPECT_EQ(withoutUdev->identityMismatch(*withUdev), IdentityMismatch::None);
+}
+
+// Without udev's record the superblock is out of an ordinary user's reach
+// (the device node is root's alone); the mounted file system still tells
+// its label, so the volume keeps its name.
+TEST(DeviceFacts, AnUnprivilegedUserReadsTheLabelOfAMountedVolume) {
+  RUN_INSIDE_PRIVATE_MOUNT_NAMESPACE();
+  testing::Scratch scratch;
+  if (!scratch.makeImage("label.img", "Photos", 1600000000)) GTEST_SKIP() << "mkfs.ext4 cannot make an image here";
+  if (!scratch.mount("-o loop", scratch.path("label.img"), "v")) GTEST_SKIP() << "this machine cannot loop-mount";
+  fs::permissions(scratch.path(""), fs::perms::others_exec, fs::perm_options::add);
+  const std::string asNobody = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
+  const std::string halyardctl = std::string(HALYARD_BINARY_DIR) + "/src/tools/halyardctl";
+  if (!testing::run(asNobody + halyardctl + " --version")) {
+    GTEST_SKIP() << "user 65534 cannot run " << halyardctl << " (setpriv missing or the build folder closed to it)";
+  }
+  const std::string listing = testing::outputOf(asNobody + halyardctl + " volumes");
+  EXPECT_NE(listing.find(scratch.path("v") + ": can start an item\n  name: Photos\n"), std::string::npos) << listing;
 }
 
 }  // namespace
