@@ -41,17 +41,26 @@ std::vector<MountEntry> FakeVolumeQueries::mountTable() const {
 
 std::vector<MountEntry> FakeVolumeQueries::table() const {
   std::vector<MountEntry> table;
-  for (const FakeVolume& volume : volumes) {
-    MountEntry entry = volume.mount;
-    entry.mountID = mountIDOf(volume);
+  for (std::size_t i = 0; i < volumes.size(); ++i) {
+    MountEntry entry = volumes[i].mount;
+    entry.mountID = mountIDOf(volumes[i]);
     if (entry.parentID == 0) {
-      const auto reachable = mountsInReach(table);
-      const MountEntry* parent = mountHolding(reachable, {std::nullopt, entry.mountPoint});
-      entry.parentID = parent ? parent->mountID : 0;
+      const FakeVolume* parent = lastHolderBefore(i, entry.mountPoint);
+      entry.parentID = parent ? mountIDOf(*parent) : 0;
     }
     table.push_back(std::move(entry));
   }
   return table;
+}
+
+// A later mount whose mount point holds an earlier one's covers it, so the
+// last of the first `end` volumes whose mount point holds a path is the one
+// the path leads into.
+const FakeVolume* FakeVolumeQueries::lastHolderBefore(std::size_t end, const std::string& path) const {
+  for (std::size_t i = end; i-- > 0;) {
+    if (isWithinFolder(path, volumes[i].mount.mountPoint)) return &volumes[i];
+  }
+  return nullptr;
 }
 
 std::uint64_t FakeVolumeQueries::mountIDOf(const FakeVolume& volume) const {
@@ -77,14 +86,7 @@ const FakeVolume* FakeVolumeQueries::volumeOfDevice(std::uint64_t device) const 
 }
 
 const FakeVolume* FakeVolumeQueries::holderOf(const std::string& path) const {
-  if (!exists(path)) return nullptr;
-  const auto reachable = mountsInReach(table());
-  const MountEntry* mount = mountHolding(reachable, {std::nullopt, path});
-  if (!mount) return nullptr;
-  for (const FakeVolume& volume : volumes) {
-    if (mountIDOf(volume) == mount->mountID) return &volume;
-  }
-  return nullptr;
+  return exists(path) ? lastHolderBefore(volumes.size(), path) : nullptr;
 }
 
 std::optional<PathPlace> FakeVolumeQueries::placeOf(const std::string& path) const {

@@ -6,7 +6,7 @@
 // of the files listed). The volumes are mounted in the list's order, as the
 // kernel mounts: each on the mount its mount point reached then, so that a
 // later one at the same point or at a folder above covers it. A path belongs
-// to the mount in reach with the longest mount point that holds it; its
+// to the last volume whose mount point holds it (the one in reach); its
 // st_dev can be told to differ from the mount table's device number, as
 // btrfs and overlayfs do. Mounts without a mount ID get one from their place
 // in the list. It counts how often the mount table is read, so that a test
@@ -57,6 +57,7 @@ class FakeVolumeQueries final : public VolumeQueries {
   bool exists(const std::string& path) const;
   const FakeVolume* volumeOfDevice(std::uint64_t device) const;
   const FakeVolume* holderOf(const std::string& path) const;
+  const FakeVolume* lastHolderBefore(std::size_t end, const std::string& path) const;
   std::uint64_t mountIDOf(const FakeVolume& volume) const;
 };
 
