@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include <array>
-
 #include <filesystem>
 
 #include "foundation/file_io.h"
