@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <unordered_map>
 
 namespace halyard {
@@ -68,7 +69,8 @@ std::optional<MountEntry> parseLine(std::string_view line) {
 }
 
 using MountsByID = std::unordered_map<std::uint64_t, const MountEntry*>;
-using MountsByPoint = std::unordered_multimap<std::string_view, const MountEntry*>;
+// The IDs of the mounts made on a mount (its ID) at a mount point.
+using MountsOn = std::map<std::pair<std::uint64_t, std::string_view>, std::vector<std::uint64_t>>;
 
 // The IDs of `mount` and of the mounts it was mounted on, up to a parent
 // the table does not show (the root's); an ID met twice ends the walk.
@@ -92,15 +94,18 @@ std::vector<std::string_view> foldersHolding(std::string_view path) {
   return folders;
 }
 
-bool isCovered(const MountsByID& byID, const MountsByPoint& byPoint, const MountEntry& mount) {
+// Covered: a mount made on the mount or on one of its ancestors, at its
+// mount point or a folder above, that is not itself one of its ancestors.
+bool isCovered(const MountsByID& byID, const MountsOn& mountsOn, const MountEntry& mount) {
   const auto ancestry = ancestryOf(byID, mount);
-  const auto inAncestry = [&](std::uint64_t id) {
+  const auto isAncestor = [&](std::uint64_t id) {
     return std::find(ancestry.begin(), ancestry.end(), id) != ancestry.end();
   };
-  for (std::string_view folder : foldersHolding(mount.mountPoint)) {
-    const auto [first, last] = byPoint.equal_range(folder);
-    for (auto other = first; other != last; ++other) {
-      if (!inAncestry(other->second->mountID) && inAncestry(other->second->parentID)) return true;
+  const auto folders = foldersHolding(mount.mountPoint);
+  for (std::uint64_t ancestor : ancestry) {
+    for (std::string_view folder : folders) {
+      const auto made = mountsOn.find({ancestor, folder});
+      if (made != mountsOn.end() && !std::all_of(made->second.begin(), made->second.end(), isAncestor)) return true;
     }
   }
   return false;
@@ -110,14 +115,14 @@ bool isCovered(const MountsByID& byID, const MountsByPoint& byPoint, const Mount
 
 std::vector<MountEntry> mountsInReach(const std::vector<MountEntry>& table) {
   MountsByID byID;
-  MountsByPoint byPoint;
+  MountsOn mountsOn;
   for (const MountEntry& entry : table) {
     byID.emplace(entry.mountID, &entry);
-    byPoint.emplace(entry.mountPoint, &entry);
+    mountsOn[{entry.parentID, entry.mountPoint}].push_back(entry.mountID);
   }
   std::vector<MountEntry> reachable;
   for (const MountEntry& entry : table) {
-    if (!isCovered(byID, byPoint, entry)) reachable.push_back(entry);
+    if (!isCovered(byID, mountsOn, entry)) reachable.push_back(entry);
   }
   return reachable;
 }
