@@ -68,6 +68,10 @@ class CopiedItems {
   std::vector<std::string> left_;
 };
 
+// Records every item at or under `name` as it is now (0 or the errno
+// value), for a removal later that must take only what was there then.
+int recordTree(int parentFd, const std::string& name, CopiedItems& record);
+
 // True when everything at `srcName` also stands at `destName`, alike in kind,
 // size, modification time and contents: what an earlier move left behind
 // after copying it completely. What it compared goes into `covered`.

@@ -156,6 +156,21 @@ bool CopiedItems::unchanged(const struct stat& st) const {
          sameTime(was.changed, st.st_ctim);
 }
 
+int recordTree(int parentFd, const std::string& name, CopiedItems& record) {
+  struct stat st {};
+  if (fstatat(parentFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+  record.add(st);
+  if (!S_ISDIR(st.st_mode)) return 0;
+  UniqueFd folder;
+  std::vector<std::string> names;
+  if (int rc = openFolderAt(parentFd, name, folder); rc != 0) return rc;
+  if (int rc = listFolder(folder.get(), names); rc != 0) return rc;
+  for (const std::string& child : names) {
+    if (int rc = recordTree(folder.get(), child, record)) return rc;
+  }
+  return 0;
+}
+
 bool coveredBy(int srcParentFd, const std::string& srcName, int destParentFd, const std::string& destName,
                CopiedItems& covered) {
   struct stat src {

@@ -7,11 +7,13 @@
 #include <map>
 
 #include "fileservices/copy_engine.h"
+#include "fileservices/copy_engine_walk.h"
 #include "fileservices/file_metadata.h"
 #include "fileservices/item_metadata_io.h"
 #include "fileservices/tool_process.h"
 #include "fileservices/transfer_files.h"
 #include "fileservices/zip_directory.h"
+#include "foundation/log_sink.h"
 
 namespace halyard::fileservices {
 
@@ -63,6 +65,40 @@ ErrorCode roomFor(const std::string& archive, const std::string& folder) {
   return survey && free && survey->declaredBytes > *free ? kDiskFullErr : 0;
 }
 
+// The item as it was before zip read it, so that what changes or appears
+// meanwhile is not removed with it.
+ErrorCode recordItem(const fs::path& item, CopiedItems& record) {
+  UniqueFd folder;
+  if (int rc = openFolder(item.parent_path().string(), folder)) return rc;
+  return recordTree(folder.get(), item.filename().string(), record);
+}
+
+// Removes what was recorded of the item, as it was recorded; what changed
+// or appeared while zip ran stays, and is named in the log.
+ErrorCode removeArchived(const fs::path& item, CopiedItems& archived) {
+  UniqueFd folder;
+  if (int rc = openFolder(item.parent_path().string(), folder)) return rc;
+  const std::string path = item.string();
+  if (int rc = removeEntry(folder.get(), item.filename().string(), path, CopyEngineSetup{},
+                           {.clearLocks = true, .only = &archived})) {
+    return rc;
+  }
+  if (archived.left().empty()) return 0;
+  logLine("<Error:> " + path + " is in the archive as it was, but what changed or appeared in it while it was " +
+          "archived stays, such as " + archived.left().front());
+  return EAGAIN;
+}
+
+// An archive written inside the item would be removed with it.
+bool isInside(const fs::path& archive, const fs::path& item) {
+  std::error_code ec;
+  const fs::path folder = fs::weakly_canonical(archive.parent_path(), ec);
+  const fs::path top = fs::weakly_canonical(item, ec);
+  if (ec) return false;
+  const fs::path relative = folder.lexically_relative(top);
+  return !relative.empty() && *relative.begin() != "..";
+}
+
 bool metadataMemberTooLarge(const std::string& archive) {
   const auto survey = surveyZipArchive(archive);
   return survey && survey->metadataBytes && *survey->metadataBytes > kMaxMetadataBytes;
@@ -90,16 +126,19 @@ ErrorCode ZipTransfer::moveToArchive(const std::string& item, const std::string&
   const fs::path archivePath = absolutePath(archive);
   if (!isPlainName(itemPath.filename().string()) || !archivePath.has_filename()) return kParamErr;
   if (!itemExists(itemPath)) return ENOENT;
+  if (isInside(archivePath, itemPath)) return kParamErr;
   const std::string archiveFolder = archivePath.parent_path().string();
   const RaisedPermissions writableFolder(archiveFolder);
   const bool archiveExisted = itemExists(archivePath);
+  CopiedItems archived;
+  if (int rc = recordItem(itemPath, archived)) return rc;
   ErrorCode code = zipItem(itemPath, archivePath);
   if (code == 0) code = addMetadataMember(itemPath, archivePath, comments, acls);
   if (code == 0) code = syncFile(archivePath);
   if (code != 0 && !archiveExisted) removeItem(archivePath, CopyEngineSetup{});
   // From here on the archive is the item's only complete copy: it stays,
   // whatever removing the item leaves behind.
-  if (code == 0) code = removeAnything(itemPath);
+  if (code == 0) code = removeArchived(itemPath, archived);
   return code;
 }
 

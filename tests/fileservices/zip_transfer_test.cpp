@@ -1,7 +1,8 @@
 // The ZIP transfer on real files with the real zip and unzip: a tree's
-// metadata survives move and extraction field by field; archives without
-// metadata, locked items, missing tools and tool failures give their codes;
-// the temporary folder never outlives an operation.
+// metadata survives move and extraction field by field; a move removes only
+// what zip read; archives without metadata, locked items, missing tools and
+// tool failures give their codes; the temporary folder never outlives an
+// operation.
 
 #include <acl/libacl.h>
 #include <fcntl.h>
@@ -160,6 +161,26 @@ TEST_F(ZipTransferTest, ToolFailuresAreStatusCodes) {
     EXPECT_TRUE(fs::exists(file)) << "a failed move leaves the item";
     EXPECT_FALSE(fs::exists(folder.path("a.zip")));
   }
+}
+
+// What zip did not read as it is now stays: a file that appears in the item
+// while zip runs (a zip that writes one first), and an archive asked for
+// inside the item, which removing the item would take with it.
+TEST_F(ZipTransferTest, AMoveIntoAnArchiveRemovesOnlyWhatZipRead) {
+  folder.writeFile("tree/a.txt", "a");
+  const std::string busyZip =
+      folder.writeFile("busy-zip", "#!/bin/sh\necho new > tree/new.txt\nexec /usr/bin/zip \"$@\"\n");
+  fs::permissions(busyZip, fs::perms::owner_all);
+  ZipTransfer busy(*fm, {busyZip, "/usr/bin/unzip"});
+  EXPECT_EQ(busy.moveToArchive(folder.path("tree"), folder.path("tree.zip"), false, false), EAGAIN);
+  EXPECT_EQ(contentsOf(folder.path("tree/new.txt")), "new\n");
+  EXPECT_FALSE(fs::exists(folder.path("tree/a.txt")));
+  EXPECT_EQ(fm->extractFile("tree", folder.path("tree.zip"), folder.path("dest"), false), 0);
+  EXPECT_EQ(contentsOf(folder.path("dest/tree/a.txt")), "a");
+
+  EXPECT_EQ(fm->movePathToZIPArchiveAtPath(folder.path("tree"), folder.path("tree/inside.zip"), false, false),
+            kParamErr);
+  EXPECT_TRUE(fs::exists(folder.path("tree/new.txt")));
 }
 
 TEST_F(ZipTransferTest, AuditLinesOfTheOutermostCall) {
