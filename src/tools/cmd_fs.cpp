@@ -28,15 +28,18 @@ namespace {
 using namespace fileservices;
 
 int interruptPipe[2] = {-1, -1};
+constexpr int kCancelling[] = {SIGINT, SIGTERM, SIGHUP};
 
 void onInterrupt(int) {
   const char byte = 1;
   (void)!write(interruptPipe[1], &byte, 1);
 }
 
-// Turns SIGINT into a call of `progress.interrupt()` on a thread of its own
-// (a signal handler may not take the pool's locks). The thread ends when the
-// pipe's write end is closed.
+// Turns SIGINT, SIGTERM and SIGHUP into a call of `progress.interrupt()` on
+// a thread of its own (a signal handler may not take the pool's locks), so
+// that a plain kill or a closed terminal also leaves nothing half-made and
+// gives the source its lock and the destination's folder its mode back. The
+// thread ends when the pipe's write end is closed.
 class InterruptWatcher {
  public:
   explicit InterruptWatcher(FsProgress& progress) {
@@ -48,10 +51,10 @@ class InterruptWatcher {
     struct sigaction action {};
     action.sa_handler = onInterrupt;
     sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
+    for (const int signal : kCancelling) sigaction(signal, &action, nullptr);
   }
   ~InterruptWatcher() {
-    signal(SIGINT, SIG_DFL);
+    for (const int signal : kCancelling) ::signal(signal, SIG_DFL);
     if (!thread_.joinable()) return;
     close(interruptPipe[1]);
     thread_.join();

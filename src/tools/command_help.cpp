@@ -28,8 +28,8 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 11> kPages{{
      "a SRC that names a link with a final \"/\" is copied as the folder it\n"
      "leads to. A move across file systems removes only what it copied, as it\n"
      "was copied: what changes meanwhile stays, and the move says so. Ctrl-C\n"
-     "cancels and leaves nothing half-made. Exit status: 0 done, 1 failed,\n"
-     "130 cancelled.\n\n"
+     "(or a kill, or a closed terminal) cancels and leaves nothing half-made.\n"
+     "Exit status: 0 done, 1 failed, 130 cancelled.\n\n"
      "examples:\n"
      "  halyardctl fs copy ~/Documents /media/$USER/Backup/\n"
      "  halyardctl fs move photos.tar /srv/archive/photos.tar\n"},

@@ -134,15 +134,19 @@ class HalyardctlFsMounted : public ::testing::Test {
 
 TEST_F(HalyardctlFsMounted, CtrlCDuringACopyExits130AndLeavesNothing) {
   fs::create_directories(a_ + "/into");
-  const ChildRun run = runChild({kHalyardctl, "fs", "copy", a_ + "/tree", a_ + "/into/tree"}, {}, true);
+  const ChildRun run = runChild({kHalyardctl, "fs", "copy", a_ + "/tree", a_ + "/into/tree"}, {}, SIGINT);
   EXPECT_EQ(run.status, 130) << run.err;
   expectSourceWholeAndNothingAt(a_ + "/into");
 }
 
-TEST_F(HalyardctlFsMounted, CtrlCDuringAMoveAcrossFileSystemsExits130AndKeepsTheSource) {
-  const ChildRun run = runChild({kHalyardctl, "fs", "move", a_ + "/tree", b_ + "/tree"}, {}, true);
-  EXPECT_EQ(run.status, 130) << run.err;
-  expectSourceWholeAndNothingAt(b_);
+// Ctrl-C, a plain kill and a closed terminal all cancel the same way.
+TEST_F(HalyardctlFsMounted, AnInterruptDuringAMoveAcrossFileSystemsExits130AndKeepsTheSource) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    SCOPED_TRACE(strsignal(signal));
+    const ChildRun run = runChild({kHalyardctl, "fs", "move", a_ + "/tree", b_ + "/tree"}, {}, signal);
+    EXPECT_EQ(run.status, 130) << run.err;
+    expectSourceWholeAndNothingAt(b_);
+  }
 }
 
 TEST_F(HalyardctlFsMounted, ACopyWarnsOfEachAttributeTheDestinationCannotHold) {

@@ -42,10 +42,10 @@ inline void readBoth(int outFd, std::string& out, int errFd, std::string& err) {
 }
 
 // Runs `args` (a program path first) with the "NAME=value" entries of `env`
-// added. With `interrupt`, sends SIGINT as soon as the first line of output
-// has come: the command is then under way.
+// added. With a `signal`, sends it as soon as the first line of output has
+// come: the command is then under way.
 inline ChildRun runChild(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
-                         bool interrupt = false) {
+                         int signal = 0) {
   int out[2], err[2];
   if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return {};
   const pid_t child = fork();
@@ -62,10 +62,10 @@ inline ChildRun runChild(const std::vector<std::string>& args, const std::vector
   close(out[1]);
   close(err[1]);
   ChildRun run;
-  if (interrupt) {
+  if (signal != 0) {
     char byte = 0;
     while (byte != '\n' && read(out[0], &byte, 1) == 1) run.out += byte;
-    kill(child, SIGINT);
+    kill(child, signal);
   }
   readBoth(out[0], run.out, err[0], run.err);
   close(out[0]);
