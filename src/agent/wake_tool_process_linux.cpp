@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -70,6 +71,15 @@ Expected<std::string> runProgram(const std::vector<std::string>& arguments, char
   return answer;
 }
 
+// A folder of this user's that the group or others may write never passes
+// as the tool's private folder, and a umask of 002 (a user's private group)
+// makes every new folder so: such a folder of ours is made private.
+void keepPrivate(const std::string& folder) {
+  struct stat info {};
+  if (::lstat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != ::geteuid()) return;
+  if (info.st_mode & (S_IWGRP | S_IWOTH)) (void)::chmod(folder.c_str(), info.st_mode & 07755);
+}
+
 }  // namespace
 
 ProcessWakeTool::ProcessWakeTool(HelperToolFolders folders, std::string templatePath, std::string launcherPath)
@@ -78,6 +88,7 @@ ProcessWakeTool::ProcessWakeTool(HelperToolFolders folders, std::string template
 ToolLocation ProcessWakeTool::locateOrCreate(HelperFolderType type) {
   const std::lock_guard lock(making_);
   const std::vector<std::string>& folders = folders_.ofType(type);
+  for (const std::string& folder : folders) keepPrivate(folder + "/" + kHelperToolSubfolder);
   if (auto tool = findValidHelperTool(folders, templatePath_)) return {.tool = *tool};
   if (::access(templatePath_.c_str(), X_OK) != 0) return {.problem = "no wake tool template at " + templatePath_};
   // The copy goes into the first folder that this user can make its
@@ -89,6 +100,7 @@ ToolLocation ProcessWakeTool::locateOrCreate(HelperFolderType type) {
     std::error_code ignored;
     std::filesystem::create_directories(subfolder, ignored);
     if (!std::filesystem::is_directory(subfolder, ignored)) continue;
+    keepPrivate(subfolder);
     if (!folderIgnoresOwnership(subfolder)) return makeCopy(folder);
     location = {.onBadVolume = true, .problem = subfolder + " lies on a volume that ignores ownership"};
   }

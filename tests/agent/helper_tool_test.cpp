@@ -124,6 +124,19 @@ TEST_F(WakeToolLauncherTest, TheFirstUseMakesThePrivilegedCopyAndLaterUsesFindIt
   EXPECT_TRUE(isValidHelperTool(made.tool, helperToolTemplate_));
 }
 
+// A umask of 002 makes the tool's folder group-writable, which no tool in it
+// would pass as private: the agent makes its own folder private.
+TEST_F(WakeToolLauncherTest, AGroupWritableFolderOfTheUsersIsMadePrivate) {
+  const std::string folder = path("user/Halyard");
+  fs::create_directories(folder);
+  ASSERT_EQ(::chmod(folder.c_str(), 0775), 0);
+  ProcessWakeTool wakeTool(helperToolFolders_, helperToolTemplate_, HALYARD_FAKE_PKEXEC);
+  const ToolLocation made = wakeTool.locateOrCreate(HelperFolderType::ApplicationSupport);
+  EXPECT_EQ(made.tool, helperToolPath(path("user"))) << made.problem;
+  EXPECT_TRUE(isValidHelperTool(made.tool, helperToolTemplate_));
+  EXPECT_EQ(fs::status(folder).permissions() & fs::perms::group_write, fs::perms::none);
+}
+
 TEST_F(WakeToolLauncherTest, AFolderThatCannotBeMadeIsPassedOver) {
   writeFile(path("plain-file"), "");
   helperToolFolders_.temporaryItems = {path("plain-file/runtime"), path("vartmp")};
