@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "foundation/unique_handle.h"
+
 namespace halyard::wake {
 
 inline constexpr char kRtcAlarmPath[] = "/sys/class/rtc/rtc0/wakealarm";
@@ -34,5 +36,19 @@ int writeAlarm(const std::string& path, std::int64_t unixSeconds);
 std::optional<std::int64_t> readOwnedAlarm(const std::string& recordPath);
 int writeOwnedAlarm(const std::string& recordPath, std::int64_t unixSeconds);
 void forgetOwnedAlarm(const std::string& recordPath);
+
+// The tool's lock, beside its record, held while it lives. Runs at once (two
+// users' agents going to sleep together) would otherwise each take the
+// other's alarm for someone else's, and leave one that nothing cancels. The
+// lock file is the tool's owner's alone (0600): no user can hold it.
+class AlarmLock {
+ public:
+  explicit AlarmLock(const std::string& recordPath);
+  int error() const { return error_; }
+
+ private:
+  UniqueFd fd_;
+  int error_ = 0;
+};
 
 }  // namespace halyard::wake

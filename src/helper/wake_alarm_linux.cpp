@@ -1,6 +1,7 @@
 #include "helper/wake_alarm.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -81,5 +82,19 @@ int writeOwnedAlarm(const std::string& recordPath, std::int64_t unixSeconds) {
 }
 
 void forgetOwnedAlarm(const std::string& recordPath) { ::unlink(recordPath.c_str()); }
+
+AlarmLock::AlarmLock(const std::string& recordPath)
+    : fd_(::open((recordPath + ".lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600)) {
+  if (!fd_) {
+    error_ = errno;
+    return;
+  }
+  while (::flock(fd_.get(), LOCK_EX) != 0) {
+    if (errno != EINTR) {
+      error_ = errno;
+      return;
+    }
+  }
+}
 
 }  // namespace halyard::wake

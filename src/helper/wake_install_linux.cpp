@@ -116,12 +116,15 @@ bool volumeIgnoresOwnership(int folderFd) {
   return (mount.f_flag & ST_NOSUID) != 0 || keepsNoOwners(static_cast<long>(system.f_type));
 }
 
-int installPrivilegedCopy(const std::string& toolPath, int sourceFd) {
+int installPrivilegedCopy(const std::string& toolPath, int sourceFd, std::optional<uid_t> caller) {
   const std::string_view path(toolPath);
   if (path.size() <= kToolSuffix.size() || path.front() != '/' || !path.ends_with(kToolSuffix)) return EINVAL;
   Descriptor folder;
   const std::string_view folderPath = path.substr(0, path.size() - std::string_view(kToolName).size() - 1);
   if (int error = openFolder(folderPath, folder)) return error;
+  struct stat owner {};
+  if (::fstat(folder.get(), &owner) != 0) return errno;
+  if (caller && owner.st_uid != *caller) return EPERM;
   if (volumeIgnoresOwnership(folder.get())) return kVolumeIgnoresOwnership;
   // Written under a name of its own, then renamed over the tool: a half-made
   // copy never stands for the tool.

@@ -43,8 +43,12 @@ int schedulePowerOn(const AlarmFiles& files, std::int64_t when) {
 int handleWakeRequest(std::string_view input, std::int64_t nowUnixSeconds, const AlarmFiles& files) {
   const auto request = readWakeRequest(input);
   if (!request) return input.size() > kMaxRequestBytes ? E2BIG : EINVAL;
+  if (request->command == Command::SchedulePowerOn && !checkWakeDate(request->powerOnUnixSeconds, nowUnixSeconds)) {
+    return ERANGE;
+  }
+  const AlarmLock lock(files.recordPath);
+  if (lock.error()) return lock.error();
   if (request->command == Command::CancelOwnEvents) return cancelOwnAlarm(files);
-  if (!checkWakeDate(request->powerOnUnixSeconds, nowUnixSeconds)) return ERANGE;
   return schedulePowerOn(files, request->powerOnUnixSeconds);
 }
 

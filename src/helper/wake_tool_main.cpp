@@ -10,9 +10,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -63,13 +65,24 @@ bool writeAll(const std::string& text) {
   return true;
 }
 
+// The user pkexec runs the template for, read before the environment goes.
+std::optional<uid_t> pkexecCaller() {
+  const char* text = std::getenv("PKEXEC_UID");
+  if (!text) return std::nullopt;
+  const std::string_view digits(text);
+  uid_t uid = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), uid);
+  if (error != std::errc{} || end != digits.data() + digits.size()) return std::nullopt;
+  return uid;
+}
+
 // Only root itself (pkexec runs the template so) may make a copy: a user
 // running a set-user-id copy with this option is refused.
-int installCopy(const std::string& toolPath) {
+int installCopy(const std::string& toolPath, std::optional<uid_t> caller) {
   if (::getuid() != 0 || ::geteuid() != 0) return EPERM;
   const int self = ::open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
   if (self < 0) return errno;
-  const int error = halyard::wake::installPrivilegedCopy(toolPath, self);
+  const int error = halyard::wake::installPrivilegedCopy(toolPath, self, caller);
   ::close(self);
   return error;
 }
@@ -88,9 +101,10 @@ std::int64_t wholeUnixSecondsNow() {
 
 int main(int argc, char** argv) {
   if (argc == 3 && std::string_view(argv[1]) == halyard::wake::kInstallOption) {
+    const std::optional<uid_t> caller = pkexecCaller();
     ::clearenv();
     ::umask(022);
-    return answer(installCopy(argv[2]));
+    return answer(installCopy(argv[2], caller));
   }
   if (argc > 1) return answer(EINVAL);
   const bool privileged = runsPrivileged();

@@ -38,14 +38,15 @@ struct Answer {
 // alarm path variable in its environment, as `uid` (the caller's own when it
 // is the caller's uid).
 Answer runTool(const std::string& request, const std::string& alarmPath, uid_t uid,
-               std::vector<std::string> arguments = {HALYARD_WAKE_TOOL}) {
+               std::vector<std::string> arguments = {HALYARD_WAKE_TOOL}, std::string pkexecCaller = "") {
   int in[2], out[2];
   if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) return {};
   const std::string variable = "HALYARD_WAKEALARM_PATH=" + alarmPath;
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
-  char* envp[] = {const_cast<char*>(variable.c_str()), nullptr};
+  if (!pkexecCaller.empty()) pkexecCaller = "PKEXEC_UID=" + pkexecCaller;
+  char* envp[] = {const_cast<char*>(variable.c_str()), pkexecCaller.empty() ? nullptr : pkexecCaller.data(), nullptr};
   const pid_t child = ::fork();
   if (child == 0) {
     ::dup2(in[0], STDIN_FILENO);
@@ -105,9 +106,9 @@ class WakeToolInstall : public WakeToolProcess {
   std::string toolIn(const std::string& folder) const {
     return rtc_.folder() + "/" + folder + "/Halyard/WakeToSyncTool";
   }
-  int install(const std::string& toolPath, uid_t uid = 0) {
+  int install(const std::string& toolPath, uid_t uid = 0, const std::string& pkexecCaller = "") {
     std::filesystem::create_directories(std::filesystem::path(rtc_.folder()) / "user/Halyard");
-    const Answer answer = runTool("", "", uid, {HALYARD_WAKE_TOOL, kInstallOption, toolPath});
+    const Answer answer = runTool("", "", uid, {HALYARD_WAKE_TOOL, kInstallOption, toolPath}, pkexecCaller);
     auto error = readWakeResponse(answer.output);
     return error ? *error : -1;
   }
@@ -145,16 +146,18 @@ TEST_F(WakeToolInstall, RefusesEveryOtherPlaceAndCaller) {
     std::string toolPath;
     uid_t uid;
     std::vector<int> errors;
+    std::string pkexecCaller = "";
   } cases[] = {
       {"relative path", "user/Halyard/WakeToSyncTool", 0, {EINVAL}},
       {"another name", rtc_.folder() + "/user/Halyard/OtherTool", 0, {EINVAL}},
       {"dot-dot on the way", rtc_.folder() + "/user/../user/Halyard/WakeToSyncTool", 0, {EINVAL}},
       {"link on the way", toolIn("link"), 0, {ELOOP, ENOTDIR}},
       {"not run by root", toolIn("user"), kNobody, {EPERM}},
+      {"a folder someone else made", toolIn("user"), 0, {EPERM}, std::to_string(kNobody)},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    const int error = install(c.toolPath, c.uid);
+    const int error = install(c.toolPath, c.uid, c.pkexecCaller);
     EXPECT_NE(std::find(c.errors.begin(), c.errors.end(), error), c.errors.end()) << error;
   }
   EXPECT_FALSE(std::filesystem::exists(toolIn("user")));

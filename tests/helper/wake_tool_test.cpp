@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <thread>
 
 #include "helper/wake_request.h"
 #include "wake_files.h"
@@ -43,6 +44,20 @@ TEST(WakeTool, LeavesAnAlarmSetBySomeoneElse) {
   replaced.setAlarmText(theirs);
   EXPECT_EQ(handleWakeRequest(cancel(), kNow, replaced.files()), 0);
   EXPECT_EQ(replaced.alarmText(), theirs);
+}
+
+// Two runs at once, as two users' agents going to sleep together: the alarm
+// left is the one recorded, so the next cancel clears it.
+TEST(WakeTool, RunsAtOnceLeaveNoAlarmThatACancelMisses) {
+  FakeRtc rtc;
+  for (int round = 0; round < 200; ++round) {
+    std::thread first([&] { handleWakeRequest(scheduleAt(kNow + 600 + round), kNow, rtc.files()); });
+    std::thread second([&] { handleWakeRequest(scheduleAt(kNow + 1200 + round), kNow, rtc.files()); });
+    first.join();
+    second.join();
+    ASSERT_EQ(handleWakeRequest(cancel(), kNow, rtc.files()), 0);
+    ASSERT_EQ(rtc.alarmText(), "0\n") << "round " << round;
+  }
 }
 
 std::string withKeys(const std::string& body) {
