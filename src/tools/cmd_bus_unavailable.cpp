@@ -21,5 +21,6 @@ int runStatus(const Arguments&) { return unavailable(); }
 // `why` and `config` read the agent's preferences, which need Qt.
 int runWhy(const Arguments&) { return unavailable(); }
 int runConfig(const Arguments&) { return unavailable(); }
+bool agentSchedulesExactlyOnce() { return false; }
 
 }  // namespace halyard::tools

@@ -42,4 +42,9 @@ int runConfig(const Arguments& args) {
   return 0;
 }
 
+bool agentSchedulesExactlyOnce() {
+  agent::Preferences preferences(agent::Preferences::defaultFilePath());
+  return preferences.boolValue(agent::prefs::kExactlyOnceScheduling).value_or(false);
+}
+
 }  // namespace halyard::tools

@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <iostream>
 
-#include "agent/preferences.h"
 #include "fileservices/document_alias.h"
 #include "foundation/file_io.h"
 #include "tools/cmd_schedule.h"
+#include "tools/commands.h"
 #include "tools/known_classes.h"
 #include "tools/schedule_json.h"
 
@@ -119,12 +119,10 @@ int runAction(const Options& options, const std::string& path, const cctz::time_
   if (action == "next") {
     const std::optional<std::size_t> one = index < items.size() ? std::optional(index) : std::nullopt;
     // Whole seconds: the listed dates then carry no stray fraction.
-    agent::Preferences preferences(agent::Preferences::defaultFilePath());
-    const NextRunsRequest request{
-        .index = one,
-        .count = options.count.value_or(one ? 5 : 10),
-        .json = options.json,
-        .exactlyOnce = preferences.boolValue(agent::prefs::kExactlyOnceScheduling).value_or(false)};
+    const NextRunsRequest request{.index = one,
+                                  .count = options.count.value_or(one ? 5 : 10),
+                                  .json = options.json,
+                                  .exactlyOnce = agentSchedulesExactlyOnce()};
     printNextRuns(items, request, std::floor(systemNow()), zone);
     return 0;
   }

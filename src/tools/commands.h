@@ -21,4 +21,8 @@ int runSimulate(const Arguments& args);
 int runWhy(const Arguments& args);
 int runConfig(const Arguments& args);
 
+// Whether the agent's preferences turn its exactly-once mode on (read with
+// Qt; a build without Qt answers false).
+bool agentSchedulesExactlyOnce();
+
 }  // namespace halyard::tools
