@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "foundation/unique_handle.h"
 
@@ -36,6 +37,14 @@ int writeAlarm(const std::string& path, std::int64_t unixSeconds);
 std::optional<std::int64_t> readOwnedAlarm(const std::string& recordPath);
 int writeOwnedAlarm(const std::string& recordPath, std::int64_t unixSeconds);
 void forgetOwnedAlarm(const std::string& recordPath);
+
+// Each user's wake is recorded apart, at "<recordPath>.<uid>": the one RTC
+// alarm is the earliest of them, so one user's wake never replaces an
+// earlier one of another's, and a cancel takes back only the caller's.
+std::string userRecordPath(const std::string& recordPath, unsigned uid);
+// Every user's recorded wake (the record of an older version, at
+// `recordPath` itself, among them).
+std::vector<std::int64_t> recordedWakes(const std::string& recordPath);
 
 // The tool's lock, beside its record, held while it lives. Runs at once (two
 // users' agents going to sleep together) would otherwise each take the

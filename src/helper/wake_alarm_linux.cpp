@@ -1,5 +1,6 @@
 #include "helper/wake_alarm.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -82,6 +83,28 @@ int writeOwnedAlarm(const std::string& recordPath, std::int64_t unixSeconds) {
 }
 
 void forgetOwnedAlarm(const std::string& recordPath) { ::unlink(recordPath.c_str()); }
+
+std::string userRecordPath(const std::string& recordPath, unsigned uid) {
+  return recordPath + "." + std::to_string(uid);
+}
+
+std::vector<std::int64_t> recordedWakes(const std::string& recordPath) {
+  std::vector<std::int64_t> wakes;
+  if (auto old = readOwnedAlarm(recordPath)) wakes.push_back(*old);
+  const std::string::size_type slash = recordPath.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : recordPath.substr(0, slash);
+  const std::string prefix = recordPath.substr(slash == std::string::npos ? 0 : slash + 1) + ".";
+  UniqueHandle<CPointer<DIR, closedir>> dir(::opendir(folder.c_str()));
+  if (!dir) return wakes;
+  while (const dirent* entry = ::readdir(dir.get())) {
+    const std::string_view name(entry->d_name);
+    if (!name.starts_with(prefix)) continue;
+    const std::string_view uid = name.substr(prefix.size());
+    if (uid.empty() || uid.find_first_not_of("0123456789") != std::string_view::npos) continue;
+    if (auto wake = readOwnedAlarm(folder + "/" + std::string(name))) wakes.push_back(*wake);
+  }
+  return wakes;
+}
 
 AlarmLock::AlarmLock(const std::string& recordPath)
     : fd_(::open((recordPath + ".lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600)) {

@@ -3,7 +3,8 @@
 // one request to that copy's stdin and reads one answer from its stdout. Running with root's rights
 // on behalf of any local user, it trusts nothing it is given: the request is
 // checked by the reader, the environment is dropped, and the only files it
-// opens are the RTC alarm and its own record of the alarm it set.
+// opens are the RTC alarm, its records of the wakes it set (one for each
+// user) and its lock.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -113,5 +114,5 @@ int main(int argc, char** argv) {
   ::umask(022);
   if (privileged) ::mkdir("/var/lib/halyard", 0755);
   const std::string input = readRequest();
-  return answer(halyard::wake::handleWakeRequest(input, wholeUnixSecondsNow(), files));
+  return answer(halyard::wake::handleWakeRequest(input, wholeUnixSecondsNow(), files, ::getuid()));
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "helper/wake_alarm.h"
 
@@ -34,12 +35,14 @@ class FakeRtc {
     text << std::ifstream(files_.alarmPath).rdbuf();
     return text.str();
   }
-  // An alarm the tool set and recorded as its own.
-  void setOwnedAlarm(const std::string& text) const {
+  // An alarm the tool set and recorded as the wake of the user `uid`.
+  void setOwnedAlarm(const std::string& text, unsigned uid = ::getuid()) const {
     setAlarmText(text);
-    std::ofstream(files_.recordPath) << text;
+    std::ofstream(userRecordPath(files_.recordPath, uid)) << text;
   }
-  bool hasRecord() const { return std::filesystem::exists(files_.recordPath); }
+  bool hasRecord(unsigned uid = ::getuid()) const {
+    return std::filesystem::exists(userRecordPath(files_.recordPath, uid));
+  }
 
  private:
   std::string folder_;
