@@ -20,14 +20,28 @@ Error systemError(const std::string& path, const char* action) {
   return makeError(path + ": cannot " + action + ": " + std::strerror(errno));
 }
 
+// A file kept behind a symbolic link is written where the link leads: the
+// link stays, and every name of the file sees the change.
+std::string wherePathLeads(const std::string& path) {
+  char* resolved = ::realpath(path.c_str(), nullptr);
+  if (!resolved) return path;
+  std::string target = resolved;
+  std::free(resolved);
+  return target;
+}
+
 }  // namespace
 
+// Opened without waiting: a FIFO put where a file belongs would otherwise
+// hold the caller in open() until some writer came, the agent's main thread
+// among them. Only a regular file is read.
 Expected<std::string> readWholeFile(const std::string& path) {
-  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!fd) return systemError(path, "open");
   struct stat info {};
   if (::fstat(fd.get(), &info) != 0) return systemError(path, "read");
   if (S_ISDIR(info.st_mode)) return makeError(path + ": is a folder, not a file");
+  if (!S_ISREG(info.st_mode)) return makeError(path + ": is not a regular file");
   if (info.st_size > kMaxFileSize) return makeError(path + ": file too large");
   std::string contents;
   contents.reserve(static_cast<std::size_t>(info.st_size));  // a file rewritten meanwhile still reads whole
@@ -43,7 +57,8 @@ Expected<std::string> readWholeFile(const std::string& path) {
   return contents;
 }
 
-Status writeFileAtomically(const std::string& path, const std::string& contents) {
+Status writeFileAtomically(const std::string& given, const std::string& contents) {
+  const std::string path = wherePathLeads(given);
   std::string temporary = path + ".XXXXXX";
   UniqueFd fd(::mkstemp(temporary.data()));
   if (!fd) return systemError(path, "create a temporary file beside");

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "foundation/archiver.h"
 #include "foundation/log_sink.h"
@@ -56,6 +57,17 @@ TEST(ScheduleFileTest, WrittenFileIsReadBackByTheAgentsReader) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("new/folder")),
                           std::filesystem::directory_iterator()),
             1);
+}
+
+// A schedule kept behind a symbolic link is rewritten where the link leads.
+TEST(ScheduleFileTest, AScheduleBehindALinkIsWrittenWhereTheLinkLeads) {
+  TestFolder folder;
+  const std::string real = folder.path("real/ScheduleData.sched"), link = folder.path("ScheduleData.sched");
+  ASSERT_TRUE(writeScheduleFile(real, {Dictionary::make(true), ScheduleItems{}}));
+  std::filesystem::create_symlink("real/ScheduleData.sched", link);
+  ASSERT_TRUE(writeScheduleFile(link, twoItems()));
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(readScheduleItems(real, fixedClock())->size(), 2u);
 }
 
 TEST(ScheduleFileTest, OtherRootEntriesSurviveARewrite) {
@@ -114,6 +126,9 @@ TEST(ScheduleFileTest, MissingOrUnreadableFileGivesNoItemsAndNoMessage) {
   EXPECT_FALSE(readScheduleItems(folder.path("absent.sched"), fixedClock()));
   EXPECT_FALSE(readScheduleItems(folder.path("bad.sched"), fixedClock()));
   EXPECT_FALSE(readScheduleItems(folder.root(), fixedClock()));  // a folder
+  // A FIFO with no writer: answered at once, never waited on.
+  ASSERT_EQ(::mkfifo(folder.path("fifo.sched").c_str(), 0600), 0);
+  EXPECT_FALSE(readScheduleItems(folder.path("fifo.sched"), fixedClock()));
   EXPECT_TRUE(capture.lines().empty());
 }
 
