@@ -1,7 +1,7 @@
 // halyard-backgrounder: the agent process. Registers for system power
 // events, claims the session's agent name, makes the one HalyardDaemon and
-// runs the event loop until a quit request, SIGTERM or SIGINT. When the
-// session bus goes, it stops with status 2 so that its service manager
+// runs the event loop until a quit request, SIGTERM, SIGINT or SIGHUP. When
+// the session bus goes, it stops with status 2 so that its service manager
 // starts it again: without the bus it can hand nothing over.
 
 #include <cstring>

@@ -1,7 +1,8 @@
 #pragma once
-// SIGTERM and SIGINT (a service manager stopping the agent, Ctrl-C) turned
-// into a call on the event loop, so that they end the agent through the same
-// will-terminate path as a normal quit. SIGPIPE is ignored.
+// SIGTERM, SIGINT and SIGHUP (a service manager stopping the agent, Ctrl-C,
+// a closed terminal) turned into a call on the event loop, so that they end
+// the agent through the same will-terminate path as a normal quit. SIGPIPE
+// is ignored.
 
 #include <functional>
 

@@ -40,8 +40,9 @@ void onTerminationSignals(std::function<void()> terminate) {
   action.sa_handler = forwardSignal;
   sigemptyset(&action.sa_mask);
   action.sa_flags = SA_RESTART;
-  sigaction(SIGTERM, &action, nullptr);
-  sigaction(SIGINT, &action, nullptr);
+  // SIGHUP too: the agent has no configuration to reload, and a closed
+  // terminal should end it as cleanly as a kill.
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaction(signal, &action, nullptr);
 }
 
 }  // namespace halyard::agent

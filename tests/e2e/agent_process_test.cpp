@@ -64,7 +64,7 @@ TEST_F(AgentProcessTest, StoppingEndsThroughTheWillTerminatePath) {
   struct Case {
     const char* name;
     int signal;  // 0: a "VTHalyardBackgrounderShouldQuit" notification
-  } cases[] = {{"SIGTERM", SIGTERM}, {"SIGINT", SIGINT}, {"quit notification", 0}};
+  } cases[] = {{"SIGTERM", SIGTERM}, {"SIGINT", SIGINT}, {"SIGHUP", SIGHUP}, {"quit notification", 0}};
   auto logind = startLogind();
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
