@@ -22,7 +22,7 @@ std::optional<ScheduleItems> HalyardDaemon::loadItems() const {
   if (!data) {
     if (!scheduleUnreadable_) {
       logLine("<Error:> The schedule \"" + env_.paths.scheduleFile + "\" cannot be read (" + data.error().describe() +
-                  "); its items wait until it can.",
+                  "); the runs that fall due while it cannot are not handed over.",
               LogPriority::Error);
     }
     scheduleUnreadable_ = true;
