@@ -51,7 +51,9 @@ std::optional<SavedCheck> readSavedCheck(const std::string& path) {
 
 Status writeSavedCheck(const std::string& path, const SavedCheck& saved) {
   std::error_code error;
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  std::filesystem::create_directories(folder, error);
+  if (error) return makeError(folder.string() + ": cannot create the folder: " + error.message());
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, "%.17g", saved.lastCheckDate);
   std::string text = std::string("lastCheck ") + buffer + "\n";
