@@ -42,6 +42,7 @@ HalyardDaemon::HalyardDaemon(DaemonEnvironment environment)
   }
   (void)loadItems();  // proves the schedule readable early; the result is not kept
   takeUpSavedCheck();
+  exactlyOnce_.startAt(env_.clock.now(), env_.clock.zone());
 }
 
 void HalyardDaemon::takeUpSavedCheck() {

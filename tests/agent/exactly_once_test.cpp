@@ -155,4 +155,29 @@ TEST(ExactlyOnce, ATypeThreeItemIsNotHandedOverBeforeItsStartInARepeatedHour) {
   EXPECT_TRUE(window.check({item}, firstPass + 0.05, zone, true).empty());
 }
 
+// An agent stalled before its first check (a loaded machine at login)
+// still hands over the minutes since it started, once; the minute it starts
+// in counts only when it starts at that minute's second 0.
+TEST(ExactlyOnce, TheFirstCheckCoversEveryMinuteSinceTheAgentStarted) {
+  const cctz::time_zone zone = loadTimeZone("Europe/Berlin").value();
+  const TimeInterval ten = wall(zone, 2026, 3, 2, 10, 0);
+  std::string hours(24, '0'), minutesSet(60, '0');
+  hours[9] = hours[10] = minutesSet[0] = minutesSet[59] = '1';  // 09:59 and 10:00 (and 09:00, 10:59)
+  auto item = timedItem("", 4, hours, minutesSet, ten - 3600);
+  const struct {
+    const char* name;
+    TimeInterval start, firstCheck;
+    bool due;
+  } rows[] = {{"started at 09:59:58, first check at 10:01", ten - 2, ten + 60.05, true},
+              {"started at 10:00:00, first check at once", ten, ten + 0.05, true},
+              {"started at 10:00:01, first check at 10:01", ten + 1, ten + 60.05, false},
+              {"started at 09:59:00.5, first check at 09:59:01", ten - 59.5, ten - 59, true}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    ExactlyOnceWindow window;
+    window.startAt(row.start, zone);
+    EXPECT_EQ(window.check({item}, row.firstCheck, zone, true).size(), row.due ? 1u : 0u);
+  }
+}
+
 }  // namespace halyard::agent::testing

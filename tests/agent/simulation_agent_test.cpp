@@ -69,6 +69,7 @@ TEST_F(SimulationAgreesTest, TheDaemonHandsOverWhatTheSimulationSays) {
     SCOPED_TRACE(exactlyOnce ? "exactly once" : "as the heartbeat's rules say");
     preferences_->setBool(prefs::kExactlyOnceScheduling, exactlyOnce);
     preferences_->setBool(prefs::kSchedulerActive, true);
+    clock_.set(at(9, 30, 0));  // the agent starts where the simulation does
     makeDaemon();
     // No check cost: the fake clock stands still during a check.
     const SimulationOptions options{.from = at(9, 30, 0),
@@ -111,6 +112,7 @@ TEST_F(OptInSchedulingTest, ARestartedAgentCatchesUpWhatPassedWhileItWasStopped)
     QFile::remove(QString::fromStdString(path("state/last-check")));
     preferences_->setBool(prefs::kCatchUpMissedRuns, c.catchUp);
     preferences_->setBool(prefs::kExactlyOnceScheduling, c.exactlyOnce);
+    clock_.setCivil(2026, 3, 4, 9, 29, 50);
     makeDaemon();
     beatAt(9, 30, 0);
     EXPECT_EQ(readWholeFile(path("state/last-check")).ok(), c.catchUp);

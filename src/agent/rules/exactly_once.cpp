@@ -56,6 +56,12 @@ bool selectsCivilMinuteIn(const KSScheduledItem& item, CivilMinute first, CivilM
   return civilPattern && civilPattern->firstAtOrAfter(first, last + 1).has_value();
 }
 
+void ExactlyOnceWindow::startAt(TimeInterval start, const cctz::time_zone& zone) {
+  if (covered_) return;
+  const cctz::civil_second reading = cctz::convert(splitInstant(start).seconds, zone);
+  covered_ = toCivilMinute(reading) - (reading.second() == 0 ? 1 : 0);
+}
+
 ScheduleItems ExactlyOnceWindow::check(const ScheduleItems& items, TimeInterval now, const cctz::time_zone& zone,
                                        bool active) {
   const CivilMinute current = civilMinuteAt(now, zone);

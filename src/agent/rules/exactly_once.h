@@ -32,9 +32,15 @@ CivilMinute civilMinuteAt(TimeInterval t, const cctz::time_zone& zone);
 class ExactlyOnceWindow {
  public:
   // The items due at a check at `now`: those selected in (covered, now's
-  // civil minute]; the window then moves on. The first check covers its own
-  // minute only.
+  // civil minute]; the window then moves on. A first check with nothing
+  // covered covers its own minute only.
   ScheduleItems check(const ScheduleItems& items, TimeInterval now, const cctz::time_zone& zone, bool active);
+
+  // An agent starting at `start` with nothing restored: the minutes before
+  // count as covered, its start minute too once that minute's second 0 has
+  // passed (its check came before the agent). The first check, however late
+  // a stall makes it, then covers every minute since.
+  void startAt(TimeInterval start, const cctz::time_zone& zone);
 
   // The last civil minute covered, absent before the first check; restored
   // from the agent's saved state to catch up what passed while it was not running.

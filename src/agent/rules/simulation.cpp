@@ -134,6 +134,7 @@ class Simulator {
         active_(options.schedulerActive) {}
 
   void run() {
+    window_.startAt(options_.from, options_.zone);
     Second s = grid_.firstAtOrAfter(options_.from);
     for (;;) {
       s = applyEventsUpTo(s);
@@ -166,7 +167,7 @@ class Simulator {
           active_ = true;
           break;
         case SimulationEvent::Kind::Restart:
-          restart();
+          restart(event.to);
           s = grid_.firstAtOrAfter(event.to);
           break;
       }
@@ -174,12 +175,14 @@ class Simulator {
     return s;
   }
 
-  // A new agent process: what it keeps is what it saved at its last check.
-  void restart() {
+  // A new agent process, starting at `start`: what it keeps is what it saved
+  // at its last check.
+  void restart(TimeInterval start) {
     awokeFromSleep_ = false;
     if (options_.catchUp) return;
     lastCheckDate_.reset();
     window_.setCovered(std::nullopt);
+    window_.startAt(start, options_.zone);
   }
 
   ScheduleItems calendarCheck(HeartbeatMode mode, Second s, SimulatedCheck& check) {
