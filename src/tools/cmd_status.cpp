@@ -5,6 +5,7 @@
 // and whether wake-to-sync is on or the RTC cannot wake the machine.
 
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 
 #include <QDBusArgument>
@@ -58,9 +59,12 @@ void printStatus(const QVariantMap& status) {
   std::cout << "Halyard Backgrounder " << status.value(kVersion).toString().toStdString() << ", up "
             << duration(status.value(kUptime).toDouble()) << "\n";
   std::cout << "scheduler: " << (status.value(kSchedulerActive).toBool() ? "active" : "suspended") << "\n";
-  std::cout << "schedule: " << status.value(kScheduleFile).toString().toStdString() << " ("
+  const std::string schedule = status.value(kScheduleFile).toString().toStdString();
+  std::error_code ignored;
+  std::cout << "schedule: " << schedule << " ("
             << (status.contains(kItemCount) ? std::to_string(status.value(kItemCount).toULongLong()) + " item(s)"
-                                            : std::string("not readable"))
+                : std::filesystem::exists(schedule, ignored) ? std::string("not readable")
+                                                             : std::string("no file yet"))
             << ")\n";
   std::cout << "last check: " << lastCheck(status) << "\n";
   std::cout << "beat lateness, last hour: " << worstAndMedian(status, kWorstBeatLateness, kMedianBeatLateness) << "\n";
