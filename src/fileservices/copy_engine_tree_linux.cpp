@@ -170,8 +170,7 @@ int TreeCopier::copyFile(const Item& src, const Item& dest, const struct stat& s
   if (int rc = applyMetadata(in.get(), out.get(), st, dest.path, relative.empty())) return rc;
   struct stat after {};
   if (fstat(in.get(), &after) != 0) return errno;
-  if (after.st_size != opened.st_size || !sameTime(after.st_mtim, opened.st_mtim) ||
-      !sameTime(after.st_ctim, opened.st_ctim)) {
+  if (!(ItemState::of(after) == ItemState::of(opened))) {
     reportFailure(setup_, src.path + " changed while it was being copied");
     return EAGAIN;
   }

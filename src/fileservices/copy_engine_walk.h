@@ -43,7 +43,16 @@ struct TreeCount {
 int countTree(int parentFd, const std::string& name, const std::string& path, const CopyEngineSetup& setup,
               TreeCount& count);
 
-bool sameTime(const timespec& a, const timespec& b);
+// What tells that an item changed: its kind, size, and modification and
+// change times (any write or attribute change moves the change time).
+struct ItemState {
+  mode_t kind;
+  off_t size;
+  timespec modified;
+  timespec changed;
+  static ItemState of(const struct stat& st);
+  bool operator==(const ItemState& other) const;
+};
 
 // The source items a move has copied, each as it was when it was copied.
 // The move removes only these, and each only while it is unchanged, so that
@@ -58,13 +67,7 @@ class CopiedItems {
   const std::vector<std::string>& left() const { return left_; }
 
  private:
-  struct Stamp {
-    mode_t kind;
-    off_t size;
-    timespec modified;
-    timespec changed;
-  };
-  std::map<std::pair<dev_t, ino_t>, Stamp> items_;
+  std::map<std::pair<dev_t, ino_t>, ItemState> items_;
   std::vector<std::string> left_;
 };
 

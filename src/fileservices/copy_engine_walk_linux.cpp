@@ -88,9 +88,9 @@ int countTree(int parentFd, const std::string& name, const std::string& path, co
   return 0;
 }
 
-bool sameTime(const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; }
-
 namespace {
+
+bool sameTime(const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; }
 
 bool readAt(int fd, char* into, std::size_t size, off_t at) {
   for (std::size_t done = 0; done < size;) {
@@ -139,9 +139,14 @@ bool sameLeaf(int srcParentFd, const std::string& srcName, int destParentFd, con
 
 }  // namespace
 
-void CopiedItems::add(const struct stat& st) {
-  items_[{st.st_dev, st.st_ino}] = Stamp{st.st_mode & S_IFMT, st.st_size, st.st_mtim, st.st_ctim};
+ItemState ItemState::of(const struct stat& st) { return {st.st_mode & S_IFMT, st.st_size, st.st_mtim, st.st_ctim}; }
+
+bool ItemState::operator==(const ItemState& other) const {
+  return kind == other.kind && size == other.size && sameTime(modified, other.modified) &&
+         sameTime(changed, other.changed);
 }
+
+void CopiedItems::add(const struct stat& st) { items_[{st.st_dev, st.st_ino}] = ItemState::of(st); }
 
 bool CopiedItems::holds(const struct stat& st) const {
   const auto found = items_.find({st.st_dev, st.st_ino});
@@ -150,10 +155,7 @@ bool CopiedItems::holds(const struct stat& st) const {
 
 bool CopiedItems::unchanged(const struct stat& st) const {
   const auto found = items_.find({st.st_dev, st.st_ino});
-  if (found == items_.end()) return false;
-  const Stamp& was = found->second;
-  return was.kind == (st.st_mode & S_IFMT) && was.size == st.st_size && sameTime(was.modified, st.st_mtim) &&
-         sameTime(was.changed, st.st_ctim);
+  return found != items_.end() && found->second == ItemState::of(st);
 }
 
 int recordTree(int parentFd, const std::string& name, CopiedItems& record) {
